@@ -1,0 +1,260 @@
+#include "hostsycl/buffer.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "hostsycl/detail/buffer_impl.hpp"
+
+namespace sycl::detail {
+
+namespace {
+
+/// An address that tells threads apart.
+const void* this_thread() {
+    static thread_local const char marker = 0;
+    return &marker;
+}
+
+} // namespace
+
+void buffer_impl::set_final_data(write_back_function target) {
+    explicit_final_data_ = true;
+    final_data_ = std::move(target);
+}
+
+void* buffer_impl::host_data() {
+    if (std::byte* ready = host_.load(std::memory_order_acquire))
+        return ready;
+    const std::lock_guard lock(data_mutex_);
+    if (host_.load(std::memory_order_relaxed) == nullptr && bytes_ > 0) {
+        constexpr std::size_t alignment = 64;
+        if (bytes_ > static_cast<std::size_t>(-1) - alignment)
+            throw exception(errc::memory_allocation, "no memory for a buffer");
+        void* block = std::aligned_alloc(alignment, (bytes_ + alignment - 1) / alignment * alignment);
+        if (block == nullptr)
+            throw exception(errc::memory_allocation, "no memory for a buffer");
+        keep_alive_ = std::shared_ptr<void>(block, std::free);
+        host_.store(static_cast<std::byte*>(block), std::memory_order_release);
+    }
+    return host_.load(std::memory_order_relaxed);
+}
+
+void buffer_impl::fill_from(const void* source) {
+    if (bytes_ == 0)
+        return;
+    copy_bytes(host_data(), source, bytes_);
+    has_contents_ = true;
+}
+
+buffer_impl::device_copy* buffer_impl::find_copy(const device_impl& device) {
+    for (device_copy& copy : copies_)
+        if (copy.device.get() == &device)
+            return &copy;
+    return nullptr;
+}
+
+void* buffer_impl::data_on(device_impl& device) {
+    if (!device.separate_memory)
+        return host_data();
+    const std::lock_guard lock(data_mutex_);
+    if (const device_copy* copy = find_copy(device))
+        return copy->data;
+    void* block = device.allocate(bytes_, 64, usm::alloc::device);
+    if (block == nullptr)
+        throw exception(errc::memory_allocation, "the device has no memory for a buffer");
+    copies_.push_back({device.shared_from_this(), static_cast<std::byte*>(block), false});
+    has_copies_.store(true, std::memory_order_release);
+    return block;
+}
+
+void buffer_impl::bring_to_host(queue_impl* queue) {
+    if (host_valid_ || !has_contents_)
+        return;
+    const auto valid = std::find_if(copies_.begin(), copies_.end(), [](const device_copy& copy) { return copy.valid; });
+    valid->device->copy(host_data(), valid->data, bytes_, false, queue);
+    host_valid_ = true;
+}
+
+void buffer_impl::bring_to_device(queue_impl& queue, bool writes, bool discards) {
+    device_copy* const copy = find_copy(*queue.device);
+    if (!copy->valid && has_contents_ && !discards) {
+        bring_to_host(&queue);
+        copy->device->copy(copy->data, host_data(), bytes_, true, &queue);
+    }
+    if (writes) {
+        for (device_copy& other : copies_)
+            other.valid = false;
+        host_valid_ = false;
+        has_contents_ = true;
+        modified_ = true;
+    }
+    copy->valid = has_contents_;
+}
+
+void buffer_impl::mark_written_on_host() {
+    for (device_copy& copy : copies_)
+        copy.valid = false;
+    host_valid_ = true;
+    has_contents_ = true;
+    modified_ = true;
+}
+
+void buffer_impl::lock(bool writes) {
+    for (;;) {
+        int users = users_.load(std::memory_order_relaxed);
+        if (writes ? users == 0 : users >= 0) {
+            if (users_.compare_exchange_weak(users, writes ? -1 : users + 1, std::memory_order_acquire))
+                return;
+            continue;
+        }
+        refuse_to_wait_for_oneself();
+        users_.wait(users);
+    }
+}
+
+void buffer_impl::unlock(bool writes) noexcept {
+    if (writes)
+        users_.store(0, std::memory_order_release);
+    else
+        users_.fetch_sub(1, std::memory_order_release);
+    users_.notify_all();
+}
+
+void buffer_impl::refuse_to_wait_for_oneself() {
+    const std::lock_guard lock(host_users_mutex_);
+    for (const host_user& user : host_users_)
+        if (user.thread == this_thread())
+            throw exception(errc::invalid, "a host accessor of this thread holds the buffer");
+}
+
+void buffer_impl::begin_access(queue_impl& queue, bool writes, bool discards, bool on_host) {
+    lock(writes);
+    if (!queue.device->separate_memory && !has_copies_.load(std::memory_order_acquire)) {
+        if (writes) {
+            has_contents_ = true;
+            modified_ = true;
+        }
+        return;
+    }
+    try {
+        const std::lock_guard moving(data_mutex_);
+        last_queue_ = queue.weak_from_this();
+        if (queue.device->separate_memory && !on_host) {
+            bring_to_device(queue, writes, discards);
+        } else {
+            if (!discards)
+                bring_to_host(&queue);
+            if (writes)
+                mark_written_on_host();
+        }
+    } catch (...) {
+        unlock(writes);
+        throw;
+    }
+}
+
+void buffer_impl::end_access(bool writes) noexcept {
+    unlock(writes);
+}
+
+void buffer_impl::begin_host_access(bool writes, bool discards) {
+    lock(writes);
+    try {
+        const std::lock_guard moving(data_mutex_);
+        host_data();
+        if (!discards)
+            bring_to_host(last_queue_.lock().get());
+        if (writes)
+            mark_written_on_host();
+        const std::lock_guard held(host_users_mutex_);
+        host_users_.push_back({this_thread(), writes});
+    } catch (...) {
+        unlock(writes);
+        throw;
+    }
+}
+
+void buffer_impl::end_host_access(const void* thread, bool writes) noexcept {
+    {
+        const std::lock_guard held(host_users_mutex_);
+        const auto user = std::find_if(host_users_.begin(), host_users_.end(), [&](const host_user& each) {
+            return each.thread == thread && each.writes == writes;
+        });
+        host_users_.erase(user);
+    }
+    unlock(writes);
+}
+
+buffer_impl::~buffer_impl() {
+    const auto queue = last_queue_.lock();
+    try {
+        const bool elsewhere = final_data_ != nullptr && (modified_ || explicit_final_data_);
+        const bool in_place = in_place_ && modified_ && !explicit_final_data_;
+        if (write_back_ && has_contents_ && (elsewhere || in_place)) {
+            bring_to_host(queue.get());
+            if (elsewhere)
+                final_data_(host_.load(std::memory_order_relaxed), bytes_);
+        }
+    } catch (...) {
+        if (queue != nullptr)
+            queue->report(std::current_exception());
+    }
+    for (const device_copy& copy : copies_)
+        copy.device->deallocate(copy.data, bytes_, usm::alloc::device);
+}
+
+host_access::host_access(std::shared_ptr<buffer_impl> buffer, bool writes, bool discards)
+    : buffer_(std::move(buffer)), thread_(this_thread()), writes_(writes) {
+    buffer_->begin_host_access(writes, discards);
+}
+
+host_access::~host_access() {
+    buffer_->end_host_access(thread_, writes_);
+}
+
+void requirement_list::add(const std::shared_ptr<buffer_impl>& buffer, bool writes, bool discards, bool on_host) {
+    requirement* begin = entries();
+    requirement* place = begin;
+    while (place != begin + count_ && std::less<>()(place->buffer.get(), buffer.get()))
+        ++place;
+    if (place != begin + count_ && place->buffer == buffer) {
+        if (place->on_host != on_host)
+            throw exception(errc::invalid, "a command group uses a buffer on the host and on the device");
+        place->writes = place->writes || writes;
+        place->discards = place->discards && discards;
+        return;
+    }
+    requirement fresh{buffer, writes, discards, on_host};
+    if (count_ < inline_capacity) {
+        std::move_backward(place, begin + count_, begin + count_ + 1);
+        *place = std::move(fresh);
+    } else {
+        const auto position = place - begin;
+        if (count_ == inline_capacity)
+            more_entries_.assign(std::make_move_iterator(begin), std::make_move_iterator(begin + count_));
+        more_entries_.insert(more_entries_.begin() + position, std::move(fresh));
+    }
+    ++count_;
+}
+
+void requirement_list::begin_access(queue_impl& queue) {
+    requirement* const list = entries();
+    try {
+        for (; held_ < count_; ++held_)
+            list[held_].buffer->begin_access(queue, list[held_].writes, list[held_].discards, list[held_].on_host);
+    } catch (...) {
+        end_access();
+        throw;
+    }
+}
+
+void requirement_list::end_access() noexcept {
+    requirement* const list = entries();
+    while (held_ > 0) {
+        --held_;
+        list[held_].buffer->end_access(list[held_].writes);
+    }
+}
+
+} // namespace sycl::detail

@@ -1,0 +1,251 @@
+#include "hostsycl/device.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include <unistd.h>
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
+#include "device_registry.hpp"
+
+namespace sycl {
+namespace detail {
+
+namespace {
+
+#if defined(__x86_64__) || defined(__i386__)
+
+std::string cpu_vendor() {
+    unsigned a = 0;
+    char text[13] = {};
+    unsigned registers[3] = {};
+    if (__get_cpuid(0, &a, &registers[0], &registers[2], &registers[1]))
+        std::memcpy(text, registers, 12);
+    return text;
+}
+
+std::string cpu_name() {
+    char text[49] = {};
+    for (unsigned leaf = 0; leaf < 3; ++leaf) {
+        unsigned registers[4] = {};
+        if (!__get_cpuid(0x80000002u + leaf, &registers[0], &registers[1], &registers[2], &registers[3]))
+            return {};
+        std::memcpy(text + 16 * leaf, registers, 16);
+    }
+    const std::string name = text;
+    const auto first = name.find_first_not_of(' ');
+    return first == std::string::npos ? std::string() : name.substr(first, name.find_last_not_of(' ') - first + 1);
+}
+
+#else
+
+std::string cpu_vendor() {
+    return {};
+}
+std::string cpu_name() {
+    return {};
+}
+
+#endif
+
+std::size_t physical_memory() {
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long page_size = sysconf(_SC_PAGESIZE);
+    return pages > 0 && page_size > 0 ? static_cast<std::size_t>(pages) * static_cast<std::size_t>(page_size)
+                                      : std::size_t{4} << 30;
+}
+
+std::shared_ptr<device_impl> make_cpu() {
+    auto cpu = std::make_shared<device_impl>();
+    cpu->type = info::device_type::cpu;
+    cpu->name = cpu_name();
+    if (cpu->name.empty())
+        cpu->name = "hostsycl CPU device";
+    cpu->vendor = cpu_vendor();
+    if (cpu->vendor.empty())
+        cpu->vendor = "hostsycl";
+    cpu->driver_version = "0.1.0";
+    cpu->global_mem_size = physical_memory();
+    cpu->local_mem_size = std::size_t{1} << 20;
+    cpu->compute_units = std::max(1u, std::thread::hardware_concurrency());
+    cpu->max_work_group_size = 4096;
+    cpu->sub_group_sizes = {16};
+    for (const aspect which :
+         {aspect::cpu, aspect::host_debuggable, aspect::fp64, aspect::atomic64, aspect::usm_device_allocations,
+          aspect::usm_host_allocations, aspect::usm_atomic_host_allocations, aspect::usm_shared_allocations,
+          aspect::usm_atomic_shared_allocations, aspect::usm_system_allocations})
+        cpu->aspects.set(static_cast<std::size_t>(which));
+    attach_platform(cpu, backend::hostsycl, "hostsycl", cpu->vendor);
+    return cpu;
+}
+
+bool matches(const device_impl& device, info::device_type type) {
+    return type == info::device_type::all || type == info::device_type::automatic || type == device.type;
+}
+
+} // namespace
+
+device_impl::device_impl() : plan(std::make_unique<fault_plan>()) {}
+device_impl::~device_impl() = default;
+
+bool fault_plan::meet(fault_kind kind, std::exception_ptr& error) {
+    bool met = false;
+    for (auto next = faults.begin(); next != faults.end();) {
+        if (next->kind == kind && --next->countdown == 0) {
+            met = true;
+            error = next->error;
+            next = faults.erase(next);
+        } else {
+            ++next;
+        }
+    }
+    return met;
+}
+
+void attach_platform(const std::shared_ptr<device_impl>& device, backend device_backend, std::string name,
+                     std::string vendor) {
+    device->platform = std::make_shared<platform_impl>();
+    device->platform->backend = device_backend;
+    device->platform->name = std::move(name);
+    device->platform->vendor = std::move(vendor);
+    device->default_context = std::make_shared<context_impl>();
+    device->default_context->platform = device->platform;
+    device->default_context->devices = {device};
+}
+
+device_registry::device_registry() : cpu_(make_cpu()) {}
+
+device_registry& device_registry::instance() {
+    // Never destroyed: queues in static objects may outlive anything with a destructor.
+    static auto* registry = new device_registry;
+    return *registry;
+}
+
+std::vector<std::shared_ptr<device_impl>> device_registry::devices() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::shared_ptr<device_impl>> list;
+    if (cpu_hidden_ == 0)
+        list.push_back(cpu_);
+    list.insert(list.end(), added_.begin(), added_.end());
+    return list;
+}
+
+void device_registry::add(std::shared_ptr<device_impl> device) {
+    const std::lock_guard lock(mutex_);
+    added_.push_back(std::move(device));
+}
+
+void device_registry::remove(const device_impl& device) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(added_, [&](const auto& each) { return each.get() == &device; });
+}
+
+void device_registry::hide_cpu(bool hidden) {
+    const std::lock_guard lock(mutex_);
+    cpu_hidden_ += hidden ? 1 : -1;
+}
+
+void require_info(const device_impl& device) {
+    if (device.info_fails.load(std::memory_order_relaxed))
+        throw exception(errc::runtime, "the device does not answer");
+}
+
+int default_selector::operator()(const device& candidate) const {
+    return candidate.is_gpu() ? 500 : candidate.is_cpu() ? 300 : 75;
+}
+int cpu_selector::operator()(const device& candidate) const {
+    return candidate.is_cpu() ? 1000 : -1;
+}
+int gpu_selector::operator()(const device& candidate) const {
+    return candidate.is_gpu() ? 1000 : -1;
+}
+int accelerator_selector::operator()(const device& candidate) const {
+    return candidate.is_accelerator() ? 1000 : -1;
+}
+
+} // namespace detail
+
+platform::platform() : platform(default_selector_v) {}
+
+std::vector<device> platform::get_devices(info::device_type type) const {
+    std::vector<device> list;
+    for (auto& each : detail::device_registry::instance().devices())
+        if (each->platform == impl_ && detail::matches(*each, type))
+            list.emplace_back(std::move(each));
+    return list;
+}
+
+bool platform::has(aspect which) const {
+    const auto devices = get_devices();
+    return std::all_of(devices.begin(), devices.end(), [which](const device& d) { return d.has(which); });
+}
+
+std::vector<platform> platform::get_platforms() {
+    std::vector<platform> list;
+    for (const auto& each : detail::device_registry::instance().devices())
+        list.emplace_back(each->platform);
+    return list;
+}
+
+device::device() : device(default_selector_v) {}
+
+std::vector<device> device::get_devices(info::device_type type) {
+    std::vector<device> list;
+    for (auto& each : detail::device_registry::instance().devices())
+        if (detail::matches(*each, type))
+            list.emplace_back(std::move(each));
+    return list;
+}
+
+device device::select(const std::function<int(const device&)>& score) {
+    std::shared_ptr<detail::device_impl> best;
+    int best_score = -1;
+    for (auto& each : detail::device_registry::instance().devices()) {
+        const int its_score = score(device(each));
+        if (its_score > best_score) {
+            best_score = its_score;
+            best = std::move(each);
+        }
+    }
+    if (best == nullptr)
+        throw exception(errc::runtime, "no device fits the selector");
+    return device(std::move(best));
+}
+
+namespace {
+
+std::shared_ptr<detail::context_impl> make_context(const std::vector<device>& devices) {
+    if (devices.empty())
+        throw exception(errc::invalid, "a context needs a device");
+    auto impl = std::make_shared<detail::context_impl>();
+    impl->platform = devices.front().impl()->platform;
+    for (const device& each : devices) {
+        if (each.impl()->platform != impl->platform)
+            throw exception(errc::invalid, "the devices of a context must belong to one platform");
+        impl->devices.push_back(each.impl());
+    }
+    return impl;
+}
+
+} // namespace
+
+context::context(const property_list&) : context(device()) {}
+context::context(async_handler, const property_list&) : context(device()) {}
+context::context(const device& device, const property_list&) : handle(make_context({device})) {}
+context::context(const device& device, async_handler, const property_list&) : context(device) {}
+context::context(const platform& platform, const property_list&) : handle(make_context(platform.get_devices())) {}
+context::context(const std::vector<device>& devices, const property_list&) : handle(make_context(devices)) {}
+
+std::vector<device> context::get_devices() const {
+    std::vector<device> list;
+    for (const auto& each : impl_->devices)
+        if (auto alive = each.lock())
+            list.emplace_back(std::move(alive));
+    return list;
+}
+
+} // namespace sycl

@@ -1,0 +1,129 @@
+// Launches over ranges: every item once, on as many threads as the work is worth.
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+#include <tbb/global_control.h>
+
+namespace {
+
+TEST(LaunchTest, EveryItemRunsOnceWhateverTheShape) {
+    sycl::queue queue;
+    for (const std::size_t rows : {0, 1, 3, 64, 700})
+        for (const std::size_t columns : {0, 1, 5, 64, 1333}) {
+            std::vector<int> hits(rows * columns, 0);
+            int* data = hits.data();
+            queue.parallel_for(sycl::range<2>(rows, columns), [=](sycl::item<2> place) {
+                data[place.get_linear_id()] +=
+                    static_cast<int>(place[0] * place.get_range(1) + place[1] == place.get_linear_id());
+            });
+            EXPECT_EQ(hits, std::vector<int>(rows * columns, 1)) << rows << " x " << columns;
+        }
+    std::vector<int> hits(7 * 11 * 13, 0);
+    int* data = hits.data();
+    queue.parallel_for(sycl::range<3>(7, 11, 13), [=](sycl::id<3> i) { data[(i[0] * 11 + i[1]) * 13 + i[2]] += 1; });
+    EXPECT_EQ(hits, std::vector<int>(7 * 11 * 13, 1));
+}
+
+TEST(LaunchTest, KernelsTakeIdItemOrInteger) {
+    sycl::queue queue;
+    int result[4] = {};
+    int* data = result;
+    queue.parallel_for(1, [=](sycl::id<1> i) { data[i] = 1; });
+    queue.parallel_for(sycl::range<1>(1), [=](auto item) { data[item.get_id(0) + 1] = item.get_range(0) == 1; });
+    queue.parallel_for<class named>(1, [=](int i) { data[i + 2] = 1; });
+    queue.parallel_for({1, 1}, [=](sycl::id<2> i) { data[i[0] + i[1] + 3] = 1; });
+    for (const int each : result)
+        EXPECT_EQ(each, 1);
+}
+
+TEST(LaunchTest, ARangeBeyondIntIsRefused) {
+    sycl::queue queue;
+    const auto total = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(INT_MIN));
+    try {
+        queue.parallel_for(sycl::range<1>(total), [=](sycl::id<1>) {});
+        FAIL();
+    } catch (const sycl::exception& e) {
+        EXPECT_EQ(e.code(), sycl::errc::nd_range);
+    }
+}
+
+/// The threads that run `items` items of a millisecond each.
+std::size_t threads_of_heavy_launch(std::size_t items) {
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    sycl::queue queue;
+    queue.parallel_for(items, [&mutex, &threads](sycl::id<1>) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        const std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+    });
+    return threads.size();
+}
+
+TEST(LaunchTest, FewHeavyItemsUseAllThreads) {
+    const tbb::global_control two(tbb::global_control::max_allowed_parallelism, 2);
+    if (std::thread::hardware_concurrency() < 2)
+        GTEST_SKIP() << "one core only";
+    EXPECT_EQ(threads_of_heavy_launch(32), 2u);
+    EXPECT_EQ(threads_of_heavy_launch(1), 1u);
+}
+
+TEST(LaunchTest, GlobalControlLimitsTheThreads) {
+    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    EXPECT_EQ(threads_of_heavy_launch(32), 1u);
+}
+
+TEST(LaunchTest, LightLaunchesStayOnTheCallingThread) {
+    sycl::queue queue;
+    const auto caller = std::this_thread::get_id();
+    int warm_up[64 * 64] = {};
+    for (int repeat = 0; repeat < 3; ++repeat)
+        queue.parallel_for(sycl::range<2>(64, 64), [data = warm_up](sycl::id<2> i) { data[i[0] * 64 + i[1]] += 1; });
+    std::atomic<int> elsewhere{0};
+    queue.parallel_for(16, [&](sycl::id<1>) { elsewhere += std::this_thread::get_id() != caller; });
+    EXPECT_EQ(elsewhere, 0);
+}
+
+TEST(LaunchTest, TwoThreadsMaySubmitAtOnce) {
+    constexpr std::size_t size = 300;
+    constexpr int rounds = 200;
+    sycl::queue shared;
+    sycl::buffer<int, 2> common(sycl::range<2>(size, size));
+    shared.submit([&](sycl::handler& command) {
+        command.fill(sycl::accessor(common, command, sycl::write_only, sycl::no_init), 0);
+    });
+    const auto work = [&](bool swapped) {
+        std::vector<int> host(size * size, 0);
+        {
+            sycl::buffer<int, 2> own(host.data(), sycl::range<2>(size, size));
+            for (int round = 0; round < rounds; ++round)
+                shared.submit([&](sycl::handler& command) {
+                    // Both orders of asking for the same two kinds of buffers, so that a lock order would show.
+                    if (swapped) {
+                        sycl::accessor b(own, command);
+                        sycl::accessor a(common, command);
+                        command.parallel_for(own.get_range(), [=](sycl::id<2> i) { a[i] += 1, b[i] += 1; });
+                    } else {
+                        sycl::accessor a(common, command);
+                        sycl::accessor b(own, command);
+                        command.parallel_for(own.get_range(), [=](sycl::id<2> i) { a[i] += 1, b[i] += 1; });
+                    }
+                });
+        }
+        EXPECT_EQ(host, std::vector<int>(size * size, rounds));
+    };
+    std::thread other(work, true);
+    work(false);
+    other.join();
+    for (const int cell : sycl::host_accessor(common, sycl::read_only))
+        ASSERT_EQ(cell, 2 * rounds);
+}
+
+} // namespace

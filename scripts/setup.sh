@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building Tarn.oneAPI takes and this machine lacks. Does nothing if none is missing.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build pkg-config
+    libtbb-dev libboost-context-dev                 # the bundled SYCL for CPUs
+    libcli11-dev libgdal-dev libopenexr-dev         # the command-line tool
+    libgtest-dev libbenchmark-dev                   # tests and benchmarks
+)
+
+is_installed() {
+    [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+missing=()
+for package in "${packages[@]}"; do
+    is_installed "$package" || missing+=("$package")
+done
+if ((${#missing[@]} == 0)); then
+    exit 0
+fi
+
+as_root=()
+if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+        echo "setup.sh: these packages are missing; install them as root: ${missing[*]}" >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+echo "setup.sh: installing ${missing[*]}"
+"${as_root[@]}" apt-get update --quiet
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install --yes --quiet --no-install-recommends "${missing[@]}"

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests, optimised and then under AddressSanitizer and UndefinedBehaviorSanitizer.
+#   scripts/test.sh [PRESET...]      presets of CMakePresets.json; release and asan if none is named
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+presets=("$@")
+if ((${#presets[@]} == 0)); then
+    presets=(release asan)
+fi
+
+scripts/setup.sh
+for preset in "${presets[@]}"; do
+    echo "== $preset"
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" --parallel "$(nproc)"
+    ctest --preset "$preset" --parallel "$(nproc)"
+done
+echo "== all tests passed: ${presets[*]}"

@@ -1,0 +1,309 @@
+// The library as a plain C host sees it: the header alone, the shared library, and one call from start to end.
+#include <tarn/oneapi.h>
+
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+enum { side = 16, cells = side * side };
+
+static int failures;
+
+#define CHECK(condition)                                                                                               \
+    do {                                                                                                               \
+        if (!(condition)) {                                                                                            \
+            printf("%s:%d: not true: %s\n", __FILE__, __LINE__, #condition);                                           \
+            ++failures;                                                                                                \
+        }                                                                                                              \
+    } while (0)
+
+// What the callbacks have been told since the last reset.
+static struct {
+    int progress_calls;
+    double first_percent;
+    int cancel_questions;
+    int error_lines;
+    char last_error[256];
+    int acquisitions;
+    int releases;
+    size_t acquired_bytes;
+    size_t released_bytes;
+    int reserved_calls;
+} seen;
+
+static void on_progress(double percent) {
+    if (seen.progress_calls++ == 0)
+        seen.first_percent = percent;
+}
+
+static bool on_is_cancelled(void) {
+    ++seen.cancel_questions;
+    return false;
+}
+
+static void on_log_info(const char* text) {
+    (void)text;
+}
+
+static void on_log_error(const char* text) {
+    ++seen.error_lines;
+    strncpy(seen.last_error, text, sizeof(seen.last_error) - 1);
+}
+
+static void on_acquire_memory(size_t bytes) {
+    ++seen.acquisitions;
+    seen.acquired_bytes = bytes;
+}
+
+static void on_release_memory(size_t bytes) {
+    ++seen.releases;
+    seen.released_bytes = bytes;
+}
+
+static void on_reserved(void) {
+    ++seen.reserved_calls;
+}
+
+static const HostCallbacks callbacks = {.progress = on_progress,
+                                        .is_cancelled = on_is_cancelled,
+                                        .log_info = on_log_info,
+                                        .reserved_1 = on_reserved,
+                                        .log_error = on_log_error,
+                                        .acquire_memory = on_acquire_memory,
+                                        .release_memory = on_release_memory,
+                                        .reserved_2 = on_reserved};
+
+static void reset_seen(void) {
+    memset(&seen, 0, sizeof(seen));
+}
+
+static bool nothing_called_back(void) {
+    return seen.progress_calls + seen.cancel_questions + seen.error_lines + seen.acquisitions + seen.releases == 0;
+}
+
+// Two levels with iterations on both; wears the terrain down.
+static thermal_shaper_Parameters shaper_parameters(void) {
+    const thermal_shaper_Parameters parameters = {.width = side,
+                                                  .height = side,
+                                                  .level_divisor = 1.0f,
+                                                  .scale_numerator = 1.0f,
+                                                  .level_multiplier = 0.2f,
+                                                  .blend = 1.0f,
+                                                  .rate = -0.5f,
+                                                  .detail_gain = 1.0f};
+    return parameters;
+}
+
+// A hill of height 1 on a plain of height 0, its peak between the four cells in the middle.
+static void make_hill(float* heights) {
+    for (int y = 0; y < side; ++y) {
+        for (int x = 0; x < side; ++x) {
+            const float dx = (float)x - 7.5f;
+            const float dy = (float)y - 7.5f;
+            const float height = 1.0f - (dx * dx + dy * dy) * 0.04f;
+            heights[y * side + x] = height > 0.0f ? height : 0.0f;
+        }
+    }
+}
+
+static bool all_equal(const float* a, const float* b) {
+    for (int i = 0; i < cells; ++i) {
+        if (!(a[i] == b[i]))
+            return false;
+    }
+    return true;
+}
+
+static float highest(const float* heights) {
+    float result = heights[0];
+    for (int i = 1; i < cells; ++i)
+        result = heights[i] > result ? heights[i] : result;
+    return result;
+}
+
+// A host in C lays the records out as the library reads them: fields through their places in memory, flags as bytes.
+static void records_hold_fields_at_their_places(void) {
+    unsigned char bytes[sizeof(thermal_Parameters)] = {0};
+    const float absorption = 0.25f;
+    memcpy(bytes + 36, &absorption, sizeof(absorption));
+    bytes[40] = 7;
+    thermal_Parameters thermal;
+    memcpy(&thermal, bytes, sizeof(thermal));
+    CHECK(thermal.absorption == 0.25f);
+    CHECK(thermal.use_erosion_mask == 7 && thermal.use_absorption_mask == 0);
+
+    const int32_t counts[7] = {1, 2, 3, 4, 5, 6, 7};
+    stamp_instancer_Parameters stamps;
+    memcpy(&stamps, counts, sizeof(stamps));
+    CHECK(stamps.width == 1 && stamps.stamp_height == 6 && stamps.instance_count == 7);
+
+    const TarnFloat3 vertices[2] = {{1.0f, 2.0f, 3.0f, 0.0f}, {4.0f, 5.0f, 6.0f, 0.0f}};
+    float floats[8];
+    memcpy(floats, vertices, sizeof(floats));
+    CHECK(floats[2] == 3.0f && floats[4] == 4.0f);
+
+    const lighting_Parameters lighting = {
+        .resolution = {side, side}, .sun_color = {1.0f, 0.5f, 0.25f}, .ambient_color = {0.75f}, .shadows = 1};
+    float colors[4];
+    memcpy(colors, (const unsigned char*)&lighting + 64, sizeof(colors));
+    CHECK(colors[2] == 0.25f && colors[3] == 0.75f && lighting.haze == 0.0f);
+    const mesh_rasterizer_Parameters mesh = {.resolution = {side, side}, .scale = 1.0f, .supersample = 1};
+    const parallel_erosion_Parameters erosion = {.Resolution = {side, side}, .seed = 0xFFFFFFFFu};
+    CHECK(mesh.resolution.y == side && erosion.seed == UINT32_MAX);
+}
+
+static void exports_have_their_types(void) {
+    void (*const get_devices)(DeviceInfo**, int32_t*) = GetDevices;
+    void (*const free_devices)(DeviceInfo*) = FreeDevices;
+    DeviceInfo* (*const get_device_info)(SyclQueue*) = GetDeviceInfo;
+    void (*const free_device_info)(DeviceInfo*) = FreeDeviceInfo;
+    SyclQueue* (*const create)(const char*, const HostCallbacks*) = CreateSyclQueue;
+    void (*const destroy)(SyclQueue*) = DestroySyclQueue;
+    uint32_t (*const shape)(SyclQueue*, float*, const float*, const thermal_shaper_Parameters*, const HostCallbacks*) =
+        ThermalShaper_Process;
+
+    // Harmless calls through them: null is ignored or refused everywhere.
+    free_devices(NULL);
+    free_device_info(NULL);
+    destroy(NULL);
+    CHECK(create(NULL, &callbacks) == NULL);
+    CHECK(create("cpu", NULL) == NULL);
+    CHECK(shape(NULL, NULL, NULL, NULL, NULL) == status_failed);
+    CHECK(get_device_info(NULL) == NULL);
+    DeviceInfo* devices = NULL;
+    get_devices(&devices, NULL);
+    CHECK(devices == NULL);
+}
+
+// Writes the identity string of a device of this kind with these texts and returns the queue on it, or null.
+static SyclQueue* open_device(const char* kind_token, const DeviceInfo* info, const char* vendor_id) {
+    char identity[1024];
+    snprintf(identity, sizeof(identity), "%s/%s/%s/%s/%s", kind_token, info->backend, info->vendor, info->name,
+             vendor_id);
+    return CreateSyclQueue(identity, &callbacks);
+}
+
+static bool same_record(const DeviceInfo* a, const DeviceInfo* b) {
+    return a->kind == b->kind && strcmp(a->backend, b->backend) == 0 && strcmp(a->vendor, b->vendor) == 0 &&
+           strcmp(a->name, b->name) == 0 && strcmp(a->vendor_id, b->vendor_id) == 0;
+}
+
+// A record names its device again, with the token for its kind in front.
+static void identity_string_opens_the_same_device(SyclQueue* queue) {
+    DeviceInfo* info = GetDeviceInfo(queue);
+    CHECK(info != NULL);
+    if (info == NULL)
+        return;
+    CHECK(info->kind == tarn_device_cpu || info->kind == tarn_device_native_cpu);
+    CHECK(info->reserved_text[0] == '\0' && info->reserved_flag == 0 && info->needs_driver_update == 0);
+
+    DeviceInfo* devices = NULL;
+    int32_t count = 0;
+    GetDevices(&devices, &count);
+    int found = 0;
+    for (int32_t i = 0; i < count; ++i)
+        found += same_record(&devices[i], info);
+    CHECK(found == 1);
+    FreeDevices(devices);
+
+    const char* token = info->kind == tarn_device_cpu ? TARN_KIND_TOKEN_CPU : TARN_KIND_TOKEN_NATIVE_CPU;
+    SyclQueue* same = open_device(token, info, info->vendor_id);
+    CHECK(same != NULL);
+    DestroySyclQueue(same);
+    CHECK(open_device(token, info, "no number") == NULL);
+    CHECK(open_device(TARN_KIND_TOKEN_DISCRETE_GPU, info, info->vendor_id) == NULL);
+    CHECK(open_device("", info, info->vendor_id) == NULL);
+    CHECK(CreateSyclQueue(token[0] == 'c' ? "cpu/" : token, &callbacks) == NULL); // fields are missing
+    FreeDeviceInfo(info);
+}
+
+static void shaper_wears_a_hill_down(SyclQueue* queue) {
+    float hill[cells], heights[cells];
+    make_hill(hill);
+    memcpy(heights, hill, sizeof(heights));
+    const thermal_shaper_Parameters parameters = shaper_parameters();
+
+    reset_seen();
+    CHECK(ThermalShaper_Process(queue, heights, NULL, &parameters, &callbacks) == status_ok);
+    CHECK(seen.progress_calls == 1 && seen.first_percent == 0.0 && seen.cancel_questions == 0);
+    CHECK(seen.acquisitions == 1 && seen.releases == 1 && seen.acquired_bytes == seen.released_bytes);
+    CHECK(seen.acquired_bytes == 64u * 1024u * 1024u); // the least that is reported; the run needs 4096 bytes
+    CHECK(seen.error_lines == 0 && seen.reserved_calls == 0);
+
+    CHECK(highest(heights) < highest(hill) - 0.01f);
+    for (int i = 0; i < cells; ++i)
+        CHECK(isfinite(heights[i]));
+
+    // The other sign of the rate does the same to the mirrored terrain.
+    float mirrored[cells];
+    for (int i = 0; i < cells; ++i)
+        mirrored[i] = -hill[i];
+    thermal_shaper_Parameters other_sign = parameters;
+    other_sign.rate = -parameters.rate;
+    CHECK(ThermalShaper_Process(queue, mirrored, NULL, &other_sign, &callbacks) == status_ok);
+    for (int i = 0; i < cells; ++i)
+        mirrored[i] = -mirrored[i];
+    CHECK(all_equal(mirrored, heights));
+
+    // A blend of 0 leaves the input to the bit.
+    thermal_shaper_Parameters no_blend = parameters;
+    no_blend.blend = 0.0f;
+    memcpy(heights, hill, sizeof(heights));
+    CHECK(ThermalShaper_Process(queue, heights, NULL, &no_blend, &callbacks) == status_ok);
+    CHECK(memcmp(heights, hill, sizeof(heights)) == 0);
+}
+
+static void shaper_refuses_what_cannot_run(SyclQueue* queue) {
+    float hill[cells], heights[cells];
+    make_hill(hill);
+    memcpy(heights, hill, sizeof(heights));
+    const thermal_shaper_Parameters good = shaper_parameters();
+
+    reset_seen();
+    CHECK(ThermalShaper_Process(NULL, heights, NULL, &good, &callbacks) == status_failed);
+    CHECK(ThermalShaper_Process(queue, NULL, NULL, &good, &callbacks) == status_failed);
+    CHECK(nothing_called_back());
+    CHECK(ThermalShaper_Process(queue, heights, NULL, &good, NULL) == status_failed);
+
+    struct {
+        const char* field;
+        thermal_shaper_Parameters parameters;
+    } bad[] = {{"width", good}, {"height", good}, {"level_divisor", good},   {"scale_numerator", good},
+               {"blend", good}, {"rate", good},   {"level_multiplier", good}};
+    bad[0].parameters.width = 0;
+    bad[1].parameters.height = -3;
+    bad[2].parameters.level_divisor = 0.0f;
+    bad[3].parameters.scale_numerator = 0.0f;
+    bad[4].parameters.blend = NAN;
+    bad[5].parameters.rate = INFINITY;
+    bad[6].parameters.level_multiplier = -1.0f;
+    for (size_t i = 0; i < sizeof(bad) / sizeof(bad[0]); ++i) {
+        reset_seen();
+        CHECK(ThermalShaper_Process(queue, heights, NULL, &bad[i].parameters, &callbacks) == status_failed);
+        CHECK(seen.error_lines == 1 && strstr(seen.last_error, bad[i].field) != NULL);
+        CHECK(seen.progress_calls == 0 && seen.acquisitions == 0 && seen.releases == 0);
+    }
+    CHECK(memcmp(heights, hill, sizeof(heights)) == 0);
+}
+
+int main(void) {
+    records_hold_fields_at_their_places();
+    exports_have_their_types();
+
+    SyclQueue* queue = CreateSyclQueue("cpu", &callbacks);
+    if (queue == NULL) {
+        printf("no queue on the CPU\n");
+        return 1;
+    }
+    identity_string_opens_the_same_device(queue);
+    shaper_wears_a_hill_down(queue);
+    shaper_refuses_what_cannot_run(queue);
+    DestroySyclQueue(queue);
+
+    if (failures != 0) {
+        printf("%d checks failed\n", failures);
+        return 1;
+    }
+    printf("the boundary works from C\n");
+    return 0;
+}

@@ -1,0 +1,99 @@
+// What the tests share: a host that records its callbacks, terrains to work on, comparisons to the bit.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sycl/sycl.hpp>
+#include <tarn/oneapi.h>
+
+namespace tarn_test {
+
+/// A host's record of callbacks that notes every call. One at a time: the callbacks are plain functions.
+class RecordingHost {
+  public:
+    RecordingHost() { current() = this; }
+    ~RecordingHost() { current() = nullptr; }
+    RecordingHost(const RecordingHost&) = delete;
+    RecordingHost& operator=(const RecordingHost&) = delete;
+
+    HostCallbacks callbacks() const {
+        HostCallbacks record{};
+        record.progress = [](double percent) {
+            current()->progress.push_back(percent);
+        };
+        record.is_cancelled = [] {
+            ++current()->cancel_questions;
+            return current()->cancel_at != 0 && current()->cancel_questions >= current()->cancel_at;
+        };
+        record.log_info = [](const char* text) {
+            current()->infos.emplace_back(text);
+        };
+        record.log_error = [](const char* text) {
+            current()->errors.emplace_back(text);
+        };
+        record.acquire_memory = [](std::size_t bytes) {
+            current()->acquired.push_back(bytes);
+        };
+        record.release_memory = [](std::size_t bytes) {
+            current()->released.push_back(bytes);
+        };
+        return record;
+    }
+
+    std::vector<double> progress;
+    int cancel_questions = 0;
+    /// The question that is answered with yes, as are all later ones; 0 never cancels.
+    int cancel_at = 0;
+    std::vector<std::string> infos, errors;
+    std::vector<std::size_t> acquired, released;
+
+    /// Whether no callback has been called at all.
+    bool untouched() const {
+        return progress.empty() && cancel_questions == 0 && infos.empty() && errors.empty() && acquired.empty() &&
+               released.empty();
+    }
+
+  private:
+    static RecordingHost*& current() {
+        static RecordingHost* host = nullptr;
+        return host;
+    }
+};
+
+inline SyclQueue* handle(sycl::queue& queue) {
+    return reinterpret_cast<SyclQueue*>(&queue);
+}
+
+/// Uneven ground without any symmetry: waves of several lengths and a repeatable roughness.
+inline std::vector<float> rough_terrain(int width, int height) {
+    std::vector<float> cells;
+    std::uint32_t state = 0x9E3779B9u;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            state = state * 1664525u + 1013904223u;
+            const float noise = static_cast<float>(state >> 8) * 0x1p-24f;
+            const auto fx = static_cast<float>(x), fy = static_cast<float>(y);
+            cells.push_back(40.0f * std::sin(fx * 0.11f) * std::cos(fy * 0.07f) +
+                            9.0f * std::sin((fx + 2.0f * fy) * 0.5f) + 6.0f * noise);
+        }
+    }
+    return cells;
+}
+
+template <class T>
+::testing::AssertionResult same_bits(const std::vector<T>& actual, const std::vector<T>& expected) {
+    if (actual.size() != expected.size())
+        return ::testing::AssertionFailure() << "sizes " << actual.size() << " and " << expected.size();
+    for (std::size_t i = 0; i < actual.size(); ++i)
+        if (std::memcmp(&actual[i], &expected[i], sizeof(T)) != 0)
+            return ::testing::AssertionFailure()
+                   << "first difference at " << i << ": " << actual[i] << " instead of " << expected[i];
+    return ::testing::AssertionSuccess();
+}
+
+} // namespace tarn_test

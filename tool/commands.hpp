@@ -1,0 +1,10 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+/// Each adds one subcommand, which runs as soon as its arguments are parsed and throws ToolError if it fails.
+void add_devices_command(CLI::App& app);
+void add_preview_command(CLI::App& app);
+void add_shape_command(CLI::App& app);

@@ -1,0 +1,82 @@
+#include "resample.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <stdexcept>
+
+namespace {
+
+std::size_t index(GridSize size, int x, int y) {
+    return static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width) + static_cast<std::size_t>(x);
+}
+
+std::vector<float> make_cells(GridSize size) {
+    return std::vector<float>(index(size, 0, size.height));
+}
+
+/// Where a cell centre of the new grid falls between two of the old one, along one axis.
+struct Position {
+    int first, second;
+    float weight; ///< of the second
+};
+
+std::vector<Position> positions(int from, int to) {
+    std::vector<Position> result(static_cast<std::size_t>(to));
+    for (int i = 0; i < to; ++i) {
+        const double place = std::clamp((i + 0.5) * from / to - 0.5, 0.0, from - 1.0);
+        const int first = static_cast<int>(place);
+        result[static_cast<std::size_t>(i)] = {first, std::min(first + 1, from - 1), static_cast<float>(place - first)};
+    }
+    return result;
+}
+
+float mix(float a, float b, float weight) {
+    return a + (b - a) * weight;
+}
+
+} // namespace
+
+GridSize round_up(GridSize size, int multiple) {
+    const auto up = [multiple](int value) {
+        const long long rounded = (static_cast<long long>(value) + multiple - 1) / multiple * multiple;
+        if (rounded > 0x7fffffff)
+            throw std::length_error("the grid is too large to be padded");
+        return static_cast<int>(rounded);
+    };
+    return {up(size.width), up(size.height)};
+}
+
+std::vector<float> pad(const std::vector<float>& cells, GridSize from, GridSize to) {
+    std::vector<float> result = make_cells(to);
+    for (int y = 0; y < to.height; ++y)
+        for (int x = 0; x < to.width; ++x)
+            result[index(to, x, y)] = cells[index(from, std::min(x, from.width - 1), std::min(y, from.height - 1))];
+    return result;
+}
+
+std::vector<float> crop(const std::vector<float>& cells, GridSize from, GridSize to) {
+    std::vector<float> result = make_cells(to);
+    for (int y = 0; y < to.height; ++y)
+        std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(index(from, 0, y)), to.width,
+                    result.begin() + static_cast<std::ptrdiff_t>(index(to, 0, y)));
+    return result;
+}
+
+std::vector<float> resample(const std::vector<float>& cells, GridSize from, GridSize to) {
+    const std::vector<Position> columns = positions(from.width, to.width);
+    const std::vector<Position> rows = positions(from.height, to.height);
+    std::vector<float> result = make_cells(to);
+    for (int y = 0; y < to.height; ++y) {
+        const Position row = rows[static_cast<std::size_t>(y)];
+        for (int x = 0; x < to.width; ++x) {
+            const Position column = columns[static_cast<std::size_t>(x)];
+            const float upper = mix(cells[index(from, column.first, row.first)],
+                                    cells[index(from, column.second, row.first)], column.weight);
+            const float lower = mix(cells[index(from, column.first, row.second)],
+                                    cells[index(from, column.second, row.second)], column.weight);
+            result[index(to, x, y)] = mix(upper, lower, row.weight);
+        }
+    }
+    return result;
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <vector>
+
+struct GridSize {
+    int width, height;
+
+    bool operator==(const GridSize&) const = default;
+};
+
+/// How a grid is brought to a size that suits a computation.
+enum class Fit { pad, resample, none };
+
+/// The smallest size whose sides are multiples of `multiple` and no smaller than those of `size`.
+GridSize round_up(GridSize size, int multiple);
+
+/// Adds columns on the right and rows at the bottom that repeat the last ones.
+std::vector<float> pad(const std::vector<float>& cells, GridSize from, GridSize to);
+
+/// Takes the upper left corner: undoes pad.
+std::vector<float> crop(const std::vector<float>& cells, GridSize from, GridSize to);
+
+/// Stretches the grid over another number of cells, bilinear between cell centres.
+std::vector<float> resample(const std::vector<float>& cells, GridSize from, GridSize to);
