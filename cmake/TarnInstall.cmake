@@ -13,5 +13,6 @@ write_basic_package_version_file("${CMAKE_BINARY_DIR}/TarnOneAPIConfigVersion.cm
 install(FILES "${CMAKE_BINARY_DIR}/TarnOneAPIConfig.cmake" "${CMAKE_BINARY_DIR}/TarnOneAPIConfigVersion.cmake"
         DESTINATION ${package_dir})
 
+file(RELATIVE_PATH prefix_from_package "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" /prefix)
 configure_file(cmake/tarn-oneapi.pc.in "${CMAKE_BINARY_DIR}/tarn-oneapi.pc" @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/tarn-oneapi.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

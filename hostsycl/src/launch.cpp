@@ -13,6 +13,7 @@
 #endif
 
 #include "hostsycl/detail/queue_impl.hpp"
+#include "sanitizers.hpp"
 
 namespace sycl::detail {
 
@@ -101,14 +102,21 @@ void run_parallel(piece_function function, const void* work, std::size_t begin, 
         ideal < static_cast<double>(longest) ? std::max<std::size_t>(1, static_cast<std::size_t>(ideal)) : longest;
     if (interval > row)
         interval -= interval % row;
-    const auto run_intervals = [=](const tbb::blocked_range<std::size_t>& intervals) {
+    // The sanitizer cannot look into TBB: it is told that tasks begin after this point and end before the next.
+    char fork = 0;
+    char join = 0;
+    HOSTSYCL_TSAN_RELEASE(&fork);
+    const auto run_intervals = [=, &fork, &join](const tbb::blocked_range<std::size_t>& intervals) {
+        HOSTSYCL_TSAN_ACQUIRE(&fork);
         function(work, std::max(begin, intervals.begin() * interval), std::min(end, intervals.end() * interval));
+        HOSTSYCL_TSAN_RELEASE(&join);
     };
     // Isolated: while this thread waits it must not take up an unrelated task, which might want a buffer that this
     // command holds.
     tbb::this_task_arena::isolate([&] {
         tbb::parallel_for(tbb::blocked_range<std::size_t>(begin / interval, (end - 1) / interval + 1), run_intervals);
     });
+    HOSTSYCL_TSAN_ACQUIRE(&join);
 }
 
 } // namespace

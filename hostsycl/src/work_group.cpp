@@ -14,27 +14,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define HOSTSYCL_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define HOSTSYCL_ADDRESS_SANITIZER 1
-#endif
-#endif
-#if defined(__SANITIZE_THREAD__)
-#define HOSTSYCL_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define HOSTSYCL_THREAD_SANITIZER 1
-#endif
-#endif
-
-#if defined(HOSTSYCL_ADDRESS_SANITIZER)
-#include <sanitizer/common_interface_defs.h>
-#endif
-#if defined(HOSTSYCL_THREAD_SANITIZER)
-#include <sanitizer/tsan_interface.h>
-#endif
+#include "sanitizers.hpp"
 
 namespace sycl::detail {
 

@@ -48,14 +48,14 @@ LaplacianLevel make_root(const Parameters& parameters, sycl::queue& queue, float
     // The mask is only ever read: it is wrapped, or uploaded without a way back.
     Grid mask_grid(extent, queue, const_cast<float*>(mask), false, true);
     Grid height_grid(extent, queue, heights, true, true);
-    return {std::move(height_grid), std::move(mask_grid), nullptr};
+    return {queue, std::move(height_grid), std::move(mask_grid), nullptr};
 }
 
 } // namespace
 
-LaplacianLevel::LaplacianLevel(Grid level_base, Grid level_mask, LaplacianLevel* finer)
-    : queue(&level_base.queue()), extent(level_base.extent()), parent(finer), base(std::move(level_base)),
-      detail(extent, base.queue()), mask(std::move(level_mask)) {}
+LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_base, Grid level_mask, LaplacianLevel* finer)
+    : queue(&level_queue), extent(level_base.extent()), parent(finer), base(std::move(level_base)),
+      detail(extent, level_queue), mask(std::move(level_mask)) {}
 
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level() {
     Grid next_base = resampling::downsample_magic(base);
@@ -64,7 +64,7 @@ std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level() {
                      [detail_cells = detail.data(), base_cells = base.data()](std::ptrdiff_t row, int x, float up) {
                          detail_cells[row + x] = base_cells[row + x] - up;
                      });
-    auto next = std::make_unique<LaplacianLevel>(std::move(next_base), std::move(next_mask), this);
+    auto next = std::make_unique<LaplacianLevel>(*queue, std::move(next_base), std::move(next_mask), this);
     for (LaplacianLevel* finer = this; finer != nullptr; finer = finer->parent)
         ++finer->level;
     return next;

@@ -29,7 +29,7 @@ using Grid = usm_ptr<float, 2>;
 
 /// One level of the pyramid.
 struct LaplacianLevel {
-    LaplacianLevel(Grid level_base, Grid level_mask, LaplacianLevel* finer);
+    LaplacianLevel(sycl::queue& level_queue, Grid level_base, Grid level_mask, LaplacianLevel* finer);
 
     /// The next coarser level: half the size, rounded down. Writes this level's `detail`, and counts one more coarser
     /// level on this level and on every finer one.
@@ -41,6 +41,7 @@ struct LaplacianLevel {
     /// Folds this level into its parent: upsampled, plus the parent's detail times `detail_gain`.
     void reconstruct_previous_level(const Parameters& parameters);
 
+    /// The caller's queue, which outlives the grids that come and go as `base`.
     sycl::queue* queue;
     Extent<2> extent;
     /// Number of coarser levels: 0 at the coarsest.
