@@ -80,6 +80,16 @@ asc 20 17 1 0 >no_mask.asc
 expect 0 "the mask is resampled from 20 x 17 to 403 x 344 cells" shape "$terrain" masked_out.tif --mask no_mask.asc
 expect_change 0 100 "$terrain" masked_out.tif
 
+# Sand lies on the ground until the wind moves it, and bare ground stays.
+expect 0 "" dunes "$terrain" sanded.tif --sand 2 --duration 0
+expect_change 1.99 2.01 "$terrain" sanded.tif
+expect 0 "" dunes "$terrain" bare.tif --sand 0 --duration 0.002
+expect_change 0 0 "$terrain" bare.tif
+expect 0 "the sand is resampled from 20 x 17 to 403 x 344 cells" dunes "$terrain" dunes.tif --sand no_mask.asc \
+    --duration 0.002 --sand-out sand.tif --wind-trace trace.tif --preview dunes.png
+expect_change 0 0 "$terrain" dunes.tif
+expect 64 "a depth must be a finite number from 0 up" dunes "$terrain" dunes.tif --sand -1
+
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc
 expect_change 0 0 shaped.tif shaped.asc

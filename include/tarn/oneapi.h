@@ -432,7 +432,9 @@ typedef struct arrakis_Parameters {
     float repose_angle;
     /** Has no effect. */
     float feature_size;
+    /** Horizontal extent of the whole grid in world units. */
     float terrain_size;
+    /** World height of a height of 1. A cell is terrain_size / (terrain_height * width) heights wide, above 0. */
     float terrain_height;
 } arrakis_Parameters;
 
@@ -442,12 +444,10 @@ typedef struct arrakis_Parameters {
  * the angle of repose slide. The wind carries sand around the edges of the grid, as on a torus; slopes end at the
  * edges.
  *
- * Availability: planned; this release does not export it.
- *
  * - height: in and out. In: the ground without the sand. Out: ground and sand.
  * - sand: in and out; depth of the sand, from 0. Its sum is kept up to rounding.
- * - wind_trace: out; streamlines of the last round's wind. 0 after a cancel, and on grids below 256 cells or narrower
- *   than 16 cells.
+ * - wind_trace: out; streamlines of the last round's wind. 0 after a cancel or no round at all, and on grids below 256
+ *   cells or narrower than 16 cells.
  *
  * Ends with the line "Execution time: ... ms" by log_info. Status 0, 2 or 3: a cancel stops the run, and the status of
  * a run so stopped is 0. The grids may differ in their last bits from run to run. Need: 68 * width * height bytes.
