@@ -332,8 +332,6 @@ typedef struct thermal_Parameters {
  * shields what is under it; only the slide changes the surface. Where a coarser level has left cover or wear, less of
  * the finer detail is put back. Loose material leaves the terrain over its border.
  *
- * Availability: planned; this release does not export it.
- *
  * - heights: in and out; the surface, loose material included.
  * - depth: out; depth of the loose material on the surface.
  * - wear: out; how much material was loosened at each cell over the whole run.

@@ -37,29 +37,6 @@ void launch_pieces(sycl::queue& queue, const Extent<2>& extent, Cells cells) {
     });
 }
 
-/// Calls `cell(x, y, interior)` for every cell of the grid; `interior` says that all eight neighbours lie inside.
-template <class Cell>
-void launch_with_neighbours(sycl::queue& queue, const Extent<2>& extent, Cell cell) {
-    if (!queue.get_device().is_cpu()) {
-        queue.parallel_for(extent.shape(), [=](sycl::id<2> index) {
-            cell(static_cast<int>(index[1]), static_cast<int>(index[0]), std::false_type{});
-        });
-        return;
-    }
-    const int last_row = static_cast<int>(extent.y()) - 1;
-    launch_rows(launch_on(queue), extent, 1, [=](int y, int first, int last, auto interior_column) {
-        const Cell local = cell;
-        if (interior_column && y > 0 && y < last_row) {
-            TARN_INDEPENDENT_ITERATIONS
-            for (int x = first; x < last; ++x)
-                local(x, y, std::true_type{});
-        } else {
-            for (int x = first; x < last; ++x)
-                local(x, y, std::false_type{});
-        }
-    });
-}
-
 /// The grids that only a run of rounds needs. Between saltation and the next round's blur the blurred heights and the
 /// shelter are not needed; the avalanches work in their place.
 struct Scratch {
@@ -140,19 +117,20 @@ void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const
     float* sand = level.sand.data();
     float* moved = scratch.blurred.data();
     float* inverse_sum = scratch.blur_scratch.data();
-    launch_with_neighbours(*level.queue, level.extent, [=](int x, int y, auto interior) {
+    launch_with_neighbours(launch_on(*level.queue), level.extent, [=](int x, int y, auto interior) {
         const std::ptrdiff_t i = setting.index(x, y);
         const Slide slide = avalanche<interior.value>(x, y, setting, height, sand, pass);
         moved[i] = slide.moved;
         inverse_sum[i] = slide.inverse_sum;
     });
-    launch_with_neighbours(*level.queue, level.extent, [=, ground = level.ground.data()](int x, int y, auto interior) {
-        const std::ptrdiff_t i = setting.index(x, y);
-        const float depth =
-            sand[i] + slid_sand<interior.value>(x, y, setting, height, moved, inverse_sum, pass.threshold);
-        sand[i] = depth;
-        next_height[i] = ground[i] + depth;
-    });
+    launch_with_neighbours(
+        launch_on(*level.queue), level.extent, [=, ground = level.ground.data()](int x, int y, auto interior) {
+            const std::ptrdiff_t i = setting.index(x, y);
+            const float depth =
+                sand[i] + slid_sand<interior.value>(x, y, setting, height, moved, inverse_sum, pass.threshold);
+            sand[i] = depth;
+            next_height[i] = ground[i] + depth;
+        });
 }
 
 void launch_avalanches(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting, float repose) {

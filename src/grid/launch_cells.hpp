@@ -68,6 +68,32 @@ void launch_cells(LaunchTarget<Target> on, const Extent<2>& extent, int margin, 
     });
 }
 
+/// Calls `cell(x, y, interior)` for every cell of the grid; `interior` is true_type where all eight neighbours lie
+/// inside. The shape of launches as above.
+template <class Target, class Cell>
+void launch_with_neighbours(LaunchTarget<Target> on, const Extent<2>& extent, Cell cell) {
+    if (extent.x() == 0 || extent.y() == 0)
+        return;
+    if (!on.is_cpu) {
+        on.target.parallel_for(extent.shape(), [=](sycl::id<2> index) {
+            cell(static_cast<int>(index[1]), static_cast<int>(index[0]), std::false_type{});
+        });
+        return;
+    }
+    const int last_row = static_cast<int>(extent.y()) - 1;
+    launch_rows(on, extent, 1, [=](int y, int first, int last, auto interior_column) {
+        const Cell local = cell;
+        if (interior_column.value && y > 0 && y < last_row) {
+            TARN_INDEPENDENT_ITERATIONS
+            for (int x = first; x < last; ++x)
+                local(x, y, std::true_type{});
+        } else {
+            for (int x = first; x < last; ++x)
+                local(x, y, std::false_type{});
+        }
+    });
+}
+
 /// A grid's cells inside a kernel, from either holder.
 inline float* cells_of(float* data) {
     return data;

@@ -1,0 +1,343 @@
+#include "thermal/thermal.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <optional>
+#include <utility>
+
+#include "grid/launch_cells.hpp"
+#include "grid/resampling.hpp"
+#include "grid/upsample.hpp"
+#include "thermal/thermal_kernels.hpp"
+
+namespace tarn::thermal {
+
+namespace {
+
+using Reader = sycl::accessor<float, 2, sycl::access_mode::read>;
+using Writer = sycl::accessor<float, 2, sycl::access_mode::write>;
+using Updater = sycl::accessor<float, 2, sycl::access_mode::read_write>;
+
+Reader read(Grid& grid, sycl::handler& handler) {
+    return {grid, handler, sycl::read_only};
+}
+
+/// For kernels that write every cell.
+Writer overwrite(Grid& grid, sycl::handler& handler) {
+    return {grid, handler, sycl::write_only, sycl::no_init};
+}
+
+Updater update(Grid& grid, sycl::handler& handler) {
+    return {grid, handler, sycl::read_write};
+}
+
+bool is_given(bool flag, const Grid& mask) {
+    return flag && mask.size() != 1;
+}
+
+/// Width of a cell in units of height.
+float cell_width(const Parameters& p, std::size_t columns) {
+    return p.terrain_size / (static_cast<float>(columns) * p.terrain_height);
+}
+
+Setting make_setting(const Parameters& p, const sycl::range<2>& extent) {
+    Setting s{};
+    s.columns = static_cast<int>(extent[1]);
+    s.rows = static_cast<int>(extent[0]);
+    s.scale = cell_width(p, extent[1]);
+    s.inverse_scale = 1.0f / s.scale;
+    // The arc tangent of the angle in radians.
+    s.talus = static_cast<float>(std::atan(static_cast<double>(p.repose_angle * 0.0055555557f) * 3.141592653589793));
+    s.talus_step = s.talus * s.scale;
+    s.bias_a = maximum(1.3333334f * p.curvature_bias - 0.33333334f, 0.0f);
+    s.bias_b = minimum(p.curvature_bias * 4.0f, 1.0f);
+    s.erosion_rate = p.erosion_rate;
+    s.absorption = p.absorption;
+    return s;
+}
+
+/// The direction fields of a directional phase.
+struct Direction {
+    explicit Direction(const sycl::range<2>& extent) : x(extent), y(extent) {}
+    Grid x;
+    Grid y;
+};
+
+/// Loosens ground and works out what every cell sheds, with the plain rule.
+template <bool masked>
+void launch_loosen(LaplacianLevel& level, const Setting& s) {
+    level.queue->submit([&](sycl::handler& handler) {
+        const Reader heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
+        const Updater depth = update(level.depth, handler), wear = update(level.wear, handler);
+        const Writer drop_sum = overwrite(level.drop_sum, handler), next_depth = overwrite(level.next_depth, handler);
+        launch_with_neighbours(
+            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
+                const std::ptrdiff_t i = s.index(x, y);
+                const Slope slope = find_slope_and_curvature<interior.value>(cells_of(heights), x, y, s);
+                const float l =
+                    loosened(slope, cells_of(depth)[i], plain_loosening, masked ? cells_of(mask)[i] : 1.0f, s);
+                const float cover = cells_of(depth)[i] + l;
+                cells_of(depth)[i] = cover;
+                cells_of(wear)[i] += l;
+                const float falls = sum_of_falls<interior.value>(cells_of(heights), x, y, s);
+                const float sum = slope.slope > s.talus_step ? falls : 0.0f;
+                cells_of(drop_sum)[i] = sum;
+                cells_of(next_depth)[i] = -minimum(cover, sum);
+            });
+    });
+}
+
+/// The same with the directional rule, which keeps the field for the move.
+template <bool masked>
+void launch_loosen_directional(LaplacianLevel& level, Direction& direction, const Setting& s) {
+    level.queue->submit([&](sycl::handler& handler) {
+        const Reader heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
+        const Updater depth = update(level.depth, handler), wear = update(level.wear, handler);
+        const Writer drop_sum = overwrite(level.drop_sum, handler), next_depth = overwrite(level.next_depth, handler);
+        const Writer direction_x = overwrite(direction.x, handler), direction_y = overwrite(direction.y, handler);
+        launch_with_neighbours(
+            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
+                const std::ptrdiff_t i = s.index(x, y);
+                const Slope slope = find_slope_and_curvature<interior.value>(cells_of(heights), x, y, s);
+                float dx, dy;
+                direction_of(slope, s, dx, dy);
+                cells_of(direction_x)[i] = dx;
+                cells_of(direction_y)[i] = dy;
+                const float l =
+                    loosened(slope, cells_of(depth)[i], directional_loosening, masked ? cells_of(mask)[i] : 1.0f, s);
+                const float cover = cells_of(depth)[i] + l;
+                cells_of(depth)[i] = cover;
+                cells_of(wear)[i] += l;
+                float sum = 0.0f;
+                if (interior.value || !s.is_border(x, y))
+                    sum = sum_of_biased_falls(cells_of(heights), x, y, dx, dy, s);
+                cells_of(drop_sum)[i] = sum;
+                cells_of(next_depth)[i] = -minimum(cover, sum);
+            });
+    });
+}
+
+/// Moves what the cells shed. `direction` is given in directional iterations alone.
+template <bool directional, bool masked>
+void launch_move(LaplacianLevel& level, Direction* direction, const Setting& s) {
+    level.queue->submit([&](sycl::handler& handler) {
+        const Reader heights = read(level.heights, handler), depth = read(level.depth, handler);
+        const Reader drop_sum = read(level.drop_sum, handler), mask = read(level.absorption_mask, handler);
+        const Reader direction_x = read(directional ? direction->x : level.drop_sum, handler);
+        const Reader direction_y = read(directional ? direction->y : level.drop_sum, handler);
+        const Writer next_heights = overwrite(level.next_heights, handler);
+        const Updater next_depth = update(level.next_depth, handler);
+        launch_with_neighbours(
+            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
+                const std::ptrdiff_t i = s.index(x, y);
+                const Shed shed{cells_of(heights), cells_of(depth), cells_of(drop_sum), cells_of(direction_x),
+                                cells_of(direction_y)};
+                float arriving = 0.0f;
+                if (interior.value || !s.is_border(x, y))
+                    arriving = inflow<directional>(shed, x, y, s);
+                const float v = change(arriving, cells_of(next_depth)[i], masked ? cells_of(mask)[i] : 1.0f,
+                                       directional ? directional_move : plain_move, s);
+                cells_of(next_heights)[i] = cells_of(heights)[i] + v;
+                cells_of(next_depth)[i] = cells_of(depth)[i] + v;
+            });
+    });
+}
+
+/// Calls `launch` with whether the flag is set as a constant.
+template <class Launch>
+void with_constant(bool flag, Launch launch) {
+    if (flag)
+        launch(std::true_type{});
+    else
+        launch(std::false_type{});
+}
+
+LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGrids& grids) {
+    const sycl::range<2> shape(static_cast<std::size_t>(p.height), static_cast<std::size_t>(p.width));
+    // The masks are only ever read.
+    const auto mask = [&](const float* cells) {
+        return create_buffer(const_cast<float*>(cells), shape, queue, false);
+    };
+    Grid heights = create_buffer(grids.heights, shape, queue, true);
+    Grid depth = create_buffer(grids.depth, shape, queue, true);
+    Grid wear = create_buffer(grids.wear, shape, queue, true);
+    return {queue, heights, depth, wear, mask(grids.erosion_mask), mask(grids.absorption_mask), nullptr};
+}
+
+/// Makes `target`, which is bound to the caller's memory, hold what `current` holds.
+void bring_back(sycl::queue& queue, Grid& current, Grid& target) {
+    if (current == target)
+        return;
+    queue.submit([&](sycl::handler& handler) { handler.copy(read(current, handler), overwrite(target, handler)); });
+}
+
+} // namespace
+
+Schedule::Schedule(const Parameters& p) {
+    const float count = level_count(p);
+    const float smooth = count >= 1.0f ? count : std::exp(count - 1.0f);
+    fraction_ = smooth - std::floor(smooth);
+    if (fraction_ == 0.0f)
+        fraction_ = 1.0f;
+    full_iterations_ = p.duration * 2560.0f;
+
+    const int wanted = std::max(static_cast<int>(std::ceil(count)), 1);
+    levels_ = 1;
+    for (std::int32_t width = p.width, height = p.height; levels_ < wanted; ++levels_) {
+        if (width == 1 && height == 1)
+            continue; // a single cell is its own coarser level
+        if (width == 1 || height == 1)
+            break;
+        width /= 2;
+        height /= 2;
+    }
+}
+
+float Schedule::iterations(int level_index) const {
+    const float x = maximum(static_cast<float>(level_index) - 2.5f + fraction_, 0.0f);
+    const float exponent = std::exp(-6.0f * x) * 0.16666667f + (x - 0.16666667f);
+    const float share = std::exp(exponent * -0.6931472f);
+    const float weight = level_index == 0 ? fraction_ : 1.0f;
+    return std::ceil((weight * full_iterations_) * share);
+}
+
+float Schedule::level_count(const Parameters& p) {
+    return std::log2(static_cast<float>(p.width) * p.feature_size / p.terrain_size);
+}
+
+Phase phase_of(float t, float iterations, int level_index, bool is_root) {
+    const float settle_start = level_index != 0 ? iterations - 8.0f : 0.0f;
+    const float directional_start = iterations - minimum(20.0f, 0.5f * iterations);
+    if (t >= settle_start)
+        return Phase::settling;
+    return t >= directional_start && is_root ? Phase::directional : Phase::plain;
+}
+
+LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_heights, Grid level_depth, Grid level_wear,
+                               Grid level_erosion_mask, Grid level_absorption_mask, LaplacianLevel* finer)
+    : queue(&level_queue), extent(level_heights.get_range()), parent(finer), heights(std::move(level_heights)),
+      depth(std::move(level_depth)), wear(std::move(level_wear)), next_heights(extent), next_depth(extent),
+      drop_sum(extent), detail(extent), erosion_mask(std::move(level_erosion_mask)),
+      absorption_mask(std::move(level_absorption_mask)) {}
+
+std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level(const Parameters& parameters) {
+    Grid next = resampling::downsample_magic(heights, *queue);
+    const auto coarser_mask = [&](bool flag, Grid& mask) {
+        return flag ? resampling::downsample_magic(mask, *queue) : mask;
+    };
+    Grid next_erosion_mask = coarser_mask(parameters.use_erosion_mask != 0, erosion_mask);
+    Grid next_absorption_mask = coarser_mask(parameters.use_absorption_mask != 0, absorption_mask);
+    queue->submit([&](sycl::handler& handler) {
+        const Reader fine = read(heights, handler), coarse = read(next, handler);
+        const Writer out = overwrite(detail, handler);
+        launch_upsampled(
+            launch_on(handler, *queue), Extent<2>(extent), coarse, Extent<2>(next.get_range()),
+            [=](std::ptrdiff_t row, int x, float up) { cells_of(out)[row + x] = cells_of(fine)[row + x] - up; });
+    });
+    const sycl::range<2> next_extent = next.get_range();
+    return std::make_unique<LaplacianLevel>(*queue, next, Grid(next_extent), Grid(next_extent), next_erosion_mask,
+                                            next_absorption_mask, this);
+}
+
+void LaplacianLevel::reconstruct_previous_level(const Parameters& parameters) {
+    const FoldBack rule{cell_width(parameters, extent[1]), parameters.absorption};
+    LaplacianLevel& fine = *parent;
+    with_constant(is_given(parameters.use_absorption_mask != 0, fine.absorption_mask), [&](auto masked) {
+        queue->submit([&](sycl::handler& handler) {
+            const Reader surface = read(heights, handler), cover = read(depth, handler), worn = read(wear, handler);
+            const Reader fine_detail = read(fine.detail, handler), coarse_mask = read(absorption_mask, handler);
+            const Reader fine_mask = read(fine.absorption_mask, handler);
+            const Writer fine_heights = overwrite(fine.heights, handler), fine_depth = overwrite(fine.depth, handler);
+            const Writer fine_wear = overwrite(fine.wear, handler);
+            launch_fine_cells(launch_on(handler, *queue), Extent<2>(fine.extent), Extent<2>(extent),
+                              [=](std::ptrdiff_t row, int x, const CoarseTaps& taps) {
+                                  const std::ptrdiff_t i = row + x;
+                                  const float wear_sum = sum_9331(cells_of(worn), taps);
+                                  float h, d;
+                                  fold_back(sample_9331(cells_of(surface), taps), sample_9331(cells_of(cover), taps),
+                                            wear_sum, cells_of(fine_detail)[i], rule, h, d);
+                                  float excess = 0.0f;
+                                  if constexpr (masked.value)
+                                      excess = cells_of(fine_mask)[i] - sample_9331(cells_of(coarse_mask), taps);
+                                  const float gone = absorbed(d, excess, rule);
+                                  cells_of(fine_depth)[i] = d - gone;
+                                  cells_of(fine_heights)[i] = h - gone;
+                                  cells_of(fine_wear)[i] = wear_sum * 0.0625f;
+                              });
+        });
+    });
+}
+
+void LaplacianLevel::clear_cover() {
+    for (Grid* grid : {&depth, &wear})
+        queue->submit([&](sycl::handler& handler) { handler.fill(overwrite(*grid, handler), 0.0f); });
+}
+
+Thermal::Thermal(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
+                 const CallerGrids& grids)
+    : tracker_(record, caller_queue), queue_(caller_queue),
+      resolution_(static_cast<std::size_t>(parameters.height), static_cast<std::size_t>(parameters.width)),
+      root_(make_root(parameters, queue_, grids)), caller_heights_(root_.heights), caller_depth_(root_.depth),
+      parameters_(parameters) {}
+
+void Thermal::run() {
+    const Schedule schedule(parameters_);
+    const int levels = schedule.levels();
+    const auto plan = [&](const LaplacianLevel& level, int level_index) {
+        tracker_.add_total(static_cast<double>(level.extent.size()) *
+                           static_cast<double>(schedule.iterations(level_index)));
+    };
+    plan(root_, levels - 1);
+    std::deque<std::unique_ptr<LaplacianLevel>> coarser;
+    LaplacianLevel* coarsest = &root_;
+    for (int n = 1; n < levels; ++n) {
+        coarser.push_back(coarsest->create_subsequent_level(parameters_));
+        coarsest = coarser.back().get();
+        plan(*coarsest, levels - 1 - n);
+    }
+    coarsest->clear_cover();
+
+    int level_index = 0;
+    for (; !coarser.empty(); coarser.pop_back(), ++level_index) {
+        if (!tracker_.cancelled)
+            simulation(schedule.iterations(level_index), *coarser.back(), level_index);
+        coarser.back()->reconstruct_previous_level(parameters_);
+    }
+    if (!tracker_.cancelled)
+        simulation(schedule.iterations(level_index), root_, level_index);
+
+    bring_back(queue_, root_.heights, caller_heights_);
+    bring_back(queue_, root_.depth, caller_depth_);
+}
+
+void Thermal::simulation(float iterations, LaplacianLevel& level, int level_index) {
+    Setting setting = make_setting(parameters_, level.extent);
+    const bool erosion_masked = is_given(parameters_.use_erosion_mask != 0, level.erosion_mask);
+    const bool absorption_masked = is_given(parameters_.use_absorption_mask != 0, level.absorption_mask);
+    std::optional<Direction> direction;
+    for (float t = 0.0f; t < iterations; t += 1.0f) {
+        const Phase phase = phase_of(t, iterations, level_index, level.parent == nullptr);
+        if (phase == Phase::settling)
+            setting.talus = setting.talus_step = 0.0f;
+        if (phase == Phase::directional) {
+            if (!direction)
+                direction.emplace(level.extent);
+            with_constant(erosion_masked,
+                          [&](auto masked) { launch_loosen_directional<masked.value>(level, *direction, setting); });
+            with_constant(absorption_masked,
+                          [&](auto masked) { launch_move<true, masked.value>(level, &*direction, setting); });
+        } else {
+            with_constant(erosion_masked, [&](auto masked) { launch_loosen<masked.value>(level, setting); });
+            with_constant(absorption_masked,
+                          [&](auto masked) { launch_move<false, masked.value>(level, nullptr, setting); });
+        }
+        std::swap(level.heights, level.next_heights);
+        std::swap(level.depth, level.next_depth);
+        tracker_.add(static_cast<double>(level.extent.size()));
+        if (tracker_.cancelled)
+            return;
+    }
+}
+
+} // namespace tarn::thermal
