@@ -308,7 +308,7 @@ TARN_API uint32_t ThermalShaper_Process(SyclQueue* queue, float* heights, const 
 typedef struct thermal_Parameters {
     int32_t width;
     int32_t height;
-    /** Length of the run, from 0: 2560 iterations per 1.0 at a level of full weight. 0 runs none. */
+    /** Length of the run, 0 to 6553: 2560 iterations per 1.0 at a level of full weight. 0 runs none. */
     float duration;
     /** Strength of the loosening, from 0. */
     float erosion_rate;
@@ -337,6 +337,11 @@ typedef struct thermal_Parameters {
  * - wear: out; how much material was loosened at each cell over the whole run.
  * - erosion_mask: in, or null; factor on the loosening, from 0. Not read while use_erosion_mask is 0.
  * - absorption_mask: in, or null; factor on the absorption, from 0. Not read while use_absorption_mask is 0.
+ *
+ * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one; a grid of one cell is its own
+ * coarser level, and a grid that is longer than wide stops at one cell across. terrain_size, terrain_height and
+ * feature_size are above 0, or the call is refused. Coarser levels run longer; the last eight iterations of each settle
+ * with every slope active, and the finest level runs up to twelve directional ones before them.
  *
  * A flag with a null mask is as good as no flag. Status 0, 1, 2 or 3; after a cancel the coarser levels' results still
  * reach the grids. Need: 68 * width * height bytes.

@@ -7,6 +7,9 @@ namespace {
 using namespace tarn;
 using thermal::Parameters;
 
+/// Iterations are counted in a float, which holds whole numbers up to 2^24: 2560 for each 1.0.
+constexpr float longest_duration = 6553.0f;
+
 bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters* parameters,
            const HostCallbacks* callbacks) {
     ArgumentCheck check(frames::thermal_simulation, callbacks);
@@ -21,7 +24,7 @@ bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters
     check.grid_size(p.width, p.height)
         .finite("duration", p.duration)
         .require(p.duration >= 0.0f, "duration", static_cast<double>(p.duration), "at least 0")
-        .require(p.duration <= 65536.0f, "duration", static_cast<double>(p.duration), "at most 65536")
+        .require(p.duration <= longest_duration, "duration", static_cast<double>(p.duration), "at most 6553")
         .finite("erosion_rate", p.erosion_rate)
         .finite("curvature_bias", p.curvature_bias)
         .finite("repose_angle", p.repose_angle)
