@@ -135,6 +135,10 @@ expect 66 "no cell has a value" shape void.asc void.tif
 # Bad arguments and files.
 expect 64 "subcommand" 
 expect 64 "OUT" shape "$terrain"
+expect 0 "padded to 408 x 344" weather "$terrain" weathered.tif --depth-out depth.tif --wear-out wear.asc
+[[ -s weathered.tif && -s depth.tif && -s wear.asc ]] || fail "tarn weather wrote too little"
+expect 0 "" weather even.asc masked.asc --erosion-mask even.asc --absorption-mask even.asc
+expect 64 "--absorption" weather "$terrain" out.tif --absorption 2
 expect 64 "--colour" shape "$terrain" out.tif --colour red
 expect 64 "not a finite number" shape "$terrain" out.tif --rate nan
 expect 64 "not a finite number" shape "$terrain" out.tif --rate 1e999

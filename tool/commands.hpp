@@ -9,3 +9,4 @@ void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
+void add_weather_command(CLI::App& app);

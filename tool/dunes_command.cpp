@@ -45,14 +45,7 @@ std::vector<float> DunesCommand::make_sand(const Grid& terrain) const {
             throw ToolError(ExitCode::usage, "--sand: a depth must be a finite number from 0 up");
         return std::vector<float>(terrain.size(), static_cast<float>(depth / ground.height_unit_of(terrain)));
     }
-    Grid grid = read_grid(sand, 0.0f);
-    const GridSize size{terrain.width, terrain.height};
-    const GridSize sand_size{grid.width, grid.height};
-    if (sand_size == size)
-        return std::move(grid.cells);
-    print_note(format_text("the sand is resampled from %d x %d to %d x %d cells", grid.width, grid.height, size.width,
-                           size.height));
-    return resample(grid.cells, sand_size, size);
+    return fitted_cells(read_grid(sand, 0.0f), {terrain.width, terrain.height}, "the sand");
 }
 
 void DunesCommand::run() {

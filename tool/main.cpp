@@ -28,6 +28,7 @@ int run(int argc, char** argv) {
     add_verbosity_flags(app);
     add_devices_command(app);
     add_shape_command(app);
+    add_weather_command(app);
     add_dunes_command(app);
     add_preview_command(app);
     try {

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstddef>
 #include <stdexcept>
+#include <utility>
+
+#include "message.hpp"
 
 namespace {
 
@@ -79,4 +82,22 @@ std::vector<float> resample(const std::vector<float>& cells, GridSize from, Grid
         }
     }
     return result;
+}
+
+std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what) {
+    const GridSize own_size{grid.width, grid.height};
+    if (own_size == size)
+        return std::move(grid.cells);
+    print_note(format_text("%s is resampled from %d x %d to %d x %d cells", what.c_str(), own_size.width,
+                           own_size.height, size.width, size.height));
+    return resample(grid.cells, own_size, size);
+}
+
+std::vector<float> read_mask(const std::string& name, GridSize size) {
+    Grid grid = read_grid(name, 0.0f);
+    const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
+    if (grid.integer_maximum > 0 && highest > 1)
+        for (float& cell : grid.cells)
+            cell /= static_cast<float>(grid.integer_maximum);
+    return fitted_cells(std::move(grid), size, "the mask");
 }

@@ -40,7 +40,6 @@ struct ShapeCommand {
   private:
     thermal_shaper_Parameters make_parameters(const Grid& grid, CellSize cell) const;
     GridSize fitted_size(const thermal_shaper_Parameters& parameters) const;
-    std::vector<float> read_mask(GridSize size) const;
 };
 
 /// The library measures heights at a level of w cells a row in units of scale_numerator / (w * level_divisor), and
@@ -79,21 +78,6 @@ GridSize ShapeCommand::fitted_size(const thermal_shaper_Parameters& parameters) 
     return round_up(size, 1 << static_cast<int>(std::clamp(levels - 1, 0.0, most_halvings)));
 }
 
-std::vector<float> ShapeCommand::read_mask(GridSize size) const {
-    Grid grid = read_grid(mask, 0.0f);
-    // A painted mask goes up to the largest number of its type, a drawn one up to 1.
-    const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
-    if (grid.integer_maximum > 0 && highest > 1)
-        for (float& cell : grid.cells)
-            cell /= static_cast<float>(grid.integer_maximum);
-    const GridSize mask_size{grid.width, grid.height};
-    if (mask_size == size)
-        return std::move(grid.cells);
-    print_note(format_text("the mask is resampled from %d x %d to %d x %d cells", grid.width, grid.height, size.width,
-                           size.height));
-    return resample(grid.cells, mask_size, size);
-}
-
 void ShapeCommand::run() {
     check_grid_name(output);
     check_folder(preview);
@@ -108,7 +92,7 @@ void ShapeCommand::run() {
     const GridSize work_size = fitted_size(parameters);
     std::vector<float> mask_cells;
     if (!mask.empty())
-        mask_cells = read_mask(size);
+        mask_cells = read_mask(mask, size);
 
     std::vector<float> before = grid.cells;
     if (work_size != size) {
