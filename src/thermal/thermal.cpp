@@ -169,7 +169,14 @@ LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGr
 void bring_back(sycl::queue& queue, Grid& current, Grid& target) {
     if (current == target)
         return;
-    queue.submit([&](sycl::handler& handler) { handler.copy(read(current, handler), overwrite(target, handler)); });
+    queue.submit([&](sycl::handler& handler) {
+        const Reader from = read(current, handler);
+        const Writer to = overwrite(target, handler);
+        launch_cells(launch_on(handler, queue), Extent<2>(target.get_range()), 0,
+                     [=, columns = static_cast<std::ptrdiff_t>(target.get_range()[1])](int x, int y, auto) {
+                         cells_of(to)[y * columns + x] = cells_of(from)[y * columns + x];
+                     });
+    });
 }
 
 } // namespace
@@ -270,8 +277,14 @@ void LaplacianLevel::reconstruct_previous_level(const Parameters& parameters) {
 }
 
 void LaplacianLevel::clear_cover() {
-    for (Grid* grid : {&depth, &wear})
-        queue->submit([&](sycl::handler& handler) { handler.fill(overwrite(*grid, handler), 0.0f); });
+    queue->submit([&](sycl::handler& handler) {
+        const Writer cover = overwrite(depth, handler), worn = overwrite(wear, handler);
+        launch_cells(launch_on(handler, *queue), Extent<2>(extent), 0,
+                     [=, columns = static_cast<std::ptrdiff_t>(extent[1])](int x, int y, auto) {
+                         cells_of(cover)[y * columns + x] = 0.0f;
+                         cells_of(worn)[y * columns + x] = 0.0f;
+                     });
+    });
 }
 
 Thermal::Thermal(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
