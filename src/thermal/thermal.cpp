@@ -155,14 +155,20 @@ void with_constant(bool flag, Launch launch) {
 
 LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGrids& grids) {
     const sycl::range<2> shape(static_cast<std::size_t>(p.height), static_cast<std::size_t>(p.width));
-    // The masks are only ever read.
-    const auto mask = [&](const float* cells) {
-        return create_buffer(const_cast<float*>(cells), shape, queue, false);
+    // The masks are only ever read, and only with their flags: a device of its own memory would take them in otherwise.
+    const auto mask = [&](const float* cells, bool flag) {
+        return create_buffer(flag ? const_cast<float*>(cells) : nullptr, shape, queue, false);
     };
     Grid heights = create_buffer(grids.heights, shape, queue, true);
     Grid depth = create_buffer(grids.depth, shape, queue, true);
     Grid wear = create_buffer(grids.wear, shape, queue, true);
-    return {queue, heights, depth, wear, mask(grids.erosion_mask), mask(grids.absorption_mask), nullptr};
+    return {queue,
+            heights,
+            depth,
+            wear,
+            mask(grids.erosion_mask, p.use_erosion_mask != 0),
+            mask(grids.absorption_mask, p.use_absorption_mask != 0),
+            nullptr};
 }
 
 /// Makes `target`, which is bound to the caller's memory, hold what `current` holds.
