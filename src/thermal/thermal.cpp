@@ -171,6 +171,17 @@ LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGr
             nullptr};
 }
 
+/// The next coarser grid: half the size, rounded down, but never less than one cell along an axis. A grid of one cell,
+/// which an absent mask is too, is its own coarser grid.
+Grid coarser_grid(Grid& grid, sycl::queue& queue) {
+    const sycl::range<2> shape = grid.get_range();
+    if (shape.size() == 1)
+        return grid;
+    Grid result(sycl::range<2>(std::max<std::size_t>(shape[0] / 2, 1), std::max<std::size_t>(shape[1] / 2, 1)));
+    resampling::downsample_magic(result, grid, queue);
+    return result;
+}
+
 /// Makes `target`, which is bound to the caller's memory, hold what `current` holds.
 void bring_back(sycl::queue& queue, Grid& current, Grid& target) {
     if (current == target)
@@ -195,16 +206,7 @@ Schedule::Schedule(const Parameters& p) {
         fraction_ = 1.0f;
     full_iterations_ = p.duration * 2560.0f;
 
-    const int wanted = std::max(static_cast<int>(std::ceil(count)), 1);
-    levels_ = 1;
-    for (std::int32_t width = p.width, height = p.height; levels_ < wanted; ++levels_) {
-        if (width == 1 && height == 1)
-            continue; // a single cell is its own coarser level
-        if (width == 1 || height == 1)
-            break;
-        width /= 2;
-        height /= 2;
-    }
+    levels_ = std::max(static_cast<int>(std::ceil(count)), 1);
 }
 
 float Schedule::iterations(int level_index) const {
@@ -235,12 +237,10 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_heights, Gri
       absorption_mask(std::move(level_absorption_mask)) {}
 
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level(const Parameters& parameters) {
-    Grid next = resampling::downsample_magic(heights, *queue);
-    const auto coarser_mask = [&](bool flag, Grid& mask) {
-        return flag ? resampling::downsample_magic(mask, *queue) : mask;
-    };
-    Grid next_erosion_mask = coarser_mask(parameters.use_erosion_mask != 0, erosion_mask);
-    Grid next_absorption_mask = coarser_mask(parameters.use_absorption_mask != 0, absorption_mask);
+    Grid next = coarser_grid(heights, *queue);
+    Grid next_erosion_mask = parameters.use_erosion_mask != 0 ? coarser_grid(erosion_mask, *queue) : erosion_mask;
+    Grid next_absorption_mask =
+        parameters.use_absorption_mask != 0 ? coarser_grid(absorption_mask, *queue) : absorption_mask;
     queue->submit([&](sycl::handler& handler) {
         const Reader fine = read(heights, handler), coarse = read(next, handler);
         const Writer out = overwrite(detail, handler);

@@ -33,8 +33,7 @@ class Schedule {
   public:
     explicit Schedule(const Parameters& parameters);
 
-    /// Levels of the pyramid, at least 1; as many as the feature size asks for, unless a grid that is longer than wide
-    /// runs out of columns or rows before that.
+    /// Levels of the pyramid, at least 1; as many as the feature size asks for.
     int levels() const { return levels_; }
     /// Iterations of a level, as a float: `level_index` counts from 0 at the coarsest. The work halves per step towards
     /// the finest, but for the first few steps; the coarsest level runs the share that the fraction of the level count
@@ -66,8 +65,8 @@ struct LaplacianLevel {
     LaplacianLevel(sycl::queue& level_queue, Grid level_heights, Grid level_depth, Grid level_wear,
                    Grid level_erosion_mask, Grid level_absorption_mask, LaplacianLevel* finer);
 
-    /// The next coarser level, half the size rounded down. Writes this level's `detail`. A 1 x 1 level is followed by
-    /// another.
+    /// The next coarser level, half the size rounded down; an axis of one cell is not halved. Writes this level's
+    /// `detail`. A 1 x 1 level is followed by another that starts from the same heights.
     std::unique_ptr<LaplacianLevel> create_subsequent_level(const Parameters& parameters);
 
     /// Replaces the parent's heights, depth and wear by this level's, upsampled, with the parent's detail put back as
