@@ -113,10 +113,8 @@ TEST_F(Thermal, ScheduleAtTheLevelCountsThatMatter) {
     EXPECT_EQ(fraction.iterations(2), 1024.0f);
     EXPECT_LT(fraction.iterations(3), 1024.0f);
 
-    // More levels than halvings: cells of their own coarser level, but a long grid stops at one cell across.
-    EXPECT_EQ(Schedule(parameters(8, 8, 7.0f, 1.0f)).levels(), 7);
-    EXPECT_EQ(Schedule(parameters(8, 64, 7.0f, 1.0f)).levels(), 4);
-    EXPECT_EQ(Schedule(parameters(1, 64, 7.0f, 1.0f)).levels(), 1);
+    // As many as the feature size asks for, also where there is nothing left to halve.
+    EXPECT_EQ(Schedule(parameters(8, 64, 7.0f, 1.0f)).levels(), 7);
 }
 
 TEST_F(Thermal, PhasesOfALevel) {

@@ -21,8 +21,8 @@
  * otherwise. They must not overlap.
  *
  * Sizes. Width and height are at least 1, and a grid has at most 2^31 - 1 cells. Odd sizes and grids that are not
- * square are accepted wherever a comment does not forbid them: a pyramid halves each axis, rounding down, until an axis
- * would become 0, and reads that would leave a coarser grid take its last cell.
+ * square are accepted wherever a comment does not forbid them: a pyramid halves each axis, rounding down, as
+ * long as it has more than one cell, and reads that would leave a coarser grid take its last cell.
  *
  * Units. Where a record has terrain_size (world units along the width of the whole grid) and terrain_height (world
  * units of a height value of 1.0), a cell is terrain_size / (width * terrain_height) wide in units of the heights; this
@@ -338,8 +338,7 @@ typedef struct thermal_Parameters {
  * - erosion_mask: in, or null; factor on the loosening, from 0. Not read while use_erosion_mask is 0.
  * - absorption_mask: in, or null; factor on the absorption, from 0. Not read while use_absorption_mask is 0.
  *
- * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one; a grid of one cell is its own
- * coarser level, and a grid that is longer than wide stops at one cell across. terrain_size, terrain_height and
+ * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one. terrain_size, terrain_height and
  * feature_size are above 0, or the call is refused. Coarser levels run longer; the last eight iterations of each settle
  * with every slope active, and the finest level runs up to twelve directional ones before them.
  *

@@ -1,5 +1,6 @@
 #include "grid/resampling.hpp"
 
+#include <algorithm>
 #include <array>
 
 #include "grid/launch_cells.hpp"
@@ -134,6 +135,10 @@ sycl::range<2> half(const sycl::range<2>& shape) {
     return {shape[0] >> 1, shape[1] >> 1};
 }
 
+sycl::range<2> half_but_one(const sycl::range<2>& shape) {
+    return {std::max<std::size_t>(shape[0] / 2, 1), std::max<std::size_t>(shape[1] / 2, 1)};
+}
+
 sycl::range<2> twice(const sycl::range<2>& shape) {
     return {shape[0] * 2, shape[1] * 2};
 }
@@ -211,6 +216,14 @@ Grid downsample_magic(Grid& source) {
 
 Buffer downsample_magic(Buffer& source, sycl::queue& queue) {
     return make(source, queue, half(source.get_range()), downsample_magic_launch);
+}
+
+Grid next_level(Grid& source) {
+    return source.size() == 1 ? source : make(source, half_but_one(source.shape()), downsample_magic_launch);
+}
+
+Buffer next_level(Buffer& source, sycl::queue& queue) {
+    return make(source, queue, half_but_one(source.get_range()), downsample_magic_launch);
 }
 
 Grid upsample_magic(Grid& source) {

@@ -26,6 +26,11 @@ void downsample_magic(Buffer& destination, Buffer& source, sycl::queue& queue);
 Grid downsample_magic(Grid& source);
 Buffer downsample_magic(Buffer& source, sycl::queue& queue);
 
+/// The grid of a pyramid's next coarser level: `downsample_magic`, but an axis of one cell is not halved, so that no
+/// level is without cells. A grid of one cell, which an absent buffer is too, is its own coarser grid.
+Grid next_level(Grid& source);
+Buffer next_level(Buffer& source, sycl::queue& queue);
+
 /// A new grid of twice the size by the 9-3-3-1 rule. Absent grids as above.
 Grid upsample_magic(Grid& source);
 Buffer upsample_magic(Buffer& source, sycl::queue& queue);

@@ -171,17 +171,6 @@ LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGr
             nullptr};
 }
 
-/// The next coarser grid: half the size, rounded down, but never less than one cell along an axis. A grid of one cell,
-/// which an absent mask is too, is its own coarser grid.
-Grid coarser_grid(Grid& grid, sycl::queue& queue) {
-    const sycl::range<2> shape = grid.get_range();
-    if (shape.size() == 1)
-        return grid;
-    Grid result(sycl::range<2>(std::max<std::size_t>(shape[0] / 2, 1), std::max<std::size_t>(shape[1] / 2, 1)));
-    resampling::downsample_magic(result, grid, queue);
-    return result;
-}
-
 /// Makes `target`, which is bound to the caller's memory, hold what `current` holds.
 void bring_back(sycl::queue& queue, Grid& current, Grid& target) {
     if (current == target)
@@ -237,10 +226,11 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_heights, Gri
       absorption_mask(std::move(level_absorption_mask)) {}
 
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level(const Parameters& parameters) {
-    Grid next = coarser_grid(heights, *queue);
-    Grid next_erosion_mask = parameters.use_erosion_mask != 0 ? coarser_grid(erosion_mask, *queue) : erosion_mask;
+    Grid next = resampling::next_level(heights, *queue);
+    Grid next_erosion_mask =
+        parameters.use_erosion_mask != 0 ? resampling::next_level(erosion_mask, *queue) : erosion_mask;
     Grid next_absorption_mask =
-        parameters.use_absorption_mask != 0 ? coarser_grid(absorption_mask, *queue) : absorption_mask;
+        parameters.use_absorption_mask != 0 ? resampling::next_level(absorption_mask, *queue) : absorption_mask;
     queue->submit([&](sycl::handler& handler) {
         const Reader fine = read(heights, handler), coarse = read(next, handler);
         const Writer out = overwrite(detail, handler);

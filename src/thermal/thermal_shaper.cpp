@@ -58,8 +58,8 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_base, Grid l
       detail(extent, level_queue), mask(std::move(level_mask)) {}
 
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level() {
-    Grid next_base = resampling::downsample_magic(base);
-    Grid next_mask = resampling::downsample_magic(mask);
+    Grid next_base = resampling::next_level(base);
+    Grid next_mask = resampling::next_level(mask);
     launch_upsampled(launch_on(*queue), extent, static_cast<const float*>(next_base.data()), next_base.extent(),
                      [detail_cells = detail.data(), base_cells = base.data()](std::ptrdiff_t row, int x, float up) {
                          detail_cells[row + x] = base_cells[row + x] - up;
@@ -100,7 +100,7 @@ void ThermalShaper::process() {
     level_fraction_ = levels - std::floor(levels);
     std::deque<std::unique_ptr<LaplacianLevel>> coarser;
     LaplacianLevel* coarsest = &root_;
-    for (int n = 1; n < static_cast<int>(std::ceil(levels)) && coarsest->can_be_halved(); ++n) {
+    for (int n = 1; n < static_cast<int>(std::ceil(levels)); ++n) {
         coarser.push_back(coarsest->create_subsequent_level());
         coarsest = coarser.back().get();
     }

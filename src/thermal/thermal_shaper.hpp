@@ -31,12 +31,9 @@ using Grid = usm_ptr<float, 2>;
 struct LaplacianLevel {
     LaplacianLevel(sycl::queue& level_queue, Grid level_base, Grid level_mask, LaplacianLevel* finer);
 
-    /// The next coarser level: half the size, rounded down. Writes this level's `detail`, and counts one more coarser
-    /// level on this level and on every finer one.
+    /// The next coarser level: half the size, rounded down; an axis of one cell is not halved. Writes this level's
+    /// `detail`, and counts one more coarser level on this level and on every finer one.
     std::unique_ptr<LaplacianLevel> create_subsequent_level();
-
-    /// False where halving would leave an axis without cells.
-    bool can_be_halved() const { return extent.x() > 1 && extent.y() > 1; }
 
     /// Folds this level into its parent: upsampled, plus the parent's detail times `detail_gain`.
     void reconstruct_previous_level(const Parameters& parameters);
