@@ -5,6 +5,10 @@
 #include <cmath>
 #include <map>
 
+#ifdef HOSTSYCL
+#include <hostsycl/simulation.hpp>
+#endif
+
 namespace tarn_bench {
 
 namespace {
@@ -43,6 +47,23 @@ void report_cells(benchmark::State& state, std::size_t cells, double bytes_per_c
     const double limit = copy_seconds(cells) * bytes_per_cell / 8.0 * rounds;
     state.counters["x_copy"] = benchmark::Counter(limit * static_cast<double>(state.iterations()),
                                                   benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void report_peak_memory([[maybe_unused]] benchmark::State& state, [[maybe_unused]] std::size_t cells,
+                        [[maybe_unused]] const Computation& run) {
+#ifdef HOSTSYCL
+    static hostsycl::device_control* device;
+    hostsycl::simulated_device_guard gpu;
+    device = &gpu;
+    sycl::queue queue(gpu.get(), sycl::property_list{sycl::property::queue::in_order()});
+    HostCallbacks host = silent_host();
+    // The trial allocation before this is no part of the run.
+    host.acquire_memory = [](std::size_t) {
+        device->reset_peak();
+    };
+    run(queue, host);
+    state.counters["peak_B/cell"] = static_cast<double>(gpu.counters().peak_bytes_in_use) / static_cast<double>(cells);
+#endif
 }
 
 std::vector<float> terrain(int width, int height) {

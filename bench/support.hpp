@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -26,6 +27,11 @@ double copy_seconds(std::size_t cells);
 /// copy of as many bytes the work took ("x_copy": 1 is the bandwidth limit). `rounds` is how often each iteration of
 /// the benchmark goes over the grid.
 void report_cells(benchmark::State& state, std::size_t cells, double bytes_per_cell, double rounds = 1.0);
+
+/// Adds "peak_B/cell": the device memory that a run takes at its peak, measured on a simulated GPU of its own memory,
+/// so copies of the caller's grids count. Not reported under other SYCL implementations, which do not count.
+using Computation = std::function<void(sycl::queue&, const HostCallbacks&)>;
+void report_peak_memory(benchmark::State& state, std::size_t cells, const Computation& run);
 
 /// A terrain with features at every scale, heights in cells.
 std::vector<float> terrain(int width, int height);

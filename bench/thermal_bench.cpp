@@ -24,20 +24,21 @@ thermal_Parameters parameters(int side, float feature_size, float duration) {
 void run(benchmark::State& state, const thermal_Parameters& p, double rounds) {
     const std::vector<float> input = terrain(p.width, p.height);
     std::vector<float> heights, depth(input.size()), wear(input.size());
+    const auto weather = [&](sycl::queue& queue, const HostCallbacks& host) {
+        if (ThermalSimulation(handle(queue), heights.data(), depth.data(), wear.data(), nullptr, nullptr, &p, &host) !=
+            status_ok)
+            state.SkipWithError("refused");
+    };
     for (auto _ : state) {
         state.PauseTiming();
         heights = input;
         state.ResumeTiming();
-        if (ThermalSimulation(handle(cpu_queue()), heights.data(), depth.data(), wear.data(), nullptr, nullptr, &p,
-                              &silent_host()) != status_ok)
-            state.SkipWithError("refused");
+        weather(cpu_queue(), silent_host());
     }
     // Read: heights, depth, wear; then heights, depth, falls, outflow. Written: depth, wear, falls, outflow; then
     // heights, depth.
     report_cells(state, input.size(), 4.0 * 13.0, rounds);
-    // Beside the caller's three: four grids of the root, and seven of each coarser level, which add up to a third of
-    // the root's cells. The direction fields come when the coarser levels have gone.
-    state.counters["peak_B/cell"] = 4.0 * (4.0 + (p.feature_size > 2.0f ? 7.0 / 3.0 : 0.0));
+    report_peak_memory(state, input.size(), weather);
 }
 
 /// A pyramid of one level settles from the start: all its iterations are plain ones.
