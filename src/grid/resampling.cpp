@@ -1,7 +1,6 @@
 #include "grid/resampling.hpp"
 
 #include <algorithm>
-#include <array>
 
 #include "grid/launch_cells.hpp"
 #include "grid/upsample.hpp"
@@ -11,68 +10,14 @@ namespace tarn::resampling {
 namespace {
 
 /// The operations as kernels, written once for both holders: `destination` and `source` are pointers or accessors.
-/// The four source rows of one coarse row.
-struct SourceRows {
-    const float* rows[4];
-};
-
-inline SourceRows source_rows(const float* source, sycl::vec<int, 2> size, int y) {
-    const int last = size.y() - 1;
-    const auto row = [=](int index) {
-        return source + static_cast<std::ptrdiff_t>(index) * size.x();
-    };
-    return {{row(maximum(2 * y - 1, 0)), row(2 * y), row(minimum(2 * y + 1, last)), row(minimum(2 * y + 2, last))}};
-}
-
-/// The coarse columns `first` to `last` of a row, none of them at a border, for CPUs. The source rows are parted into
-/// even and odd columns first: loads two cells apart would be gathers.
-inline void downsample_interior(float* destination, const SourceRows& source, int first, int last) {
-    constexpr int piece = 128;
-    float even[4][piece + 1], odd[4][piece + 1];
-    for (int start = first; start < last; start += piece) {
-        const int count = minimum(piece, last - start);
-        for (int r = 0; r < 4; ++r) {
-            const float* pair = source.rows[r] + 2 * start;
-            odd[r][0] = pair[-1];
-            even[r][count] = pair[2 * count];
-            TARN_INDEPENDENT_ITERATIONS
-            for (int k = 0; k < count; ++k) {
-                even[r][k] = pair[2 * k];
-                odd[r][k + 1] = pair[2 * k + 1];
-            }
-        }
-        TARN_INDEPENDENT_ITERATIONS
-        for (int k = 0; k < count; ++k) {
-            const auto tap_row = [&](int r) {
-                return std::array<float, 4>{odd[r][k], even[r][k], odd[r][k + 1], even[r][k + 1]};
-            };
-            destination[start + k] = weigh_1331(tap_row(0), tap_row(1), tap_row(2), tap_row(3));
-        }
-    }
-}
-
 template <class Target, class Destination, class Source>
 void launch_downsample_magic(LaunchTarget<Target> on, Destination destination, const Extent<2>& extent, Source source,
                              const Extent<2>& source_extent) {
     const sycl::vec<int, 2> source_size(static_cast<int>(source_extent.x()), static_cast<int>(source_extent.y()));
     const std::ptrdiff_t width = extent.x();
-    const auto cell = [=](int x, int y) {
+    launch_cells(on, extent, 1, [=](int x, int y, auto interior) {
         cells_of(destination)[y * width + x] =
-            downsample_value_magic(cells_of(source), sycl::vec<int, 2>(x, y), source_size);
-    };
-    if (!on.is_cpu) {
-        on.target.parallel_for(
-            extent.shape(), [=](sycl::id<2> index) { cell(static_cast<int>(index[1]), static_cast<int>(index[0])); });
-        return;
-    }
-    launch_rows(on, extent, 1, [=](int y, int first, int last, auto column_kind) {
-        if constexpr (column_kind.value) {
-            downsample_interior(cells_of(destination) + y * width, source_rows(cells_of(source), source_size, y), first,
-                                last);
-        } else {
-            for (int x = first; x < last; ++x)
-                cell(x, y);
-        }
+            downsample_value_magic<interior.value>(cells_of(source), sycl::vec<int, 2>(x, y), source_size);
     });
 }
 

@@ -58,12 +58,15 @@ inline float weigh_1331(const std::array<float, 4>& r0, const std::array<float, 
            0.015625f;
 }
 
-/// The value of coarse cell `position` of a grid of `size`, both as (x, y).
+/// The value of coarse cell `position` of a grid of `size`, both as (x, y). With `interior` the columns need no clamp.
+template <bool interior = false>
 inline float downsample_value_magic(const float* grid, sycl::vec<int, 2> position, sycl::vec<int, 2> size) {
     const int x = position.x(), y = position.y();
     const int last_column = size.x() - 1, last_row = size.y() - 1;
-    const int c0 = maximum(2 * x - 1, 0), c1 = 2 * x;
-    const int c2 = minimum(2 * x + 1, last_column), c3 = minimum(2 * x + 2, last_column);
+    const int c0 = interior ? 2 * x - 1 : maximum(2 * x - 1, 0);
+    const int c1 = 2 * x;
+    const int c2 = interior ? 2 * x + 1 : minimum(2 * x + 1, last_column);
+    const int c3 = interior ? 2 * x + 2 : minimum(2 * x + 2, last_column);
     const auto taps = [=](int row_index) {
         const float* row = grid + static_cast<std::ptrdiff_t>(row_index) * size.x();
         return std::array<float, 4>{row[c0], row[c1], row[c2], row[c3]};
