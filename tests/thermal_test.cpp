@@ -1,6 +1,7 @@
 #include "thermal/thermal.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <functional>
 #include <limits>
 #include <numeric>
@@ -174,6 +175,20 @@ TEST_F(Thermal, CoverMovesAndNothingIsLostInsideTheBorder) {
         ASSERT_LE(lost.heights[i], peak[i]);
 }
 
+TEST_F(Thermal, SurfaceRisesAndFallsWithItsCover) {
+    // On a single level loosening leaves the surface alone and a move changes surface and cover alike, whatever the
+    // border and the absorption take.
+    const Cells terrain = rough_terrain(50, 41);
+    auto p = parameters(50, 41, 1.0f, 30.0f);
+    for (const float absorption : {0.0f, 0.6f, 1.0f}) {
+        p.absorption = absorption;
+        const Weathered w = weathered(terrain, p);
+        for (std::size_t i = 0; i < terrain.size(); ++i)
+            ASSERT_NEAR(w.heights[i] - terrain[i], w.depth[i] - w.wear[i], 1e-3f) << i;
+        EXPECT_GT(sum(w.wear), 1000.0);
+    }
+}
+
 TEST_F(Thermal, BorderCellsShedOverTheEdge) {
     Cells ramp;
     for (int y = 0; y < 32; ++y)
@@ -203,6 +218,82 @@ TEST_F(Thermal, SteepConeRelaxesToTheReposeSlope) {
     for (std::size_t i = 0; i < gentle.size(); ++i)
         ASSERT_NEAR(untouched.heights[i], gentle[i], 1e-4f);
     EXPECT_EQ(sum(untouched.wear), 0.0);
+}
+
+/// Everything to the bit: a terrain and masks of numbers that are exact in a float, and a run through all levels and
+/// phases. The sums come from a scalar program that follows the rules one by one and shares nothing with the library.
+TEST_F(Thermal, BitsAreThoseOfAScalarRun) {
+    Cells terrain, erosion, absorption;
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 24; ++x) {
+            terrain.push_back(static_cast<float>((x * 7 + y * 13) % 29) * 0.125f +
+                              static_cast<float>(std::abs(2 * x - y)) * 0.5f);
+            erosion.push_back(static_cast<float>((x + y) % 5) * 0.25f);
+            absorption.push_back(static_cast<float>((x * 3 + y) % 4) * 0.25f);
+        }
+    auto p = parameters(24, 20, 3.0f, 60.0f);
+    p.curvature_bias = 0.5f;
+    p.absorption = 0.25f;
+    p.use_erosion_mask = p.use_absorption_mask = 1;
+    const auto checksum = [](const Cells& cells) { // FNV-1a
+        std::uint32_t state = 2166136261u;
+        for (const float cell : cells) {
+            const auto bits = std::bit_cast<std::uint32_t>(cell + 0.0f); // one zero
+            for (int shift = 0; shift < 32; shift += 8)
+                state = (state ^ ((bits >> shift) & 255u)) * 16777619u;
+        }
+        return state;
+    };
+    const Weathered w = weathered(terrain, p, &erosion, &absorption);
+    EXPECT_EQ(checksum(w.heights), 0xD797443Cu) << "their sum is " << sum(w.heights) << ", not 1678.27";
+    EXPECT_EQ(checksum(w.depth), 0x37FAD4C3u) << "their sum is " << sum(w.depth) << ", not 640.334";
+    EXPECT_EQ(checksum(w.wear), 0xBAFDD816u) << "their sum is " << sum(w.wear) << ", not 3621.64";
+}
+
+TEST_F(Thermal, FoldBackBuriesDetailWearsItAndAbsorbsCover) {
+    using thermal::Grid;
+    const sycl::range<2> coarse_shape(2, 2), fine_shape(4, 4);
+    const auto grid = [](const sycl::range<2>& shape, float value) {
+        Grid result(shape);
+        const sycl::host_accessor cells(result, sycl::write_only);
+        for (std::size_t i = 0; i < shape.size(); ++i)
+            cells[sycl::id<2>(i / shape[1], i % shape[1])] = value;
+        return result;
+    };
+    struct Result {
+        float heights, depth, wear;
+    };
+    // Uniform coarse grids come through the upsampling as they are.
+    const auto folded = [&](float cover, float worn, float detail, float fine_mask, float coarse_mask) {
+        auto p = parameters(4, 4, 2.0f, 1.0f);
+        p.terrain_size = 12.0f; // coarse cells are six wide
+        p.absorption = 0.5f;
+        p.use_absorption_mask = 1;
+        thermal::LaplacianLevel fine(queue, grid(fine_shape, 0.0f), grid(fine_shape, 7.0f), grid(fine_shape, 7.0f),
+                                     Grid(sycl::range<2>(1, 1)), grid(fine_shape, fine_mask), nullptr);
+        fine.detail = grid(fine_shape, detail);
+        thermal::LaplacianLevel coarse(queue, grid(coarse_shape, 100.0f), grid(coarse_shape, cover),
+                                       grid(coarse_shape, worn), Grid(sycl::range<2>(1, 1)),
+                                       grid(coarse_shape, coarse_mask), &fine);
+        coarse.reconstruct_previous_level(p);
+        const sycl::host_accessor heights(fine.heights, sycl::read_only), depth(fine.depth, sycl::read_only),
+            wear(fine.wear, sycl::read_only);
+        const sycl::id<2> cell(2, 1);
+        return Result{heights[cell], depth[cell], wear[cell]};
+    };
+    const auto expect = [](const Result& result, float heights, float depth, float wear) {
+        EXPECT_FLOAT_EQ(result.heights, heights);
+        EXPECT_FLOAT_EQ(result.depth, depth);
+        EXPECT_FLOAT_EQ(result.wear, wear);
+    };
+    expect(folded(0.0f, 8.0f, -0.5f, 0, 0), 99.5f, 0.0f, 8.0f);   // bare ground keeps all its detail
+    expect(folded(2.0f, 8.0f, 0.75f, 0, 0), 100.0f, 1.25f, 8.0f); // buried
+    expect(folded(2.0f, 8.0f, -1.0f, 0, 0), 100.0f, 3.0f, 8.0f);  // a hollow takes more cover
+    expect(folded(2.0f, 3.0f, 5.0f, 0, 0), 103.0f, 0.0f, 3.0f);   // stands out: twice the wear is just a cell's width
+    expect(folded(2.0f, 6.0f, 5.0f, 0, 0), 101.5f, 0.0f, 6.0f);   // worn to the half
+    expect(folded(2.0f, 1.0f, 0.0f, 0.75f, 0.5f), 99.5f, 1.5f, 1.0f); // a quarter: half the mask's excess, half of that
+    expect(folded(2.0f, 1.0f, 0.0f, 1.0f, 0.25f), 99.0f, 1.0f, 1.0f); // no more than the absorption
+    expect(folded(2.0f, 1.0f, 0.0f, 0.5f, 0.75f), 100.0f, 2.0f, 1.0f);
 }
 
 TEST_F(Thermal, MasksCountOnlyWithTheirFlags) {
@@ -257,6 +348,26 @@ TEST_F(Thermal, ProgressAndCancel) {
     EXPECT_EQ(host.released, host.acquired);
 }
 
+TEST_F(Thermal, ReportsEveryIterationAfterTheFirstTwentiethAndStopsWhereTold) {
+    // One level of 32 equal iterations: the report step after the first is 0.05 units, not 5 %.
+    const Cells terrain = rough_terrain(40, 24);
+    weathered(terrain, parameters(40, 24, 1.0f, 32.0f));
+    std::vector<double> expected{0.0};
+    for (int done = 2; done <= 32; ++done)
+        expected.push_back(done * 100.0 / 32.0);
+    EXPECT_EQ(host.progress, expected);
+
+    // Since all iterations of such a run are the same, a cancelled one is a shorter one.
+    for (const int reports : {1, 2, 9, 10, 31}) {
+        host.cancel_questions = 0;
+        host.cancel_at = reports;
+        Weathered cancelled = run(queue, terrain, parameters(40, 24, 1.0f, 32.0f));
+        EXPECT_EQ(cancelled.status, static_cast<std::uint32_t>(status_cancelled));
+        host.cancel_at = 0;
+        expect_same(cancelled, weathered(terrain, parameters(40, 24, 1.0f, static_cast<float>(reports + 1))));
+    }
+}
+
 TEST_F(Thermal, BadInputIsRefusedWithOneLineThatNamesTheField) {
     const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
     const std::vector<std::pair<const char*, std::function<void(thermal_Parameters&)>>> cases = {
@@ -291,6 +402,10 @@ TEST_F(Thermal, BadInputIsRefusedWithOneLineThatNamesTheField) {
         {"repose_angle",
          [=](auto& p) {
              p.repose_angle = nan;
+         }},
+        {"repose_angle",
+         [](auto& p) {
+             p.repose_angle = -1.0f;
          }},
         {"feature_size",
          [](auto& p) {
@@ -339,7 +454,6 @@ TEST_F(Thermal, HostileButFiniteParametersFinish) {
                                        {&thermal_Parameters::erosion_rate, -1e30f},
                                        {&thermal_Parameters::curvature_bias, -1e20f},
                                        {&thermal_Parameters::repose_angle, 1e30f},
-                                       {&thermal_Parameters::repose_angle, -90.0f},
                                        {&thermal_Parameters::feature_size, 1e30f},
                                        {&thermal_Parameters::feature_size, 1e-30f},
                                        {&thermal_Parameters::absorption, 1e10f}}) {
@@ -389,6 +503,19 @@ TEST_F(Thermal, GpuOfItsOwnMemoryGivesTheSameBits) {
             expect_same(there, weathered(terrain, p, &mask, &mask));
         }
     }
+}
+
+TEST_F(Thermal, MasksWithoutTheirFlagsStayWhereTheyAre) {
+    const Cells terrain = rough_terrain(32, 32), mask(terrain.size(), 0.5f);
+    auto p = parameters(32, 32, 2.5f, 20.0f);
+    const auto uploaded = [&](const Cells* given) {
+        SimulatedGpu gpu;
+        EXPECT_EQ(run(gpu.queue, terrain, p, given, given).status, static_cast<std::uint32_t>(status_ok));
+        return gpu.device.counters().bytes_copied_to_device;
+    };
+    EXPECT_EQ(uploaded(&mask), uploaded(nullptr));
+    p.use_erosion_mask = 1;
+    EXPECT_GT(uploaded(&mask), uploaded(nullptr));
 }
 
 TEST_F(Thermal, DeviceFaultsEndInTheirStatus) {

@@ -314,7 +314,7 @@ typedef struct thermal_Parameters {
     float erosion_rate;
     /** 0: loosening is even on all slopes above the repose angle. 1: it follows slope and convex curvature. */
     float curvature_bias;
-    /** Degrees. Slopes above the arc tangent of this angle in radians are loosened and slide. */
+    /** Degrees, from 0. Slopes above the arc tangent of this angle in radians are loosened and slide. */
     float repose_angle;
     /** Largest feature, world units. Sets the number of levels; above 0. */
     float feature_size;

@@ -28,6 +28,7 @@ bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters
         .finite("erosion_rate", p.erosion_rate)
         .finite("curvature_bias", p.curvature_bias)
         .finite("repose_angle", p.repose_angle)
+        .require(p.repose_angle >= 0.0f, "repose_angle", static_cast<double>(p.repose_angle), "at least 0")
         .finite("feature_size", p.feature_size)
         .finite("terrain_size", p.terrain_size)
         .finite("terrain_height", p.terrain_height)
