@@ -837,14 +837,13 @@ typedef struct median_filter_Parameters {
 
 /**
  * Smooths a square grid by a round median filter: each cell becomes the mean of the three middle samples of the disc
- * dx^2 + dy^2 <= radius^2 + 2 around it. Border cells repeat outwards. Values must stay below 1e8.
- *
- * Availability: planned; this release does not export it.
+ * dx^2 + dy^2 <= radius^2 + 2 around it. Border cells repeat outwards. The samples are sorted with 1e8 behind them, so
+ * values above that do not count as such. The mean is a multiplication by 0.333333, so level ground sinks by a millionth.
  *
  * - data: in and out, resolution * resolution cells.
  *
  * Always returns 0, and takes no callbacks: with arguments that cannot run (a null pointer, a radius below 1, a
- * resolution that is no multiple of 32) the grid stays as it is. A C++ exception of the SYCL runtime leaves this
+ * resolution that is 0, no multiple of 32 or above 46336) the grid stays as it is. A C++ exception of the SYCL runtime leaves this
  * function.
  */
 TARN_API uint32_t MedianFilter(SyclQueue* queue, float* data, const median_filter_Parameters* parameters);
