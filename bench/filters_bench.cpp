@@ -5,7 +5,7 @@ namespace {
 
 using namespace tarn_bench;
 
-/// Peak memory is the scratch buffer: 4 bytes a cell.
+/// No peak memory: the kernel for GPUs sorts 256 entries in each cell, which a simulated one would be long about.
 void median_pass(benchmark::State& state) {
     const auto side = static_cast<int>(state.range(0));
     std::vector<float> cells = terrain(side, side);
@@ -14,7 +14,6 @@ void median_pass(benchmark::State& state) {
     for (auto _ : state)
         MedianFilter(handle(cpu_queue()), cells.data(), &parameters);
     report_cells(state, cells.size(), 8.0, 2.0);
-    state.counters["peak_B/cell"] = 4.0;
 }
 BENCHMARK(median_pass)->ArgsProduct({{256, 512, 1024, 2048}, {1, 3, 8}})->UseRealTime()->Unit(benchmark::kMillisecond);
 

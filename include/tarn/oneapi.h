@@ -338,9 +338,9 @@ typedef struct thermal_Parameters {
  * - erosion_mask: in, or null; factor on the loosening, from 0. Not read while use_erosion_mask is 0.
  * - absorption_mask: in, or null; factor on the absorption, from 0. Not read while use_absorption_mask is 0.
  *
- * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one. terrain_size, terrain_height and
- * feature_size are above 0, or the call is refused. Coarser levels run longer; the last eight iterations of each settle
- * with every slope active, and the finest level runs up to twelve directional ones before them.
+ * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one. terrain_size, terrain_height
+ * and feature_size are above 0, or the call is refused. Coarser levels run longer; the last eight iterations of each
+ * settle with every slope active, and the finest level runs up to twelve directional ones before them.
  *
  * A flag with a null mask is as good as no flag. Status 0, 1, 2 or 3; after a cancel the coarser levels' results still
  * reach the grids. Need: 68 * width * height bytes.
@@ -792,7 +792,7 @@ TARN_API uint32_t MeshRasterizer_ComputeTangentSpaceNormals(SyclQueue* queue, co
 
 /** A stamp placed on the terrain. 16 bytes. */
 typedef struct stamp_instancer_Instance {
-    TarnFloat2 position; /**< in cells of the height grid; may lie outside it */
+    TarnFloat2 position; /**< in cells of the height grid; may lie outside it, and stamps nothing if it is not finite */
     uint32_t stamp;      /**< number of the stamp */
     float height;        /**< written by a run on a CPU: the terrain's height at the position */
 } stamp_instancer_Instance;
@@ -813,15 +813,14 @@ typedef struct stamp_instancer_Parameters {
  * before any stamp, and raises the cells under it where it is higher. Stamps lie on whole cells, with their centre in
  * the cell of the position.
  *
- * Availability: planned; this release does not export it.
- *
  * - heights: in and out.
  * - ids: in and out; cells that a stamp raised get a random number of the instance, above 0 and up to 1.
  * - stamps: in; one stamp after the other, each stamp_width * stamp_height cells. A value of exactly 0 is a hole.
  * - instances: in and out, instance_count entries; may be null if that is 0. See stamp_instancer_Instance::height.
  *
  * Refused: stamp sizes below 1, a stamp number past the array, and instance_count * stamp_width * stamp_height above
- * 2^31 - 1. Status 0, 2 or 3: no progress, no cancel. Where instances overlap, the id of either may stand. Need:
+ * 2^31 - 1. Status 0, 2 or 3: no progress, no cancel. Heights are repeatable; where instances overlap, the id of either
+ * may stand. Need:
  * 8 * width * height + 4 * stamps_width * stamps_height + 16 * instance_count bytes.
  */
 TARN_API uint32_t StampInstancer_Populate(SyclQueue* queue, float* heights, float* ids, const float* stamps,
@@ -838,13 +837,14 @@ typedef struct median_filter_Parameters {
 /**
  * Smooths a square grid by a round median filter: each cell becomes the mean of the three middle samples of the disc
  * dx^2 + dy^2 <= radius^2 + 2 around it. Border cells repeat outwards. The samples are sorted with 1e8 behind them, so
- * values above that do not count as such. The mean is a multiplication by 0.333333, so level ground sinks by a millionth.
+ * values above that do not count as such. The mean is a multiplication by 0.333333, so level ground sinks by a
+ * millionth.
  *
  * - data: in and out, resolution * resolution cells.
  *
  * Always returns 0, and takes no callbacks: with arguments that cannot run (a null pointer, a radius below 1, a
- * resolution that is 0, no multiple of 32 or above 46336) the grid stays as it is. A C++ exception of the SYCL runtime leaves this
- * function.
+ * resolution that is 0, no multiple of 32 or above 46336) the grid stays as it is. A C++ exception of the SYCL runtime
+ * leaves this function.
  */
 TARN_API uint32_t MedianFilter(SyclQueue* queue, float* data, const median_filter_Parameters* parameters);
 

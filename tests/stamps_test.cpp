@@ -1,0 +1,275 @@
+#include <algorithm>
+#include <functional>
+#include <limits>
+
+#include <tbb/global_control.h>
+
+#include "stamps/stamp_instancer_kernels.hpp"
+#include "support.hpp"
+
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
+namespace {
+
+using namespace tarn_test;
+
+stamp_instancer_Instance at(float x, float y, std::uint32_t stamp = 0) {
+    stamp_instancer_Instance instance{};
+    instance.position.x = x;
+    instance.position.y = y;
+    instance.stamp = stamp;
+    instance.height = -12345.0f;
+    return instance;
+}
+
+/// A terrain with its ids, the stamps on it, and how they are placed.
+struct Scene {
+    Scene(int width, int height, float level)
+        : heights(static_cast<std::size_t>(width * height), level), ids(heights.size(), 0.0f) {
+        parameters.width = width;
+        parameters.height = height;
+    }
+
+    void set_stamps(int stamp_width, int stamp_height, std::vector<float> cells) {
+        stamps = std::move(cells);
+        parameters.stamps_width = stamp_width;
+        parameters.stamps_height = static_cast<int>(stamps.size()) / stamp_width;
+        parameters.stamp_width = stamp_width;
+        parameters.stamp_height = stamp_height;
+    }
+
+    std::uint32_t run(sycl::queue& queue, const HostCallbacks& record) {
+        parameters.instance_count = static_cast<int>(instances.size());
+        return StampInstancer_Populate(handle(queue), heights.data(), ids.data(), stamps.data(), instances.data(),
+                                       &parameters, &record);
+    }
+
+    float height_at(int x, int y) const { return heights[static_cast<std::size_t>(y * parameters.width + x)]; }
+    float id_at(int x, int y) const { return ids[static_cast<std::size_t>(y * parameters.width + x)]; }
+
+    stamp_instancer_Parameters parameters{};
+    std::vector<float> heights, ids, stamps;
+    std::vector<stamp_instancer_Instance> instances;
+};
+
+class Stamps : public ::testing::Test {
+  protected:
+    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    RecordingHost host;
+
+    void populate(Scene& scene) {
+        EXPECT_EQ(scene.run(queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
+    }
+};
+
+/// Rough ground under many stamps of different shapes, some of them half off the grid.
+Scene busy_scene() {
+    Scene scene(70, 50, 0.0f);
+    scene.heights = rough_terrain(70, 50);
+    std::vector<float> cells;
+    for (int n = 0; n < 3 * 5 * 4; ++n)
+        cells.push_back(n % 4 == 3 ? 0.0f : static_cast<float>(n % 7) - 2.5f);
+    scene.set_stamps(5, 4, cells);
+    for (int n = 0; n < 300; ++n)
+        scene.instances.push_back(at(static_cast<float>(n * 37 % 800) * 0.1f - 5.0f,
+                                     static_cast<float>(n * 53 % 601) * 0.1f - 5.0f,
+                                     static_cast<std::uint32_t>(n % 3)));
+    return scene;
+}
+
+TEST_F(Stamps, LieOnWholeCellsWithTheirCentreInTheCellOfThePosition) {
+    struct Case {
+        int stamp_width, stamp_height;
+        float x, y;
+        int left, top;
+    };
+    const std::vector<Case> cases = {
+        {4, 3, 10.9f, 8.2f, 8, 7},                                 // even: the centre is the cell right of the middle
+        {1, 1, 3.0f, 4.99f, 3, 4},    {3, 2, -0.5f, 0.0f, -1, -1}, // truncated toward zero, not down
+        {3, 3, 15.5f, 11.5f, 14, 10}, {2, 2, 40.0f, 5.0f, 39, 4},  // nothing of it is on the grid
+    };
+    for (const Case& c : cases) {
+        Scene scene(16, 12, 0.0f);
+        scene.set_stamps(c.stamp_width, c.stamp_height,
+                         std::vector<float>(static_cast<std::size_t>(c.stamp_width * c.stamp_height), 2.0f));
+        scene.instances = {at(c.x, c.y)};
+        populate(scene);
+        for (int y = 0; y < 12; ++y) {
+            for (int x = 0; x < 16; ++x) {
+                const bool under =
+                    x >= c.left && x < c.left + c.stamp_width && y >= c.top && y < c.top + c.stamp_height;
+                EXPECT_EQ(scene.height_at(x, y), under ? 2.0f : 0.0f) << x << ", " << y;
+                EXPECT_EQ(scene.id_at(x, y) != 0.0f, under);
+            }
+        }
+    }
+}
+
+TEST_F(Stamps, StandOnTheTerrainAsItCameAndExtrapolateItOffTheGrid) {
+    Scene scene(8, 6, 0.0f);
+    for (int y = 0; y < 6; ++y)
+        for (int x = 0; x < 8; ++x)
+            scene.heights[static_cast<std::size_t>(y * 8 + x)] = static_cast<float>(4 * x - 2 * y);
+    scene.set_stamps(1, 1, {100.0f});
+    scene.instances = {at(3.5f, 2.5f),   at(3.5f, 2.5f), at(4.0f, 3.0f),
+                       at(1.25f, 4.75f), at(9.5f, 2.5f), at(-0.25f, 2.5f)};
+    populate(scene);
+    // The plane 4 (x - 0.5) - 2 (y - 0.5). Beyond the right border both columns are the last one, which goes on flat;
+    // just before the left one the cell is truncated toward zero, and the slope of the first two columns goes on.
+    const float expected[] = {8.0f, 8.0f, 9.0f, -5.5f, 24.0f, -7.0f};
+    for (std::size_t n = 0; n < scene.instances.size(); ++n)
+        EXPECT_EQ(scene.instances[n].height, expected[n]) << n;
+    EXPECT_EQ(scene.height_at(3, 2), 108.0f);
+}
+
+TEST_F(Stamps, HighestWinsAndALowerOneLeavesHeightAndId) {
+    Scene scene(9, 9, 1.0f);
+    scene.set_stamps(1, 1, {5.0f, 3.0f, -2.0f});
+    scene.instances = {at(2.5f, 2.5f, 1), at(2.5f, 2.5f, 0), at(6.5f, 6.5f, 2)};
+    scene.ids.assign(scene.ids.size(), 0.25f);
+    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    populate(scene);
+    EXPECT_EQ(scene.height_at(2, 2), 6.0f);
+    EXPECT_EQ(scene.id_at(2, 2), tarn::stamp_instancer::instance_id(1));
+    EXPECT_EQ(scene.height_at(6, 6), 1.0f);
+    EXPECT_EQ(scene.id_at(6, 6), 0.25f);
+    EXPECT_EQ(std::count(scene.ids.begin(), scene.ids.end(), 0.25f), 80);
+}
+
+TEST_F(Stamps, HolesLeaveTheTerrainUnlessItLiesDeeperStill) {
+    Scene scene(8, 8, 1.0f);
+    scene.set_stamps(2, 1, {0.0f, -0.0f});
+    scene.instances = {at(4.5f, 4.5f)};
+    populate(scene);
+    EXPECT_EQ(scene.heights, std::vector<float>(64, 1.0f));
+    EXPECT_EQ(scene.ids, std::vector<float>(64, 0.0f));
+    // The base is the height of the one cell above, the hole falls on the abyss beside it.
+    scene.heights[4 * 8 + 3] = -2e6f;
+    populate(scene);
+    EXPECT_EQ(scene.height_at(3, 4), -99999.0f + 1.0f);
+    EXPECT_GT(scene.id_at(3, 4), 0.0f);
+}
+
+TEST_F(Stamps, IdsAreOneNumberAnInstanceAboveZero) {
+    // By hand: the first two steps of the generator from its seed for zero and from 1.
+    EXPECT_EQ(tarn::stamp_instancer::instance_id(1), static_cast<float>(270369u * 0x2545F381u - 1u) * 2.3283064e-10f);
+    std::vector<float> ids;
+    for (std::uint32_t n = 0; n < 1000; ++n)
+        ids.push_back(tarn::stamp_instancer::instance_id(n));
+    EXPECT_GT(*std::min_element(ids.begin(), ids.end()), 0.0f);
+    EXPECT_LE(*std::max_element(ids.begin(), ids.end()), 1.0f);
+    std::sort(ids.begin(), ids.end());
+    EXPECT_EQ(std::adjacent_find(ids.begin(), ids.end()), ids.end());
+}
+
+TEST_F(Stamps, WildPositionsAndHeightsStayOffTheGrid) {
+    const float infinity = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    Scene scene(6, 6, 1.0f);
+    scene.set_stamps(3, 3, std::vector<float>(9, 7.0f));
+    for (const float wild : {nan, infinity, -infinity, 3e38f, -3e38f, 2147483648.0f, -2147483648.0f}) {
+        scene.instances.push_back(at(wild, 3.0f));
+        scene.instances.push_back(at(3.0f, wild));
+    }
+    populate(scene);
+    EXPECT_EQ(scene.heights, std::vector<float>(36, 1.0f));
+
+    scene.heights.assign(36, nan);
+    scene.instances = {at(3.0f, 3.0f)};
+    populate(scene);
+    EXPECT_EQ(scene.ids, std::vector<float>(36, 0.0f));
+}
+
+TEST_F(Stamps, NoInstancesLeaveTheGrids) {
+    Scene scene(6, 6, 1.0f);
+    scene.set_stamps(3, 3, std::vector<float>(9, 7.0f));
+    scene.parameters.instance_count = 0;
+    const HostCallbacks record = host.callbacks();
+    EXPECT_EQ(StampInstancer_Populate(handle(queue), scene.heights.data(), scene.ids.data(), scene.stamps.data(),
+                                      nullptr, &scene.parameters, &record),
+              static_cast<std::uint32_t>(status_ok));
+    EXPECT_EQ(scene.heights, std::vector<float>(36, 1.0f));
+    EXPECT_EQ(host.acquired, std::vector<std::size_t>{0x4000000});
+    EXPECT_EQ(host.released, host.acquired);
+    EXPECT_TRUE(host.progress.empty());
+}
+
+TEST_F(Stamps, BadRecordsAreRefusedWithOneLineThatNamesTheField) {
+    constexpr int most = std::numeric_limits<int>::max();
+    struct Case {
+        const char* field;
+        std::function<void(stamp_instancer_Parameters&)> spoil;
+    };
+    const auto sets = [](int stamp_instancer_Parameters::*field, int value) {
+        return [=](stamp_instancer_Parameters& p) {
+            p.*field = value;
+        };
+    };
+    using Record = stamp_instancer_Parameters;
+    const std::vector<Case> cases = {
+        {"width", sets(&Record::width, 0)},
+        {"height", sets(&Record::height, -1)},
+        {"width * height", sets(&Record::width, most)},
+        {"stamps_width", sets(&Record::stamps_width, 0)},
+        {"stamps_height", sets(&Record::stamps_height, -5)},
+        {"stamps_width * stamps_height", sets(&Record::stamps_width, most)},
+        {"stamp_width", sets(&Record::stamp_width, 0)},
+        {"stamp_height", sets(&Record::stamp_height, std::numeric_limits<int>::min())},
+        {"instance_count", sets(&Record::instance_count, -1)},
+        {"instance_count * stamp_width * stamp_height", sets(&Record::stamp_width, most)},
+        {"instance.stamp", sets(&Record::stamp_width, 6)}, // the last stamp is no longer whole
+    };
+    for (const Case& bad : cases) {
+        Scene scene = busy_scene(), untouched = scene;
+        scene.parameters.instance_count = 300;
+        bad.spoil(scene.parameters);
+        host.errors.clear();
+        const HostCallbacks record = host.callbacks();
+        EXPECT_EQ(StampInstancer_Populate(handle(queue), scene.heights.data(), scene.ids.data(), scene.stamps.data(),
+                                          scene.instances.data(), &scene.parameters, &record),
+                  static_cast<std::uint32_t>(status_failed))
+            << bad.field;
+        ASSERT_EQ(host.errors.size(), 1u) << bad.field;
+        EXPECT_NE(host.errors[0].find(": " + std::string(bad.field) + " is "), std::string::npos) << host.errors[0];
+        EXPECT_TRUE(same_bits(scene.heights, untouched.heights));
+    }
+    Scene scene = busy_scene();
+    scene.instances.back().stamp = 0xFFFFFFFFu;
+    EXPECT_EQ(scene.run(queue, host.callbacks()), static_cast<std::uint32_t>(status_failed));
+    EXPECT_TRUE(host.acquired.empty());
+}
+
+TEST_F(Stamps, AnyNumberOfThreadsGivesTheSameHeights) {
+    Scene all_threads = busy_scene();
+    populate(all_threads);
+    Scene single = busy_scene();
+    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    populate(single);
+    EXPECT_TRUE(same_bits(single.heights, all_threads.heights));
+    EXPECT_FALSE(same_bits(single.heights, rough_terrain(70, 50)));
+}
+
+#ifdef HOSTSYCL
+
+TEST_F(Stamps, GpusGiveTheHeightsOfTheCpuAndKeepTheInstances) {
+    Scene on_cpu = busy_scene();
+    populate(on_cpu);
+    SimulatedGpu gpu;
+    Scene on_gpu = busy_scene();
+    EXPECT_EQ(on_gpu.run(gpu.queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
+    EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
+    for (std::size_t i = 0; i < on_cpu.ids.size(); ++i)
+        EXPECT_EQ(on_gpu.ids[i] != 0.0f, on_cpu.ids[i] != 0.0f) << i;
+    EXPECT_EQ(on_gpu.instances[7].height, -12345.0f);
+    EXPECT_NE(on_cpu.instances[7].height, -12345.0f);
+    EXPECT_EQ(host.acquired, (std::vector<std::size_t>{0x4000000, 0x4000000}));
+    EXPECT_EQ(host.released, host.acquired);
+    on_gpu.instances.clear();
+    EXPECT_EQ(on_gpu.run(gpu.queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
+    EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
+}
+
+#endif
+
+} // namespace
