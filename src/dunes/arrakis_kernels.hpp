@@ -13,6 +13,7 @@
 #include <sycl/sycl.hpp>
 
 #include "device/backend.hpp"
+#include "grid/atomic.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
@@ -77,13 +78,6 @@ inline int cell_at(float x, float y, const Setting& s) {
     const int column = minimum(static_cast<int>(x > 0.0f ? x : 0.0f), s.columns - 1);
     const int row = minimum(static_cast<int>(y > 0.0f ? y : 0.0f), s.rows - 1);
     return s.columns * row + column;
-}
-
-/// Adds to a cell that other work-items add to as well.
-inline void atomic_add(float& cell, float value) {
-    sycl::atomic_ref<float, sycl::memory_order::relaxed, sycl::memory_scope::device,
-                     sycl::access::address_space::global_space>(cell)
-        .fetch_add(value);
 }
 
 /// Spreads `value` over the four cells whose centres surround a position. In the outer half cell the weights go to the

@@ -6,6 +6,7 @@
 
 #include <sycl/sycl.hpp>
 
+#include "grid/atomic.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 #include "stamps/stamp_instancer.hpp"
@@ -46,23 +47,11 @@ inline float instance_id(std::uint32_t instance) {
     return id == 0.0f ? 1.0f : id;
 }
 
-/// Raises a height to `value`. True if it was lower.
-inline bool raise(float& height, float value) {
-    const sycl::atomic_ref<float, sycl::memory_order::relaxed, sycl::memory_scope::device,
-                           sycl::access::address_space::global_space>
-        shared(height);
-    float seen = shared.load();
-    while (value > seen)
-        if (shared.compare_exchange_strong(seen, value))
-            return true;
-    return false;
-}
-
 /// Merges one cell of a stamp into the cell of the grid under it.
 inline void stamp_cell(float& height, float& id, float stamp, float base, float instance) {
     const float value = (stamp == 0.0f ? hole : stamp) + base;
     // Not tied to the raise: where two instances raise a cell at the same moment, the id of either may stand.
-    if (raise(height, value))
+    if (atomic_raise(height, value))
         id = instance;
 }
 
