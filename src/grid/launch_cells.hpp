@@ -94,6 +94,50 @@ void launch_with_neighbours(LaunchTarget<Target> on, const Extent<2>& extent, Ce
     });
 }
 
+/// As launch_with_neighbours, by the piece: calls `row(first, last, y, interior)` for cells of a row that lie off the
+/// border all together, or not. One cell a piece on GPUs.
+template <class Target, class Row>
+void launch_pieces_with_neighbours(LaunchTarget<Target> on, const Extent<2>& extent, Row row) {
+    if (extent.x() == 0 || extent.y() == 0)
+        return;
+    if (!on.is_cpu) {
+        on.target.parallel_for(extent.shape(), [=](sycl::id<2> index) {
+            const int x = static_cast<int>(index[1]);
+            row(x, x + 1, static_cast<int>(index[0]), std::false_type{});
+        });
+        return;
+    }
+    const int last_row = static_cast<int>(extent.y()) - 1;
+    launch_rows(on, extent, 1, [=](int y, int first, int last, auto interior_column) {
+        if (interior_column.value && y > 0 && y < last_row)
+            row(first, last, y, std::true_type{});
+        else
+            row(first, last, y, std::false_type{});
+    });
+}
+
+/// Calls `cell(k)` for k from 0 to `count`, in whole vectors: where the count is not a multiple of their width, the
+/// last one overlaps the one before it. Grids as wide as a power of two leave fourteen columns for it between their
+/// borders, and cell by cell these take longer than all the others of a coarse row. So cells must not read what they
+/// write.
+template <class Cell>
+inline void for_overlapping(int count, const Cell& cell) {
+    // Floats in the widest vectors of today's CPUs, and in those one step down.
+    const int width = count >= 16 ? 16 : 8;
+    const int whole = count - count % width;
+    int begin = 0, end = whole;
+    while (begin < end) {
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = begin; k < end; ++k)
+            cell(k);
+        begin = end == count ? count : count - width;
+        end = count;
+    }
+    if (whole == 0)
+        for (int k = 0; k < count; ++k)
+            cell(k);
+}
+
 /// A grid's cells inside a kernel, from either holder.
 inline float* cells_of(float* data) {
     return data;

@@ -1,6 +1,9 @@
 // Small numeric rules that kernels share.
 #pragma once
 
+#include <bit>
+#include <cstdint>
+
 namespace tarn {
 
 /// The smaller and the larger of two values, as selects: `a` where the comparison does not hold, NaN included.
@@ -12,6 +15,12 @@ inline T minimum(T a, T b) {
 template <class T>
 inline T maximum(T a, T b) {
     return a < b ? b : a;
+}
+
+/// `value` if `kept`, else 0, whatever the value. Without a branch: compilers would move into it what only the value is
+/// worked out from, loads as well, and then not vectorise the loop around it.
+inline float kept_if(bool kept, float value) {
+    return std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) & (0u - static_cast<std::uint32_t>(kept)));
 }
 
 inline int clamp_index(int index, int size) {

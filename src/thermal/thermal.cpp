@@ -64,56 +64,78 @@ struct Direction {
     Grid y;
 };
 
-/// Loosens ground and works out what every cell sheds, with the plain rule.
-template <bool masked>
-void launch_loosen(LaplacianLevel& level, const Setting& s) {
-    level.queue->submit([&](sycl::handler& handler) {
-        const Reader heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
-        const Updater depth = update(level.depth, handler), wear = update(level.wear, handler);
-        const Writer drop_sum = overwrite(level.drop_sum, handler), next_depth = overwrite(level.next_depth, handler);
-        launch_with_neighbours(
-            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
-                const std::ptrdiff_t i = s.index(x, y);
-                const Slope slope = find_slope_and_curvature<interior.value>(cells_of(heights), x, y, s);
-                const float l =
-                    loosened(slope, cells_of(depth)[i], plain_loosening, masked ? cells_of(mask)[i] : 1.0f, s);
-                const float cover = cells_of(depth)[i] + l;
-                cells_of(depth)[i] = cover;
-                cells_of(wear)[i] += l;
-                const float falls = sum_of_falls<interior.value>(cells_of(heights), x, y, s);
-                const float sum = slope.slope > s.talus_step ? falls : 0.0f;
-                cells_of(drop_sum)[i] = sum;
-                cells_of(next_depth)[i] = -minimum(cover, sum);
-            });
-    });
+/// Where a kernel finds the grids of a level.
+struct LevelCells {
+    const float* heights;
+    float* depth;
+    float* wear;
+    float* drop_sum;
+    float* direction_x;
+    float* direction_y;
+    const float* mask;
+};
+
+/// What loosening finds out about a cell.
+struct Loosened {
+    float loose;
+    float drop_sum;
+    Bias bias;
+};
+
+template <bool directional, bool masked, bool interior>
+inline Loosened loosen_cell(const LevelCells& cells, int x, int y, const Setting& s) {
+    const std::ptrdiff_t i = s.index(x, y);
+    const Neighbourhood n = neighbourhood<interior>(cells.heights, x, y, s);
+    const Slope slope = find_slope_and_curvature(n);
+    Loosened result{};
+    result.loose = loosened(slope, cells.depth[i], directional ? directional_loosening : plain_loosening,
+                            masked ? cells.mask[i] : 1.0f, s);
+    if constexpr (directional) {
+        result.bias = direction_of(slope, s);
+        result.drop_sum = kept_if(interior || !s.is_border(x, y), sum_of_biased_falls(n, result.bias));
+    } else {
+        result.drop_sum = kept_if(slope.slope > s.talus_step, sum_of_falls(n, sides_of<interior>(x, y, s)));
+    }
+    return result;
 }
 
-/// The same with the directional rule, which keeps the field for the move.
-template <bool masked>
-void launch_loosen_directional(LaplacianLevel& level, Direction& direction, const Setting& s) {
+/// Loosens ground and works out what every cell sheds. Shedding looks at no cell's cover but its own, so one kernel
+/// does both. Directional iterations leave the field that biases the move in `direction`.
+template <bool directional, bool masked>
+void launch_loosen(LaplacianLevel& level, Direction* direction, const Setting& s) {
     level.queue->submit([&](sycl::handler& handler) {
         const Reader heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
         const Updater depth = update(level.depth, handler), wear = update(level.wear, handler);
-        const Writer drop_sum = overwrite(level.drop_sum, handler), next_depth = overwrite(level.next_depth, handler);
-        const Writer direction_x = overwrite(direction.x, handler), direction_y = overwrite(direction.y, handler);
-        launch_with_neighbours(
-            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
-                const std::ptrdiff_t i = s.index(x, y);
-                const Slope slope = find_slope_and_curvature<interior.value>(cells_of(heights), x, y, s);
-                float dx, dy;
-                direction_of(slope, s, dx, dy);
-                cells_of(direction_x)[i] = dx;
-                cells_of(direction_y)[i] = dy;
-                const float l =
-                    loosened(slope, cells_of(depth)[i], directional_loosening, masked ? cells_of(mask)[i] : 1.0f, s);
-                const float cover = cells_of(depth)[i] + l;
-                cells_of(depth)[i] = cover;
-                cells_of(wear)[i] += l;
-                float sum = 0.0f;
-                if (interior.value || !s.is_border(x, y))
-                    sum = sum_of_biased_falls(cells_of(heights), x, y, dx, dy, s);
-                cells_of(drop_sum)[i] = sum;
-                cells_of(next_depth)[i] = -minimum(cover, sum);
+        const Writer drop_sum = overwrite(level.drop_sum, handler);
+        const Writer direction_x = overwrite(directional ? direction->x : level.drop_sum, handler);
+        const Writer direction_y = overwrite(directional ? direction->y : level.drop_sum, handler);
+        launch_pieces_with_neighbours(
+            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int first, int last, int y, auto interior) {
+                const LevelCells grids{cells_of(heights),     cells_of(depth),       cells_of(wear), cells_of(drop_sum),
+                                       cells_of(direction_x), cells_of(direction_y), cells_of(mask)};
+                const Setting setting = s; // nothing else can refer to it, so its fields stay in registers
+                constexpr int piece = interior.value ? 256 : 1;
+                float loose[piece], sum[piece];
+                for (int start = first; start < last; start += piece) {
+                    const int count = minimum(piece, last - start);
+                    const std::ptrdiff_t row = setting.index(start, y);
+                    for_overlapping(count, [&](int k) {
+                        const Loosened cell =
+                            loosen_cell<directional, masked, interior.value>(grids, start + k, y, setting);
+                        loose[k] = cell.loose;
+                        sum[k] = cell.drop_sum;
+                        if constexpr (directional) {
+                            grids.direction_x[row + k] = cell.bias.x;
+                            grids.direction_y[row + k] = cell.bias.y;
+                        }
+                    });
+                    TARN_INDEPENDENT_ITERATIONS
+                    for (int k = 0; k < count; ++k) {
+                        grids.depth[row + k] += loose[k];
+                        grids.wear[row + k] += loose[k];
+                        grids.drop_sum[row + k] = sum[k];
+                    }
+                }
             });
     });
 }
@@ -127,19 +149,27 @@ void launch_move(LaplacianLevel& level, Direction* direction, const Setting& s) 
         const Reader direction_x = read(directional ? direction->x : level.drop_sum, handler);
         const Reader direction_y = read(directional ? direction->y : level.drop_sum, handler);
         const Writer next_heights = overwrite(level.next_heights, handler);
-        const Updater next_depth = update(level.next_depth, handler);
-        launch_with_neighbours(
-            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int x, int y, auto interior) {
-                const std::ptrdiff_t i = s.index(x, y);
+        const Writer next_depth = overwrite(level.next_depth, handler);
+        launch_pieces_with_neighbours(
+            launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int first, int last, int y, auto interior) {
                 const Shed shed{cells_of(heights), cells_of(depth), cells_of(drop_sum), cells_of(direction_x),
                                 cells_of(direction_y)};
-                float arriving = 0.0f;
-                if (interior.value || !s.is_border(x, y))
-                    arriving = inflow<directional>(shed, x, y, s);
-                const float v = change(arriving, cells_of(next_depth)[i], masked ? cells_of(mask)[i] : 1.0f,
-                                       directional ? directional_move : plain_move, s);
-                cells_of(next_heights)[i] = cells_of(heights)[i] + v;
-                cells_of(next_depth)[i] = cells_of(depth)[i] + v;
+                const Setting setting = s;
+                float* const surface = cells_of(next_heights);
+                float* const cover = cells_of(next_depth);
+                const float* const absorption_mask = cells_of(mask);
+                for_overlapping(last - first, [&](int k) {
+                    const int x = first + k;
+                    const std::ptrdiff_t i = setting.index(x, y);
+                    float arriving = 0.0f;
+                    if (interior.value || !setting.is_border(x, y))
+                        arriving = inflow<directional>(shed, x, y, setting);
+                    const float outflow = -minimum(shed.depth[i], shed.drop_sum[i]);
+                    const float v = change(arriving, outflow, masked ? absorption_mask[i] : 1.0f,
+                                           directional ? directional_move : plain_move, setting);
+                    surface[i] = shed.heights[i] + v;
+                    cover[i] = shed.depth[i] + v;
+                });
             });
     });
 }
@@ -329,18 +359,15 @@ void Thermal::simulation(float iterations, LaplacianLevel& level, int level_inde
         const Phase phase = phase_of(t, iterations, level_index, level.parent == nullptr);
         if (phase == Phase::settling)
             setting.talus = setting.talus_step = 0.0f;
-        if (phase == Phase::directional) {
-            if (!direction)
-                direction.emplace(level.extent);
+        if (phase == Phase::directional && !direction)
+            direction.emplace(level.extent);
+        with_constant(phase == Phase::directional, [&](auto directional) {
+            Direction* const field = directional.value ? &*direction : nullptr;
             with_constant(erosion_masked,
-                          [&](auto masked) { launch_loosen_directional<masked.value>(level, *direction, setting); });
+                          [&](auto masked) { launch_loosen<directional.value, masked.value>(level, field, setting); });
             with_constant(absorption_masked,
-                          [&](auto masked) { launch_move<true, masked.value>(level, &*direction, setting); });
-        } else {
-            with_constant(erosion_masked, [&](auto masked) { launch_loosen<masked.value>(level, setting); });
-            with_constant(absorption_masked,
-                          [&](auto masked) { launch_move<false, masked.value>(level, nullptr, setting); });
-        }
+                          [&](auto masked) { launch_move<directional.value, masked.value>(level, field, setting); });
+        });
         std::swap(level.heights, level.next_heights);
         std::swap(level.depth, level.next_depth);
         tracker_.add(static_cast<double>(level.extent.size()));

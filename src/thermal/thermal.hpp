@@ -84,8 +84,7 @@ struct LaplacianLevel {
     Grid heights;
     Grid depth;
     Grid wear;
-    /// Partners of `heights` and `depth`, exchanged by handle after every iteration. Within one, `next_depth` holds the
-    /// outflow.
+    /// Partners of `heights` and `depth`, exchanged by handle after every iteration.
     Grid next_heights;
     Grid next_depth;
     /// Sum of the falls from a cell to its lower neighbours.

@@ -37,6 +37,24 @@ inline constexpr float directional_loosening = 0.0026399998f;
 inline constexpr float plain_move = 0.2f;
 inline constexpr float directional_move = 0.14f;
 
+/// A cell `e` with its eight neighbours, row by row; edge cells are repeated beyond the border.
+struct Neighbourhood {
+    float a, b, c;
+    float d, e, f;
+    float g, h, i;
+};
+
+/// With `interior` nothing needs a clamp.
+template <bool interior>
+inline Neighbourhood neighbourhood(const float* grid, int x, int y, const Setting& s) {
+    const int l = interior ? x - 1 : maximum(x - 1, 0);
+    const int r = interior ? x + 1 : minimum(x + 1, s.columns - 1);
+    const float* up = grid + s.index(0, interior ? y - 1 : maximum(y - 1, 0));
+    const float* here = grid + s.index(0, y);
+    const float* down = grid + s.index(0, interior ? y + 1 : minimum(y + 1, s.rows - 1));
+    return {up[l], up[x], up[r], here[l], here[x], here[r], down[l], down[x], down[r]};
+}
+
 struct Slope {
     float slope;
     /// How far the cell stands above the mean of its neighbours, sides counting twice as much as corners.
@@ -46,26 +64,15 @@ struct Slope {
     float y;
 };
 
-/// Slope and curvature by the 3-10-3 operator of H. Scharr, normalised by 32; the edge cells are repeated beyond the
-/// border. On a peak or ridge, where central differences cancel, the fall to the lowest neighbour gives a slope all the
-/// same. With `interior` the columns need no clamp.
-template <bool interior>
-inline Slope find_slope_and_curvature(const float* heights, int x, int y, const Setting& s) {
-    const int l = interior ? x - 1 : maximum(x - 1, 0);
-    const int r = interior ? x + 1 : minimum(x + 1, s.columns - 1);
-    const float* up = heights + s.index(0, maximum(y - 1, 0));
-    const float* here = heights + s.index(0, y);
-    const float* down = heights + s.index(0, minimum(y + 1, s.rows - 1));
-    const float a = up[l], b = up[x], c = up[r];
-    const float d = here[l], e = here[x], f = here[r];
-    const float g = down[l], h = down[x], i = down[r];
-
+/// Slope and curvature by the 3-10-3 operator of H. Scharr, normalised by 32. On a peak or ridge, where central
+/// differences cancel, the fall to the lowest neighbour gives a slope all the same.
+inline Slope find_slope_and_curvature(const Neighbourhood& n) {
     Slope result;
-    result.curvature = e - (((d + b) + h + f) * 0.16666667f + (((a + c) + g) + i) * 0.083333336f);
-    result.x = (((c + i) - (a + g)) * 3.0f + (f - d) * 10.0f) * 0.03125f;
-    result.y = -(((a + c) - (g + i)) * 3.0f + (b - h) * 10.0f) * 0.03125f;
-    const float drop = maximum(maximum(maximum(maximum(e - a, e - c), maximum(e - g, e - i)) * 0.7071f,
-                                       maximum(maximum(e - b, e - d), maximum(e - f, e - h))),
+    result.curvature = n.e - (((n.d + n.b) + n.h + n.f) * 0.16666667f + (((n.a + n.c) + n.g) + n.i) * 0.083333336f);
+    result.x = (((n.c + n.i) - (n.a + n.g)) * 3.0f + (n.f - n.d) * 10.0f) * 0.03125f;
+    result.y = -(((n.a + n.c) - (n.g + n.i)) * 3.0f + (n.b - n.h) * 10.0f) * 0.03125f;
+    const float drop = maximum(maximum(maximum(maximum(n.e - n.a, n.e - n.c), maximum(n.e - n.g, n.e - n.i)) * 0.7071f,
+                                       maximum(maximum(n.e - n.b, n.e - n.d), maximum(n.e - n.f, n.e - n.h))),
                                0.0f);
     result.slope = maximum(sycl::sqrt(result.x * result.x + result.y * result.y), drop * 0.7f);
     return result;
@@ -85,15 +92,19 @@ inline float loosened(const Slope& slope, float depth, float rate, float mask, c
            mask;
 }
 
+struct Bias {
+    float x;
+    float y;
+};
+
 /// The field that biases the slide: it takes a tilt of just the talus off a slope, so that a surface at the talus
 /// rests, and fades on steeper and on gentler ground.
-inline void direction_of(const Slope& slope, const Setting& s, float& direction_x, float& direction_y) {
+inline Bias direction_of(const Slope& slope, const Setting& s) {
     const float steepness = slope.slope * s.inverse_scale;
     const float q = s.talus / steepness;
     const float p = steepness > s.talus ? q * q * q : q;
     const bool active = steepness > s.talus * 0.5f;
-    direction_x = active ? slope.x * p : 0.0f;
-    direction_y = active ? slope.y * p : 0.0f;
+    return {active ? slope.x * p : 0.0f, active ? slope.y * p : 0.0f};
 }
 
 /// Nearness of the neighbour at (dx, dy): brings a fall down to unit distance.
@@ -101,37 +112,52 @@ constexpr float nearness(int dx, int dy) {
     return dx == 0 || dy == 0 ? 1.0f : 0.7071f;
 }
 
-/// The sum of the falls from a cell to its lower neighbours inside the grid. With `interior` all of them are.
+/// On which sides of a cell the grid goes on.
+struct Sides {
+    bool left;
+    bool right;
+    bool up;
+    bool down;
+};
+
 template <bool interior>
-inline float sum_of_falls(const float* heights, int x, int y, const Setting& s) {
-    const std::ptrdiff_t here = s.index(x, y);
+inline Sides sides_of(int x, int y, const Setting& s) {
+    return {interior || x > 0, interior || x < s.columns - 1, interior || y > 0, interior || y < s.rows - 1};
+}
+
+/// The sum of the falls from a cell to its lower neighbours inside the grid, row by row.
+inline float sum_of_falls(const Neighbourhood& n, const Sides& inside) {
     float sum = 0.0f;
-    for (int dy = -1; dy <= 1; ++dy)
-        for (int dx = -1; dx <= 1; ++dx) {
-            if (dx == 0 && dy == 0)
-                continue;
-            if (!interior && (x + dx < 0 || x + dx >= s.columns || y + dy < 0 || y + dy >= s.rows))
-                continue;
-            const std::ptrdiff_t there = here + static_cast<std::ptrdiff_t>(dy) * s.columns + dx;
-            sum += maximum((heights[here] - heights[there]) * nearness(dx, dy), 0.0f);
-        }
+    const auto add = [&](float neighbour, float near, bool is_inside) {
+        sum += kept_if(is_inside, maximum((n.e - neighbour) * near, 0.0f));
+    };
+    add(n.a, nearness(-1, -1), inside.up && inside.left);
+    add(n.b, nearness(0, -1), inside.up);
+    add(n.c, nearness(1, -1), inside.up && inside.right);
+    add(n.d, nearness(-1, 0), inside.left);
+    add(n.f, nearness(1, 0), inside.right);
+    add(n.g, nearness(-1, 1), inside.down && inside.left);
+    add(n.h, nearness(0, 1), inside.down);
+    add(n.i, nearness(1, 1), inside.down && inside.right);
     return sum;
 }
 
-/// The same with the directional bias, for a cell off the border.
-inline float sum_of_biased_falls(const float* heights, int x, int y, float direction_x, float direction_y,
-                                 const Setting& s) {
-    const std::ptrdiff_t here = s.index(x, y);
+/// The same with the directional bias, for a cell off the border, and column by column: the order shows in the last
+/// bits of a sum.
+inline float sum_of_biased_falls(const Neighbourhood& n, const Bias& bias) {
     float sum = 0.0f;
-    for (int dx = -1; dx <= 1; ++dx)
-        for (int dy = -1; dy <= 1; ++dy) {
-            if (dx == 0 && dy == 0)
-                continue;
-            const std::ptrdiff_t there = here + static_cast<std::ptrdiff_t>(dy) * s.columns + dx;
-            const float fall = (heights[here] - heights[there]) +
-                               (static_cast<float>(dx) * direction_x + static_cast<float>(dy) * direction_y);
-            sum += maximum(fall * nearness(dx, dy), 0.0f);
-        }
+    const auto add = [&](float neighbour, int dx, int dy) {
+        const float fall = (n.e - neighbour) + (static_cast<float>(dx) * bias.x + static_cast<float>(dy) * bias.y);
+        sum += maximum(fall * nearness(dx, dy), 0.0f);
+    };
+    add(n.a, -1, -1);
+    add(n.d, -1, 0);
+    add(n.g, -1, 1);
+    add(n.b, 0, -1);
+    add(n.h, 0, 1);
+    add(n.c, 1, -1);
+    add(n.f, 1, 0);
+    add(n.i, 1, 1);
     return sum;
 }
 
@@ -153,21 +179,27 @@ inline float inflow(const Shed& shed, int x, int y, const Setting& s) {
     const std::ptrdiff_t here = s.index(x, y);
     const float c = shed.heights[here];
     float sum = 0.0f;
-    for (int dx = -1; dx <= 1; ++dx)
-        for (int dy = -1; dy <= 1; ++dy) {
-            if (dx == 0 && dy == 0)
-                continue;
-            const std::ptrdiff_t there = here + static_cast<std::ptrdiff_t>(dy) * s.columns + dx;
-            float rest = c;
-            if constexpr (directional)
-                rest = c + (static_cast<float>(dx) * shed.direction_x[there] +
-                            static_cast<float>(dy) * shed.direction_y[there]);
-            const float drop_sum = shed.drop_sum[there];
-            const float share = (maximum((shed.heights[there] - rest) * nearness(dx, dy), 0.0f) *
-                                 minimum(shed.depth[there], drop_sum)) /
-                                drop_sum;
-            sum = drop_sum > 0.0f ? sum + share : sum;
-        }
+    const auto add = [&](int dx, int dy) {
+        const std::ptrdiff_t there = here + static_cast<std::ptrdiff_t>(dy) * s.columns + dx;
+        float rest = c;
+        if constexpr (directional)
+            rest = c + (static_cast<float>(dx) * shed.direction_x[there] +
+                        static_cast<float>(dy) * shed.direction_y[there]);
+        const float drop_sum = shed.drop_sum[there];
+        const float share =
+            (maximum((shed.heights[there] - rest) * nearness(dx, dy), 0.0f) * minimum(shed.depth[there], drop_sum)) /
+            drop_sum;
+        sum += kept_if(drop_sum > 0.0f, share);
+    };
+    // Written out: a loop that a compiler does not unroll keeps the row from being vectorised.
+    add(-1, -1);
+    add(-1, 0);
+    add(-1, 1);
+    add(0, -1);
+    add(0, 1);
+    add(1, -1);
+    add(1, 0);
+    add(1, 1);
     return sum;
 }
 
