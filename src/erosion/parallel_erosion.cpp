@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 #include "erosion/parallel_erosion_kernels.hpp"
 #include "grid/launch_cells.hpp"
@@ -48,7 +49,7 @@ void clear(sycl::queue& queue, sycl::buffer<T, 2>& grid) {
         const Writer<T, 2> cells = overwrite(grid, handler);
         launch_cells(launch_on(handler, queue), Extent<2>(grid.get_range()), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(grid.get_range()[1])](int x, int y, auto) {
-                         cells_of(cells)[y * columns + x] = T{0};
+                         cells_of(cells)[y * columns + x] = T{};
                      });
     });
 }
@@ -65,6 +66,26 @@ sycl::range<2> half_but_one(const sycl::range<2>& shape) {
 /// One particle for each 256 cells.
 std::uint32_t particle_count(const LaplacianLevel& level) {
     return static_cast<std::uint32_t>(std::max<std::size_t>(level.size() >> 8, 1));
+}
+
+/// Particles that a CPU's work-item takes at a time.
+constexpr int cpu_lanes = 16;
+
+/// Calls `particles(first, count, lanes)` for all of `total` particles: one at a time on GPUs, whole vectors on CPUs.
+/// `lanes`, a constant, bounds the count.
+template <class Target, class Particles>
+void launch_lanes(LaunchTarget<Target> on, std::uint32_t total, Particles particles) {
+    if (!on.is_cpu) {
+        on.target.parallel_for(sycl::range<1>(total), [=](sycl::id<1> index) {
+            particles(static_cast<std::uint32_t>(index[0]), 1, std::integral_constant<int, 1>{});
+        });
+        return;
+    }
+    on.target.parallel_for(sycl::range<1>((total + cpu_lanes - 1) / cpu_lanes), [=](sycl::id<1> index) {
+        const auto first = static_cast<std::uint32_t>(index[0]) * cpu_lanes;
+        particles(first, static_cast<int>(minimum(total - first, std::uint32_t{cpu_lanes})),
+                  std::integral_constant<int, cpu_lanes>{});
+    });
 }
 
 /// A path of eleven cells a pass and many times as long as the sides of the level: nothing that runs downhill gets
@@ -201,9 +222,8 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid
     : queue(&level_queue), rows(level_height.get_range()[0]), cols(level_height.get_range()[1]), parent(nullptr),
       height(std::move(level_height)), flow(std::move(level_flow)), delta(sycl::range<2>(rows, cols)),
       sediment(std::move(level_sediment)), wear(std::move(level_wear)), detail(sycl::range<2>(rows, cols)),
-      delta_sum(sycl::range<2>(rows, cols)), delta_count(sycl::range<2>(rows, cols)),
-      spawn_map(std::move(level_spawn_map)), reach(one_if_absent(sycl::range<2>(rows, cols), spawn_map.size() != 1)),
-      reach_next(reach.get_range()) {}
+      delta_sum(sycl::range<2>(rows, cols)), spawn_map(std::move(level_spawn_map)),
+      reach(one_if_absent(sycl::range<2>(rows, cols), spawn_map.size() != 1)), reach_next(reach.get_range()) {}
 
 LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel* finer)
     : queue(&level_queue), rows(half_but_one(finer->height.get_range())[0]),
@@ -211,7 +231,7 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel* finer)
       height(resampling::next_level(finer->height, level_queue)), flow(sycl::range<2>(rows, cols)),
       delta(sycl::range<2>(rows, cols)), sediment(sycl::range<2>(rows, cols)), wear(sycl::range<2>(rows, cols)),
       detail(sycl::range<2>(rows, cols)), delta_sum(sycl::range<2>(rows, cols)),
-      delta_count(sycl::range<2>(rows, cols)), spawn_map(resampling::next_level(finer->spawn_map, level_queue)),
+      spawn_map(resampling::next_level(finer->spawn_map, level_queue)),
       reach(one_if_absent(sycl::range<2>(rows, cols), finer->reach.size() != 1)), reach_next(reach.get_range()) {
     queue->submit([&](sycl::handler& handler) {
         const Reader<float, 2> fine = read(finer->height, handler), coarse = read(height, handler);
@@ -276,16 +296,21 @@ LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGr
     return {queue, height, flow, sediment, wear, spawn_map};
 }
 
+sycl::buffer<float, 1> create_random_directions(std::uint32_t seed) {
+    std::vector<float> coordinates;
+    for (const auto& direction : random_directions(seed)) {
+        coordinates.push_back(direction.x());
+        coordinates.push_back(direction.y());
+    }
+    return sycl::buffer<float, 1>(coordinates.begin(), coordinates.end());
+}
+
 } // namespace
 
 ParallelErosion::ParallelErosion(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
                                  const CallerGrids& grids)
     : tracker_(record, caller_queue), queue_(caller_queue), parameters_(parameters),
-      root_(make_root(parameters, queue_, grids)), directions_([&] {
-          const auto directions = random_directions(parameters.seed);
-          return sycl::buffer<sycl::vec<float, 2>, 1>(directions.begin(), directions.end());
-      }()),
-      context_{} {
+      root_(make_root(parameters, queue_, grids)), directions_(create_random_directions(parameters.seed)), context_{} {
     init_level(root_, root_.spawn_map.size() != 1);
 }
 
@@ -340,10 +365,11 @@ void ParallelErosion::erode_level(LaplacianLevel& level) {
 
     Swarm swarm(level);
     clear(queue_, level.delta_sum);
-    clear(queue_, level.delta_count);
+    // On fewer rows or columns all places lie in the margins, where a particle ends at its birth.
+    const bool has_inside = level.rows > 2 && level.cols > 2;
     std::uint32_t batch_offset = 0;
     for (int round = 0; round < context_.rounds && !tracker_.cancelled; ++round) {
-        std::uint32_t count = give_birth(level, swarm, batch_offset);
+        std::uint32_t count = has_inside ? give_birth(level, swarm, batch_offset) : 0;
         for (int pass = 0; count != 0 && pass < most_passes(level); ++pass) {
             flow(level, swarm, count);
             render_flow(level, swarm, count);
@@ -401,12 +427,22 @@ void ParallelErosion::flow(LaplacianLevel& level, Swarm& swarm, std::uint32_t co
         const auto alive_count = update(swarm.alive_count, handler);
         const auto height = read(level.height, handler);
         const auto directions = read(directions_, handler);
-        handler.parallel_for(sycl::range<1>(count),
-                             [=, setting = make_setting(level, parameters_, context_)](sycl::id<1> index) {
-                                 const std::uint32_t p = active[index];
-                                 if (walk(particles[p], cells_of(height), elements_of(directions), setting))
-                                     active_next[atomic_add(alive_count[0], 1u)] = p;
-                             });
+        const Setting setting = make_setting(level, parameters_, context_);
+        launch_lanes(launch_on(handler, queue_), count, [=](std::uint32_t first, int lane_count, auto lanes) {
+            bool goes_on[lanes.value];
+            const std::uint32_t* const walkers = elements_of(active) + first;
+            walk<lanes.value>(elements_of(particles), walkers, lane_count, cells_of(height), elements_of(directions),
+                              setting, goes_on);
+            std::uint32_t survivors = 0;
+            for (int k = 0; k < lane_count; ++k)
+                survivors += goes_on[k] ? 1u : 0u;
+            if (survivors == 0)
+                return;
+            std::uint32_t place = atomic_add(alive_count[0], survivors);
+            for (int k = 0; k < lane_count; ++k)
+                if (goes_on[k])
+                    active_next[place++] = walkers[k];
+        });
     });
 }
 
@@ -416,22 +452,20 @@ void ParallelErosion::render_flow(LaplacianLevel& level, Swarm& swarm, std::uint
         const auto active = read(swarm.active, handler);
         const auto changed = overwrite(swarm.changed, handler);
         const auto delta_sum = update(level.delta_sum, handler);
-        const auto delta_count = update(level.delta_count, handler);
-        handler.parallel_for(sycl::range<1>(count),
-                             [=, setting = make_setting(level, parameters_, context_)](sycl::id<1> index) {
-                                 carve(particles[active[index]], setting, cells_of(delta_sum), cells_of(delta_count),
-                                       elements_of(changed) + index[0] * longest_path);
-                             });
+        const Setting setting = make_setting(level, parameters_, context_);
+        launch_lanes(launch_on(handler, queue_), count, [=](std::uint32_t first, int lane_count, auto lanes) {
+            carve<lanes.value>(elements_of(particles), elements_of(active) + first, lane_count, setting,
+                               cells_of(delta_sum), elements_of(changed) + std::size_t{first} * longest_path);
+        });
     });
     queue_.submit([&](sycl::handler& handler) {
         const auto changed = read(swarm.changed, handler);
         const auto delta_sum = update(level.delta_sum, handler);
-        const auto delta_count = update(level.delta_count, handler);
         const auto height = update(level.height, handler), visits = update(level.flow, handler);
         const auto sediment = update(level.sediment, handler), wear = update(level.wear, handler);
         handler.parallel_for(sycl::range<1>(count * std::size_t{longest_path}), [=](sycl::id<1> index) {
             if (const std::uint32_t cell = changed[index]; cell != no_cell)
-                settle(cell, cells_of(delta_sum), cells_of(delta_count),
+                settle(cell, cells_of(delta_sum)[cell],
                        {cells_of(height), cells_of(visits), cells_of(sediment), cells_of(wear)});
         });
     });

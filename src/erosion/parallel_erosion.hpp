@@ -69,6 +69,43 @@ float capacity_scale(const Parameters& parameters, const Context& context, int l
 float shaping_amount(const Parameters& parameters, const Context& context, int levels_done);
 float smoothing_amount(const Context& context, int levels_done);
 
+using Vector = sycl::vec<float, 2>;
+
+/// Points of one piece of a path.
+inline constexpr int longest_path = 12;
+/// A water particle.
+struct Particle {
+    /// The piece of the path that the last walk went. A rising step stands at the height that it rises to.
+    float heights[longest_path];
+    float rises[longest_path];
+    Vector positions[longest_path];
+    Vector position;
+    std::uint32_t id;
+    std::uint32_t path_length;
+    /// Over its whole life, as `uphill_steps`.
+    std::uint32_t total_steps;
+    std::uint32_t uphill_steps;
+    /// Ended by the terrain: the last piece moves ground only where it rises.
+    std::uint8_t dead;
+    /// Takes no part in the next pass.
+    std::uint8_t stopped;
+    /// Height of the carved bed at the last point and at the one before.
+    float surface;
+    float previous_surface;
+    float sediment;
+    /// Sum of what it has scoured off the bed.
+    float scoured;
+    std::uint32_t direction_index;
+};
+
+/// What the particles of a pass want of a cell. Side by side, since each point of a path touches both.
+struct DeltaSum {
+    /// Sum of the changes, in fixed point.
+    std::int64_t changes;
+    /// The sum of their weights in the lower half, the number of visits in the upper one.
+    std::uint64_t counts;
+};
+
 /// One level of the pyramid.
 struct LaplacianLevel {
     /// The full-size level, over the caller's grids.
@@ -110,9 +147,8 @@ struct LaplacianLevel {
     Grid wear;
     /// This level's height minus the upsampled height of the next coarser one.
     Grid detail;
-    /// Sum of the changes that particles want of a cell, in fixed point, and their weights and number.
-    sycl::buffer<std::int64_t, 2> delta_sum;
-    sycl::buffer<std::uint64_t, 2> delta_count;
+    /// What particles want of a cell; 0 but in the middle of a pass.
+    sycl::buffer<DeltaSum, 2> delta_sum;
     /// Probability of a birth; one element if there is no map.
     Grid spawn_map;
     /// How far the flow has reached, from 0 to 1; one element each without a map.
@@ -159,8 +195,8 @@ class ParallelErosion {
     sycl::queue queue_;
     Parameters parameters_;
     LaplacianLevel root_;
-    /// Random unit vectors that a particle takes in turn.
-    sycl::buffer<sycl::vec<float, 2>, 1> directions_;
+    /// Random unit vectors that a particle takes in turn, each as x and y.
+    sycl::buffer<float, 1> directions_;
     Context context_;
 };
 

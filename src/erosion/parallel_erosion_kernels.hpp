@@ -11,42 +11,15 @@
 
 #include <sycl/sycl.hpp>
 
+#include "device/backend.hpp"
+#include "erosion/parallel_erosion.hpp"
 #include "grid/atomic.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
 namespace tarn::parallel_erosion {
 
-using Vector = sycl::vec<float, 2>;
-
-/// Points of one piece of a path.
-inline constexpr int longest_path = 12;
 inline constexpr std::uint32_t direction_count = 32;
-
-/// A water particle.
-struct Particle {
-    /// The piece of the path that the last walk went. A rising step stands at the height that it rises to.
-    float heights[longest_path];
-    float rises[longest_path];
-    Vector positions[longest_path];
-    Vector position;
-    std::uint32_t id;
-    std::uint32_t path_length;
-    /// Over its whole life, as `uphill_steps`.
-    std::uint32_t total_steps;
-    std::uint32_t uphill_steps;
-    /// Ended by the terrain: the last piece moves ground only where it rises.
-    std::uint8_t dead;
-    /// Takes no part in the next pass.
-    std::uint8_t stopped;
-    /// Height of the carved bed at the last point and at the one before.
-    float surface;
-    float previous_surface;
-    float sediment;
-    /// Sum of what it has scoured off the bed.
-    float scoured;
-    std::uint32_t direction_index;
-};
 
 /// `surface` before the first walk, and the height above which it has been set.
 inline constexpr float no_surface = -999999.9f;
@@ -77,8 +50,9 @@ struct Setting {
         return static_cast<std::uint32_t>(index(static_cast<int>(x), static_cast<int>(y)));
     }
     /// Particles keep off the border, so that samples need no clamp. NaN is outside.
-    bool is_inside(float x, float y) const {
-        return 0.5f <= x && x < static_cast<float>(columns) - 1.5f && 0.5f <= y && y < static_cast<float>(rows) - 1.5f;
+    Mask is_inside(float x, float y) const {
+        return mask_of(0.5f <= x) & mask_of(x < static_cast<float>(columns) - 1.5f) & mask_of(0.5f <= y) &
+               mask_of(y < static_cast<float>(rows) - 1.5f);
     }
 };
 
@@ -122,95 +96,126 @@ inline Sample sample(const float* height, float x, float y, const Setting& s) {
     const int j = static_cast<int>(v);
     const float fx = u - static_cast<float>(i);
     const float fy = v - static_cast<float>(j);
-    const float* row = height + s.index(i, j);
-    const float* below = row + s.columns;
-    const float a = row[0], b = row[1], c = below[0], d = below[1];
+    const int at = j * s.columns + i; // 32 bits, for vectors of indices
+    const float a = height[at], b = height[at + 1];
+    const float c = height[at + s.columns], d = height[at + s.columns + 1];
     return {(a * (1.0f - fx) + b * fx) * (1.0f - fy) + (c * (1.0f - fx) + d * fx) * fy,
             (b - a) * (1.0f - fy) + (d - c) * fy, (c - a) * (1.0f - fx) + (d - b) * fx};
 }
 
-/// Walks a particle on by one piece of its path. True if it goes on after that.
-inline bool walk(Particle& p, const float* height, const Vector* directions, const Setting& s) {
-    float x = p.position.x(), y = p.position.y();
-    p.path_length = 0;
-    p.stopped = 1;
-    if (!s.is_inside(x, y))
-        return false;
+/// Walks up to `lanes` particles on by one piece of their paths, in step: first one move of all of them, then the next.
+/// A GPU's work-item walks one particle and a CPU's as many as make whole vectors. Sets `goes_on` of those that take
+/// part in the next pass.
+template <int lanes>
+inline void walk(Particle* particles, const std::uint32_t* active, int count, const float* height,
+                 const float* directions, const Setting& s, bool* goes_on) {
+    float path_x[longest_path][lanes], path_y[longest_path][lanes];
+    float heights[longest_path][lanes], rises[longest_path][lanes];
+    float x[lanes], y[lanes], start[lanes], h[lanes], direction_x[lanes], direction_y[lanes];
+    std::uint32_t direction_index[lanes], uphill_steps[lanes], total_steps[lanes], length_of[lanes];
+    Mask walking[lanes], entered[lanes], rose[lanes], left[lanes], dead[lanes], stays[lanes];
+    for (int k = 0; k < lanes; ++k) {
+        const Particle& p = particles[active[minimum(k, count - 1)]];
+        x[k] = p.position.x();
+        y[k] = p.position.y();
+        direction_index[k] = p.direction_index;
+        uphill_steps[k] = p.uphill_steps;
+        total_steps[k] = p.total_steps;
+        length_of[k] = 0;
+        rose[k] = left[k] = dead[k] = 0;
+    }
+    TARN_INDEPENDENT_ITERATIONS
+    for (int k = 0; k < lanes; ++k) {
+        // Lanes that do not walk look at a corner, and at nothing of what they find there.
+        const Mask in = s.is_inside(x[k], y[k]) & mask_of(k < count);
+        const Sample here = sample(height, blend(in, x[k], 0.5f), blend(in, y[k], 0.5f), s);
+        const float steepness = length(here.gradient_x, here.gradient_y);
+        start[k] = h[k] = here.height;
+        direction_x[k] = -here.gradient_x / steepness;
+        direction_y[k] = -here.gradient_y / steepness;
+        entered[k] = in;
+        walking[k] = in & mask_of(steepness > 0.0f);
+        stays[k] = walking[k];
+    }
 
-    Sample here = sample(height, x, y, s);
-    float h = here.height;
-    float steepness = length(here.gradient_x, here.gradient_y);
-    bool stop = !(steepness > 0.0f);
-    bool goes_on = !stop;
-    float direction_x = stop ? 0.0f : -here.gradient_x / steepness;
-    float direction_y = stop ? 0.0f : -here.gradient_y / steepness;
-    if (!(p.surface > least_surface))
-        p.surface = h;
-    p.previous_surface = h;
-
-    std::uint32_t i = 0;
-    bool rose = false, left = false, dead = false;
-    float last_x = x, last_y = y;
-    while (!stop) {
-        last_x = x;
-        last_y = y;
-        p.positions[i] = Vector(x, y);
-        float recorded = h, rise = 0.0f;
-        const float next_x = x + direction_x;
-        const float next_y = y + direction_y;
-        if (!s.is_inside(next_x, next_y)) {
-            left = stop = true;
-            goes_on = false;
-        } else {
-            const Sample there = sample(height, next_x, next_y, s);
-            goes_on = true;
-            p.direction_index = (p.direction_index + 1) % direction_count;
-            steepness = length(there.gradient_x, there.gradient_y);
+    for (int i = 0; i < longest_path - 1; ++i) {
+        Mask any = 0;
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < lanes; ++k) {
+            const float next_x = x[k] + direction_x[k];
+            const float next_y = y[k] + direction_y[k];
+            const Mask moves = walking[k];
+            const Mask in = moves & s.is_inside(next_x, next_y);
+            const Sample there = sample(height, blend(in, next_x, 0.5f), blend(in, next_y, 0.5f), s);
+            const float steepness = length(there.gradient_x, there.gradient_y);
+            const std::uint32_t next_index = (direction_index[k] + 1) % direction_count;
             // Water that has just climbed runs straight on.
-            const float inertia = rose ? 15.0f : 0.5f;
-            const Vector random = directions[p.direction_index];
-            const float dx = inertia * direction_x + 0.25f * random.x() - there.gradient_x / steepness;
-            const float dy = inertia * direction_y + 0.25f * random.y() - there.gradient_y / steepness;
+            const float inertia = blend(rose[k], 15.0f, 0.5f);
+            const float dx =
+                inertia * direction_x[k] + 0.25f * directions[2 * next_index] - there.gradient_x / steepness;
+            const float dy =
+                inertia * direction_y[k] + 0.25f * directions[2 * next_index + 1] - there.gradient_y / steepness;
             const float norm = length(dx, dy);
-            const bool flat = !(steepness > 0.0f);
-            direction_x = flat ? 0.0f : dx / norm;
-            direction_y = flat ? 0.0f : dy / norm;
-            stop = flat;
-            rose = there.height >= h;
-            if (rose) {
-                recorded = there.height;
-                rise = there.height - h;
-                // The fifth climb ends a particle, and so does one within its first three steps.
-                if (p.uphill_steps >= 4 || p.total_steps + i <= 2)
-                    dead = stop = true;
-                ++p.uphill_steps;
-            }
-            h = there.height;
+            const Mask climbs = in & mask_of(there.height >= h[k]);
+            // The fifth climb ends a particle, and so does one within its first three steps.
+            const Mask fatal =
+                climbs & (mask_of(uphill_steps[k] >= 4) | mask_of(total_steps[k] + static_cast<std::uint32_t>(i) <= 2));
+
+            path_x[i][k] = x[k];
+            path_y[i][k] = y[k];
+            heights[i][k] = blend(climbs, there.height, h[k]);
+            rises[i][k] = blend(climbs, there.height - h[k], 0.0f);
+            x[k] = blend(moves, next_x, x[k]);
+            y[k] = blend(moves, next_y, y[k]);
+            h[k] = blend(in, there.height, h[k]);
+            direction_x[k] = dx / norm;
+            direction_y[k] = dy / norm;
+            direction_index[k] = blend(in, next_index, direction_index[k]);
+            uphill_steps[k] += climbs & 1u;
+            length_of[k] += moves & 1u;
+            rose[k] = blend(in, climbs, rose[k]);
+            dead[k] |= fatal;
+            left[k] |= moves & ~in;
+            stays[k] = blend(moves, in, stays[k]);
+            walking[k] = in & ~fatal & mask_of(steepness > 0.0f);
+            any |= walking[k];
         }
-        p.heights[i] = recorded;
-        p.rises[i] = rise;
-        x = next_x;
-        y = next_y;
-        ++i;
-        if (i == longest_path - 1)
-            stop = true;
+        if (any == 0)
+            break;
     }
-    dead = dead || rose;
-    if (!dead && !left) {
-        p.positions[i] = Vector(x, y);
-        p.heights[i] = h;
-        p.rises[i] = 0.0f;
-        ++i;
-        p.position = Vector(x, y);
-    } else {
-        p.position = Vector(last_x, last_y);
+
+    for (int k = 0; k < count; ++k) {
+        Particle& p = particles[active[k]];
+        std::uint32_t points = length_of[k];
+        for (std::uint32_t i = 0; i < points; ++i) {
+            p.positions[i] = Vector(path_x[i][k], path_y[i][k]);
+            p.heights[i] = heights[i][k];
+            p.rises[i] = rises[i][k];
+        }
+        const bool died = (dead[k] | rose[k]) != 0;
+        if (entered[k] != 0 && !died && left[k] == 0) {
+            // The next piece begins where this one ends.
+            p.position = Vector(x[k], y[k]);
+            p.positions[points] = p.position;
+            p.heights[points] = h[k];
+            p.rises[points] = 0.0f;
+            ++points;
+        } else if (points > 0) {
+            p.position = p.positions[points - 1];
+        }
+        if (points > 0) {
+            if (!(p.surface > least_surface))
+                p.surface = start[k];
+            p.previous_surface = start[k];
+        }
+        goes_on[k] = stays[k] != 0 && !died;
+        p.dead = died ? 1 : 0;
+        p.stopped = goes_on[k] ? 0 : 1;
+        p.path_length = points;
+        p.total_steps += points;
+        p.uphill_steps = uphill_steps[k];
+        p.direction_index = direction_index[k];
     }
-    p.path_length = i;
-    p.total_steps += i;
-    goes_on = goes_on && !dead;
-    p.dead = dead ? 1 : 0;
-    p.stopped = goes_on ? 0 : 1;
-    return goes_on;
 }
 
 /// Sums of changes are in fixed point, so that they do not depend on the order of the adds.
@@ -224,75 +229,122 @@ inline std::int64_t fixed(float change, const Setting& s) {
     return change == change ? static_cast<std::int64_t>(bounded * fixed_point) : 0;
 }
 
-/// Counts of a cell: the sum of the weights in the lower half, the number of visits in the upper one.
+/// What a visit adds to the counts of a cell, besides its weight.
 inline constexpr std::uint64_t one_visit = std::uint64_t{1} << 32;
 
 /// A cell that nobody else settles, or none.
 inline constexpr std::uint32_t no_cell = 0xFFFFFFFFu;
 
-/// Goes along the last piece of a particle's path and adds the changes that it wants to the cells' sums. Each cell that
-/// it is the first to come to it puts down in `changed`, where a piece has `longest_path` entries.
-inline void carve(Particle& p, const Setting& s, std::int64_t* delta_sum, std::uint64_t* delta_count,
+/// Goes along the last piece of the paths of up to `lanes` particles, as `walk` does, and adds the changes that they
+/// want to the sums of the cells. Each cell that a point is the first to come to it puts down in `changed`, where a
+/// piece has `longest_path` entries.
+template <int lanes>
+inline void carve(Particle* particles, const std::uint32_t* active, int count, const Setting& s, DeltaSum* delta_sum,
                   std::uint32_t* changed) {
-    const int count = static_cast<int>(p.path_length);
-    const int end = count - 1;
-    const float* H = p.heights;
-    const float half_inverse_cell = s.inverse_cell * 0.5f;
-    for (int i = 0; i < count; ++i) {
-        const float h = H[i];
-        const float prev = H[maximum(i - 1, 0)];
-        const float next = H[minimum(i + 1, end)];
-        const float next2 = H[minimum(i + 2, end)];
-        const float prev2 = H[maximum(i - 2, 0)];
-
-        const float raw_slope = (prev - next) * half_inverse_cell;
-        const float slope = maximum(raw_slope, 0.0f);
-        const float keep = s.fill_slope_scale * slope < s.fill_tangent ? 1.0f : 0.5f / (4.0f * slope + 1.0f);
-        const float sum3 = (prev + h) + next;
-        const float mean5 = ((prev2 + sum3) + next2) * 0.2f;
-        const float mean3 = sum3 * 0.33333334f;
-        const float d3 = mean3 - h;
-        const float d5 = mean5 - h;
-        const float fill = maximum(maximum(d3, d5), 0.0f);
-        const float bed = minimum(d3 < 0.0f && d5 < 0.0f ? mean5 : mean3, h);
-
-        const float ahead = H[end] * 0.05f + next2 * 0.95f;
-        const float capacity = s.drop_capacity * (bed - ahead) + s.constant_capacity;
-        float deposit = fill * keep;
-        if (p.sediment > capacity + fill) {
-            if (raw_slope > s.terrace_tangent * 0.8f && raw_slope < s.terrace_tangent * 1.25f)
-                deposit += minimum(capacity, p.sediment * s.terrace_share);
-            if (raw_slope < s.plain_tangent) {
-                const float level = slope < s.plain_tangent * 0.1f ? 100.0f : 1.0f;
-                deposit += minimum(capacity, (p.sediment * s.plain_share) * level);
-            }
+    // The last height goes on behind the end.
+    float heights[longest_path + 2][lanes], rises[longest_path][lanes], changes[longest_path][lanes];
+    float surface[lanes], previous_surface[lanes], sediment[lanes], scoured[lanes];
+    Mask alive[lanes];
+    std::uint32_t cells[lanes][longest_path];
+    int end[lanes];
+    int last = 0;
+    for (int k = 0; k < count; ++k) {
+        const Particle& p = particles[active[k]];
+        for (int i = 0; i < static_cast<int>(p.path_length); ++i) {
+            cells[k][i] = s.cell_at(p.positions[i].x(), p.positions[i].y());
+            if constexpr (lanes > 1)
+                prefetch_for_write(&delta_sum[cells[k][i]]);
         }
-        const float target = bed - capacity;
-        const float old = p.surface;
-        // The bed comes at least a tenth of the way down to where it should lie.
-        const float dropped = minimum(p.sediment, minimum(deposit, (old - target) * 0.9f));
-        const float scour = minimum(0.0f, (p.previous_surface - (target + dropped)) * 0.95f);
-        p.previous_surface = old;
-        p.scoured -= scour;
-        p.surface = target + (dropped + scour);
-        const float d = p.surface - h;
-        // Raising the bed costs more than it gives.
-        p.sediment = maximum(p.sediment - (d < 0.0f ? d : d * 1.05f), 0.0f);
-
-        // The point that ends a piece begins the next one: it counts half in each.
-        const bool is_end = i == 0 || i == end;
-        const bool alive = p.dead == 0;
-        float change = d * (!alive ? 0.0f : is_end ? 0.5f : 2.0f);
-        if (p.rises[i] > 0.0f)
-            change = maximum(change, p.rises[i]);
-        const std::uint32_t cell = s.cell_at(p.positions[i].x(), p.positions[i].y());
-        atomic_add(delta_sum[cell], fixed(change, s));
-        const std::uint64_t before =
-            atomic_add(delta_count[cell], one_visit + std::uint64_t{is_end || !alive ? 1u : 2u});
-        changed[i] = before == 0 ? cell : no_cell;
     }
-    for (int i = count; i < longest_path; ++i)
-        changed[i] = no_cell;
+    for (int k = 0; k < lanes; ++k) {
+        const Particle& p = particles[active[minimum(k, count - 1)]];
+        end[k] = static_cast<int>(p.path_length) - 1;
+        last = maximum(last, end[k]);
+        for (int i = 0; i < longest_path + 2; ++i)
+            heights[i][k] = p.heights[maximum(minimum(i, end[k]), 0)];
+        for (int i = 0; i < longest_path; ++i)
+            rises[i][k] = p.rises[i];
+        surface[k] = p.surface;
+        previous_surface[k] = p.previous_surface;
+        sediment[k] = p.sediment;
+        scoured[k] = p.scoured;
+        alive[k] = mask_of(p.dead == 0);
+    }
+
+    const float half_inverse_cell = s.inverse_cell * 0.5f;
+    for (int i = 0; i <= last; ++i) {
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < lanes; ++k) {
+            const float h = heights[i][k];
+            const float prev = heights[maximum(i - 1, 0)][k];
+            const float next = heights[i + 1][k];
+            const float next2 = heights[i + 2][k];
+            const float prev2 = heights[maximum(i - 2, 0)][k];
+
+            const float raw_slope = (prev - next) * half_inverse_cell;
+            const float slope = maximum(raw_slope, 0.0f);
+            const float keep =
+                blend(mask_of(s.fill_slope_scale * slope < s.fill_tangent), 1.0f, 0.5f / (4.0f * slope + 1.0f));
+            const float sum3 = (prev + h) + next;
+            const float mean5 = ((prev2 + sum3) + next2) * 0.2f;
+            const float mean3 = sum3 * 0.33333334f;
+            const float d3 = mean3 - h;
+            const float d5 = mean5 - h;
+            const float fill = maximum(maximum(d3, d5), 0.0f);
+            const float bed = minimum(blend(mask_of(d3 < 0.0f) & mask_of(d5 < 0.0f), mean5, mean3), h);
+
+            const float ahead = heights[longest_path + 1][k] * 0.05f + next2 * 0.95f;
+            const float capacity = s.drop_capacity * (bed - ahead) + s.constant_capacity;
+            const float load = sediment[k];
+            const Mask overloaded = mask_of(load > capacity + fill);
+            const Mask on_terrace = overloaded & mask_of(raw_slope > s.terrace_tangent * 0.8f) &
+                                    mask_of(raw_slope < s.terrace_tangent * 1.25f);
+            const Mask on_plain = overloaded & mask_of(raw_slope < s.plain_tangent);
+            const float level = blend(mask_of(slope < s.plain_tangent * 0.1f), 100.0f, 1.0f);
+            float deposit = fill * keep;
+            deposit = blend(on_terrace, deposit + minimum(capacity, load * s.terrace_share), deposit);
+            deposit = blend(on_plain, deposit + minimum(capacity, (load * s.plain_share) * level), deposit);
+
+            const float target = bed - capacity;
+            const float old = surface[k];
+            // The bed comes at least a tenth of the way down to where it should lie.
+            const float dropped = minimum(load, minimum(deposit, (old - target) * 0.9f));
+            const float scour = minimum(0.0f, (previous_surface[k] - (target + dropped)) * 0.95f);
+            const float carved = target + (dropped + scour);
+            const float d = carved - h;
+            const Mask counts = mask_of(i <= end[k]);
+            previous_surface[k] = blend(counts, old, previous_surface[k]);
+            surface[k] = blend(counts, carved, surface[k]);
+            scoured[k] = blend(counts, scoured[k] - scour, scoured[k]);
+            // Raising the bed costs more than it gives.
+            const float used = blend(mask_of(d < 0.0f), d, d * 1.05f);
+            sediment[k] = blend(counts, maximum(load - used, 0.0f), load);
+
+            // The point that ends a piece begins the next one: it counts half in each.
+            const Mask is_end = mask_of(i == 0) | mask_of(i == end[k]);
+            const float change = d * blend(alive[k], blend(is_end, 0.5f, 2.0f), 0.0f);
+            const float rise = rises[i][k];
+            changes[i][k] = blend(mask_of(rise > 0.0f), maximum(change, rise), change);
+        }
+    }
+
+    for (int k = 0; k < count; ++k) {
+        Particle& p = particles[active[k]];
+        p.surface = surface[k];
+        p.previous_surface = previous_surface[k];
+        p.sediment = sediment[k];
+        p.scoured = scoured[k];
+        for (int i = 0; i < longest_path; ++i, ++changed) {
+            *changed = no_cell;
+            if (i > end[k])
+                continue;
+            const bool is_inner = i > 0 && i < end[k] && p.dead == 0;
+            const std::uint32_t cell = cells[k][i];
+            atomic_add(delta_sum[cell].changes, fixed(changes[i][k], s));
+            if (atomic_add(delta_sum[cell].counts, one_visit + std::uint64_t{is_inner ? 2u : 1u}) == 0)
+                *changed = cell;
+        }
+    }
 }
 
 struct Layers {
@@ -303,16 +355,14 @@ struct Layers {
 };
 
 /// Changes a cell by the mean of what the particles want of it.
-inline void settle(std::uint32_t cell, std::int64_t* delta_sum, std::uint64_t* delta_count, const Layers& layers) {
-    const std::uint64_t counts = delta_count[cell];
-    const float mean = (static_cast<float>(delta_sum[cell]) * fixed_point_unit) /
-                       static_cast<float>(static_cast<std::uint32_t>(counts));
+inline void settle(std::uint32_t cell, DeltaSum& wanted, const Layers& layers) {
+    const float mean = (static_cast<float>(wanted.changes) * fixed_point_unit) /
+                       static_cast<float>(static_cast<std::uint32_t>(wanted.counts));
     layers.height[cell] += mean;
-    layers.flow[cell] += static_cast<float>(static_cast<std::uint32_t>(counts >> 32));
+    layers.flow[cell] += static_cast<float>(static_cast<std::uint32_t>(wanted.counts >> 32));
     layers.sediment[cell] = maximum(0.0f, layers.sediment[cell] + (mean > 0.0f ? mean : mean * 0.95f));
     layers.wear[cell] -= minimum(mean, 0.0f);
-    delta_sum[cell] = 0;
-    delta_count[cell] = 0;
+    wanted = {};
 }
 
 /// The constants of a level's shaping.
