@@ -7,8 +7,8 @@ namespace {
 using namespace tarn;
 using parallel_erosion::Parameters;
 
-/// The largest number of rounds that both a float and an int hold.
-constexpr float most_rounds = 2147483520.0f;
+/// Rounds are counted in an int.
+constexpr float most_iterations = 1073741824.0f;
 
 bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const Parameters* parameters,
            const HostCallbacks* callbacks) {
@@ -48,7 +48,8 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
         .finite("terrace_deposition", p.terrace_deposition)
         .finite("terrace_angle", p.terrace_angle)
         .finite("constant_capacity", p.constant_capacity)
-        .require(p.iterations <= most_rounds, "iterations", static_cast<double>(p.iterations), "at most 2147483520");
+        .require(p.iterations <= most_iterations, "iterations", static_cast<double>(p.iterations),
+                 "at most 1073741824");
     at_least("shaping_detail", p.shaping_detail, 0.0f, "at least 0");
     if (!check.passed())
         return false;
