@@ -383,7 +383,7 @@ typedef struct parallel_erosion_Parameters {
     /** Hollows on a path are filled in full where fill_slope_scale * slope is below tan(fill_angle), else in part. */
     float fill_slope_scale;
     float fill_angle;
-    /** Share of the sediment dropped on slopes below tan(plain_angle), in units of 0.15; on level ground in full. */
+    /** Share of the sediment dropped on slopes below tan(plain_angle), in units of 0.15, and of 15 on level ground. */
     float plain_deposition;
     float plain_angle;
     /** Share of the sediment dropped on slopes of 0.8 to 1.25 times tan(terrace_angle), in units of 0.25. */
@@ -396,9 +396,9 @@ typedef struct parallel_erosion_Parameters {
 /**
  * Erodes a terrain with water particles on a Laplacian pyramid, coarsest level first. A particle walks downhill in
  * pieces of at most twelve steps; the bed along each piece is then cut by what the water can carry and filled by what
- * it drops. A particle that climbs ends with its fifth rise, or with one in its first three steps, and fills the hollow
- * up to there. All particles of a round run at once, and a cell takes the mean of the changes they want. Coarser
- * results are carried up with the finer detail on top, buried where there is sediment and worn where there is wear.
+ * it drops. A particle ends with its fifth rise, or with one in its first three steps, and fills each rise. All
+ * particles of a round run at once, and a cell takes the mean of the changes they want. Coarser results are carried up
+ * with the finer detail on top, buried where there is sediment and worn where there is wear.
  *
  * The pyramid has ceil(log2(width * f / (2 * terrain_size))) levels, at least one, with f the feature size as it levels
  * off. A round has a particle for each 256 cells of the level. The coarsest level runs the share of the rounds that the

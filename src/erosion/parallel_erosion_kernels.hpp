@@ -245,17 +245,8 @@ inline void carve(Particle* particles, const std::uint32_t* active, int count, c
     float heights[longest_path + 2][lanes], rises[longest_path][lanes], changes[longest_path][lanes];
     float surface[lanes], previous_surface[lanes], sediment[lanes], scoured[lanes];
     Mask alive[lanes];
-    std::uint32_t cells[lanes][longest_path];
     int end[lanes];
     int last = 0;
-    for (int k = 0; k < count; ++k) {
-        const Particle& p = particles[active[k]];
-        for (int i = 0; i < static_cast<int>(p.path_length); ++i) {
-            cells[k][i] = s.cell_at(p.positions[i].x(), p.positions[i].y());
-            if constexpr (lanes > 1)
-                prefetch_for_write(&delta_sum[cells[k][i]]);
-        }
-    }
     for (int k = 0; k < lanes; ++k) {
         const Particle& p = particles[active[minimum(k, count - 1)]];
         end[k] = static_cast<int>(p.path_length) - 1;
@@ -339,7 +330,7 @@ inline void carve(Particle* particles, const std::uint32_t* active, int count, c
             if (i > end[k])
                 continue;
             const bool is_inner = i > 0 && i < end[k] && p.dead == 0;
-            const std::uint32_t cell = cells[k][i];
+            const std::uint32_t cell = s.cell_at(p.positions[i].x(), p.positions[i].y());
             atomic_add(delta_sum[cell].changes, fixed(changes[i][k], s));
             if (atomic_add(delta_sum[cell].counts, one_visit + std::uint64_t{is_inner ? 2u : 1u}) == 0)
                 *changed = cell;
