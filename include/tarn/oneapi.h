@@ -484,8 +484,6 @@ typedef struct debris_Parameters {
  * up to 1000 time steps, and are stamped into the heights as faceted convex bodies, roughened by gradient noise
  * (Perlin, 1985). Later batches slide on the rocks of earlier ones and pile up. Rocks only raise the terrain.
  *
- * Availability: planned; this release does not export it.
- *
  * - height: in and out.
  * - rock_id: out; a random number above 0 for each rock at the cells that it covers, else 0.
  * - coverage: out; 1 where rock_id is above 0, else 0.
@@ -493,7 +491,9 @@ typedef struct debris_Parameters {
  *
  * Always returns 0, and neither tries nor reports memory: with arguments that cannot run it logs why and leaves the
  * grids as they were. Reports progress(0.0) only and cannot be cancelled. A C++ exception of the SYCL runtime leaves
- * this function. Where rocks overlap, rock_id and speed may belong to either.
+ * this function. Where rocks overlap, rock_id and speed may belong to either; heights are repeatable.
+ *
+ * Refused: radii above 15446 cells and below 0, a max_size of 0. Memory: 1.3 MB, and 16 bytes a cell on a GPU.
  */
 TARN_API uint32_t DebrisSimulation(SyclQueue* queue, float* height, float* rock_id, float* coverage, float* speed,
                                    const debris_Parameters* parameters, const HostCallbacks* callbacks);
