@@ -491,8 +491,6 @@ typedef struct debris_Parameters {
  * up to 1000 time steps, and are stamped into the heights as faceted convex bodies, roughened by gradient noise
  * (Perlin, 1985). Later batches slide on the rocks of earlier ones and pile up. Rocks only raise the terrain.
  *
- * Availability: planned; this release does not export it.
- *
  * - height: in and out.
  * - rock_id: out; a random number above 0 for each rock at the cells that it covers, else 0.
  * - coverage: out; 1 where rock_id is above 0, else 0.
@@ -500,7 +498,9 @@ typedef struct debris_Parameters {
  *
  * Always returns 0, and neither tries nor reports memory: with arguments that cannot run it logs why and leaves the
  * grids as they were. Reports progress(0.0) only and cannot be cancelled. A C++ exception of the SYCL runtime leaves
- * this function. Where rocks overlap, rock_id and speed may belong to either.
+ * this function. Where rocks overlap, rock_id and speed may belong to either; heights are repeatable.
+ *
+ * Refused: radii above 15446 cells and below 0, a max_size of 0. Memory: 1.3 MB, and 16 bytes a cell on a GPU.
  */
 TARN_API uint32_t DebrisSimulation(SyclQueue* queue, float* height, float* rock_id, float* coverage, float* speed,
                                    const debris_Parameters* parameters, const HostCallbacks* callbacks);
@@ -860,7 +860,7 @@ typedef struct Cellular3D_Parameters {
     int32_t grid_width;
     int32_t grid_height;
     float cell_density; /**< lattice cells per unit of extent_x and extent_y, above 0; above 512 it counts as 512 */
-    float gap;          /**< how far a cell's faces draw back, in lattice units: 0 lets cells touch, 1 removes them */
+    float gap; /**< how far a cell's faces draw back, in lattice units: 0 lets cells touch, 1 and more removes them */
     float extent_x;     /**< width of the block in units, above 0 */
     float extent_y;     /**< depth of the block in units, above 0 */
     float extent_z;     /**< factor on the block's height */
@@ -878,8 +878,6 @@ typedef struct Cellular3D_Parameters {
  * space over the grid, the cells of the points below the input heights become solid, and the new height is the top of
  * the highest solid cell.
  *
- * Availability: planned; this release does not export it.
- *
  * - queue, height, random: not null; else status_failed, with nothing called back.
  * - height: in and out; 0.0 where no cell is solid.
  * - gap_factor: in, or null; factor on `gap` at each cell.
@@ -887,8 +885,11 @@ typedef struct Cellular3D_Parameters {
  * - parameters: rewritten: cell_density comes back as it was used, which is lower than it was given where the lattice
  *   would have more than 1e8 cells.
  *
+ * Refused: extents and a cell_density that are not above 0, a block without height (z_range * extent_z / z_unit above 0),
+ * and a block so flat or so thin that its lattice has more than 2^31 - 1 cells at the lowered cell_density too.
+ *
  * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 24 bytes per lattice cell and 12 per cell
- * of the grid.
+ * of the grid, and 8 per column of the lattice if it has more columns than the grid has cells.
  */
 TARN_API uint32_t Cellular3D_Render(SyclQueue* queue, float* height, const float* gap_factor, float* random,
                                     Cellular3D_Parameters* parameters, const HostCallbacks* callbacks);
