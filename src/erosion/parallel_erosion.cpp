@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "erosion/parallel_erosion_kernels.hpp"
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/resampling.hpp"
 #include "grid/shuffle.hpp"
@@ -15,38 +16,10 @@ namespace tarn::parallel_erosion {
 
 namespace {
 
-template <class T, int D>
-using Reader = sycl::accessor<T, D, sycl::access_mode::read>;
-template <class T, int D>
-using Writer = sycl::accessor<T, D, sycl::access_mode::write>;
-template <class T, int D>
-using Updater = sycl::accessor<T, D, sycl::access_mode::read_write>;
-
-template <class T, int D>
-Reader<T, D> read(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
-    return {buffer, handler, sycl::read_only};
-}
-
-/// For kernels that write every element before anyone reads it.
-template <class T, int D>
-Writer<T, D> overwrite(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
-    return {buffer, handler, sycl::write_only, sycl::no_init};
-}
-
-template <class T, int D>
-Updater<T, D> update(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
-    return {buffer, handler, sycl::read_write};
-}
-
-template <class T, sycl::access_mode mode>
-auto* elements_of(const sycl::accessor<T, 1, mode>& accessor) {
-    return &accessor[sycl::id<1>(0)];
-}
-
 template <class T>
 void clear(sycl::queue& queue, sycl::buffer<T, 2>& grid) {
     queue.submit([&](sycl::handler& handler) {
-        const Writer<T, 2> cells = overwrite(grid, handler);
+        const Writer<T> cells = overwrite(grid, handler);
         launch_cells(launch_on(handler, queue), Extent<2>(grid.get_range()), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(grid.get_range()[1])](int x, int y, auto) {
                          cells_of(cells)[y * columns + x] = T{};
@@ -151,7 +124,7 @@ struct Swarm {
     explicit Swarm(const LaplacianLevel& level)
         : size(particle_count(level)), particles(size), active(size), active_next(size), alive_count(1),
           changed(size * std::size_t{longest_path}) {
-        take_alive_count();
+        sycl::host_accessor(alive_count, sycl::write_only, sycl::no_init)[0] = 0;
     }
 
     /// Reads the counter, which waits for the kernels before, and sets it back to 0.
@@ -234,8 +207,8 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel* finer)
       spawn_map(resampling::next_level(finer->spawn_map, level_queue)),
       reach(one_if_absent(sycl::range<2>(rows, cols), finer->reach.size() != 1)), reach_next(reach.get_range()) {
     queue->submit([&](sycl::handler& handler) {
-        const Reader<float, 2> fine = read(finer->height, handler), coarse = read(height, handler);
-        const Writer<float, 2> out = overwrite(finer->detail, handler);
+        const Reader<float> fine = read(finer->height, handler), coarse = read(height, handler);
+        const Writer<float> out = overwrite(finer->detail, handler);
         launch_upsampled(
             launch_on(handler, *queue), finer->extent(), coarse, extent(),
             [=](std::ptrdiff_t row, int x, float up) { cells_of(out)[row + x] = cells_of(fine)[row + x] - up; });
@@ -258,11 +231,11 @@ float LaplacianLevel::cell_width(const Parameters& parameters) const {
 
 void LaplacianLevel::reconstruct_previous_level(const Parameters& parameters) {
     queue->submit([&](sycl::handler& handler) {
-        const Reader<float, 2> coarse_height = read(height, handler), coarse_sediment = read(sediment, handler);
-        const Reader<float, 2> coarse_wear = read(wear, handler), fine_detail = read(parent->detail, handler);
-        const Writer<float, 2> fine_height = overwrite(parent->height, handler);
-        const Writer<float, 2> fine_sediment = overwrite(parent->sediment, handler);
-        const Writer<float, 2> fine_wear = overwrite(parent->wear, handler);
+        const Reader<float> coarse_height = read(height, handler), coarse_sediment = read(sediment, handler);
+        const Reader<float> coarse_wear = read(wear, handler), fine_detail = read(parent->detail, handler);
+        const Writer<float> fine_height = overwrite(parent->height, handler);
+        const Writer<float> fine_sediment = overwrite(parent->sediment, handler);
+        const Writer<float> fine_wear = overwrite(parent->wear, handler);
         launch_fine_cells(launch_on(handler, *queue), parent->extent(), extent(),
                           [=, cell = cell_width(parameters)](std::ptrdiff_t row, int x, const CoarseTaps& taps) {
                               const FoldedCell folded = fold_back(sample_9331(cells_of(coarse_height), taps),
@@ -345,7 +318,7 @@ bool ParallelErosion::erode() {
         return false;
 
     queue_.submit([&](sycl::handler& handler) {
-        const Updater<float, 2> visits = update(root_.flow, handler);
+        const Updater<float> visits = update(root_.flow, handler);
         launch_cells(launch_on(handler, queue_), root_.extent(), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(root_.cols)](int x, int y, auto) {
                          float& cell = cells_of(visits)[y * columns + x];
