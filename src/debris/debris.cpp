@@ -15,11 +15,6 @@ namespace {
 /// Most work-items of one launch: implementations may number them with an int.
 constexpr std::uint64_t most_items = 0x7FFFFFFF;
 
-template <class T, sycl::access_mode mode>
-auto* elements_of(const sycl::accessor<T, 1, mode>& accessor) {
-    return &accessor[sycl::id<1>(0)];
-}
-
 /// All elements 0.
 template <class T>
 sycl::buffer<T, 1> cleared(std::size_t count) {
