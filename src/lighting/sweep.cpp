@@ -1,0 +1,278 @@
+#include "lighting/sweep.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "grid/launch_cells.hpp"
+#include "lighting/sweep_kernels.hpp"
+
+namespace tarn::lighting {
+
+namespace {
+
+template <class T>
+using Reader = sycl::accessor<T, 2, sycl::access_mode::read>;
+template <class T>
+using Writer = sycl::accessor<T, 2, sycl::access_mode::write>;
+using PhotonUpdater = sycl::accessor<std::int32_t, 2, sycl::access_mode::read_write>;
+
+/// The way of a ray's lines over a grid of `size` cells a side. `z_scale` is a cell's width in units of height.
+/// Not for rays straight up or down.
+ScanRay scan_ray(const Ray& ray, int size, float z_scale) {
+    const Vector& d = ray.direction;
+    const float ax = std::fabs(d.x), ay = std::fabs(d.y);
+    const bool along_x = ax > ay;
+    const float longest = along_x ? ax : ay;
+    const float step_x = -d.x / longest, step_y = -d.y / longest;
+    const auto fixed = [](float value) {
+        return static_cast<Fixed>(value * 65536.0f);
+    };
+    // Lines enter at the edge that the light comes from.
+    const Fixed start = (along_x ? step_x : step_y) > 0.0f ? 0 : (size << fixed_bits) - fixed_one;
+    ScanRay result{};
+    result.along_x = along_x;
+    result.major = start + fixed(along_x ? ray.offset_x : ray.offset_y);
+    result.minor = fixed(along_x ? ray.offset_y : ray.offset_x);
+    result.major_step = fixed(along_x ? step_x : step_y);
+    result.minor_step = fixed(along_x ? step_y : step_x);
+    result.rise = -d.z * z_scale / longest;
+    result.x = d.x;
+    result.y = d.y;
+    result.z = d.z;
+    result.factor = ray.weight * full_credit;
+    return result;
+}
+
+/// Whether a ray has a direction along the ground. Not so where it is no direction at all.
+bool can_scan(const Ray& ray) {
+    return std::fabs(ray.direction.x) > 0.0f || std::fabs(ray.direction.y) > 0.0f;
+}
+
+std::vector<ScanRay> scan_rays(const Parameters& p, const std::vector<Ray>& rays) {
+    const int size = p.resolution.width;
+    const float z_scale = p.terrain_size / (static_cast<float>(size) * p.terrain_height);
+    std::vector<ScanRay> result;
+    for (const Ray& ray : rays)
+        if (can_scan(ray))
+            result.push_back(scan_ray(ray, size, z_scale));
+    return result;
+}
+
+/// Side of the squares that are transposed at a time: two of them lie in the innermost cache.
+constexpr int tile_side = 16;
+
+/// Calls `cell(x, y)` for every cell, square by square: what reads along one axis and writes along the other stays in
+/// the cache.
+template <class Cell>
+void launch_tiles(sycl::handler& handler, int size, Cell cell) {
+    const int tiles = (size + tile_side - 1) / tile_side;
+    handler.parallel_for(sycl::range<1>(static_cast<std::size_t>(tiles)), [=](sycl::id<1> index) {
+        const int top = static_cast<int>(index[0]) * tile_side;
+        const int bottom = minimum(top + tile_side, size);
+        for (int left = 0; left < size; left += tile_side) {
+            const int right = minimum(left + tile_side, size);
+            for (int y = top; y < bottom; ++y)
+                for (int x = left; x < right; ++x)
+                    cell(x, y);
+        }
+    });
+}
+
+int side_of(const sycl::range<2>& extent) {
+    return static_cast<int>(extent[0]);
+}
+
+Grid transposed(Grid& source, sycl::queue& queue) {
+    const int size = side_of(source.get_range());
+    Grid result(source.get_range());
+    queue.submit([&](sycl::handler& handler) {
+        const Reader<float> from(source, handler, sycl::read_only);
+        const Writer<float> to(result, handler, sycl::write_only, sycl::no_init);
+        launch_tiles(handler, size, [=](int x, int y) {
+            cells_of(to)[static_cast<std::ptrdiff_t>(y) * size + x] =
+                cells_of(from)[static_cast<std::ptrdiff_t>(x) * size + y];
+        });
+    });
+    return result;
+}
+
+void clear(PhotonMap& map, sycl::queue& queue) {
+    queue.submit([&](sycl::handler& handler) {
+        const Writer<std::int32_t> to(map, handler, sycl::write_only, sycl::no_init);
+        launch_cells(launch_on(handler, queue), Extent<2>(map.get_range()), 0,
+                     [=, columns = static_cast<std::ptrdiff_t>(map.get_range()[1])](int x, int y, auto) {
+                         cells_of(to)[y * columns + x] = 0;
+                     });
+    });
+}
+
+void add_transposed(PhotonMap& source, PhotonMap& target, sycl::queue& queue) {
+    const int size = side_of(source.get_range());
+    queue.submit([&](sycl::handler& handler) {
+        const Reader<std::int32_t> from(source, handler, sycl::read_only);
+        const PhotonUpdater to(target, handler, sycl::read_write);
+        launch_tiles(handler, size, [=](int x, int y) {
+            cells_of(to)[static_cast<std::ptrdiff_t>(y) * size + x] +=
+                cells_of(from)[static_cast<std::ptrdiff_t>(x) * size + y];
+        });
+    });
+}
+
+/// Grids of a sweep of the sun, which the kernels see as SunGround.
+struct SunGrids {
+    Grid heights;
+
+    SunGrids transposed(sycl::queue& queue) { return {lighting::transposed(heights, queue)}; }
+
+    /// The grids in a command group, from which a kernel takes its ground.
+    struct Access {
+        Reader<float> heights;
+
+        SunGround ground(int size, const Strides& strides) const { return {cells_of(heights), size, strides}; }
+    };
+    Access access(sycl::handler& handler) { return {{heights, handler, sycl::read_only}}; }
+};
+
+/// Grids of a sweep of the sky.
+struct SkyGrids {
+    Grid heights;
+    NormalGrid normals;
+
+    SkyGrids transposed(sycl::queue& queue) {
+        SkyGrids result{lighting::transposed(heights, queue), normals};
+        result.normals.x = lighting::transposed(normals.x, queue);
+        result.normals.y = lighting::transposed(normals.y, queue);
+        result.normals.z = lighting::transposed(normals.z, queue);
+        return result;
+    }
+
+    struct Access {
+        Reader<float> heights, normal_x, normal_y, normal_z;
+
+        SkyGround ground(int size, const Strides& strides) const {
+            return {cells_of(heights), cells_of(normal_x), cells_of(normal_y), cells_of(normal_z), size, strides};
+        }
+    };
+    Access access(sycl::handler& handler) {
+        return {{heights, handler, sycl::read_only},
+                {normals.x, handler, sycl::read_only},
+                {normals.y, handler, sycl::read_only},
+                {normals.z, handler, sycl::read_only}};
+    }
+};
+
+/// The shape for GPUs: all lines of all rays at once, one work-item a line.
+template <class Grids>
+void sweep_by_lines(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRay>& rays, sycl::queue& queue) {
+    constexpr std::size_t group = 16;
+    const int size = side_of(photonmap.get_range());
+    const std::size_t lines = static_cast<std::size_t>(size) * rays.size();
+    const sycl::range<1> global((lines + group - 1) / group * group), local(group);
+    sycl::buffer<ScanRay, 1> table(rays.data(), sycl::range<1>(rays.size()));
+    queue.submit([&](sycl::handler& handler) {
+        const auto access = grids.access(handler);
+        const sycl::accessor<ScanRay, 1, sycl::access_mode::read> ray_table(table, handler, sycl::read_only);
+        const PhotonUpdater photons(photonmap, handler, sycl::read_write);
+        handler.parallel_for(sycl::nd_range<1>(global, local), [=](sycl::nd_item<1> item) {
+            const std::size_t number = item.get_global_id(0);
+            if (number >= lines)
+                return;
+            const ScanRay ray = ray_table[number / static_cast<std::size_t>(size)];
+            const Strides strides = ray.along_x ? Strides{1, size} : Strides{size, 1};
+            march_line(access.ground(size, strides), ray, static_cast<int>(number % static_cast<std::size_t>(size)),
+                       cells_of(photons));
+        });
+    });
+}
+
+/// One ray over grids whose rows run along its minor axis.
+template <class Grids>
+struct FrontSweep {
+    typename Grids::Access access;
+    PhotonUpdater photons;
+    ScanRay ray;
+};
+
+/// The shape for CPUs: ray after ray, its lines in fronts that march side by side. A front of a ray never meets another
+/// one of the same ray, so nothing is atomic. Rays along x run over transposed grids with a photon map of their own, so
+/// one of them can go with each of the others.
+template <class Grids>
+void sweep_by_fronts(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRay>& rays, sycl::queue& queue) {
+    const int size = side_of(photonmap.get_range());
+    std::vector<ScanRay> down, across;
+    for (const ScanRay& ray : rays)
+        (ray.along_x ? across : down).push_back(ray);
+
+    std::optional<Grids> turned;
+    std::optional<PhotonMap> turned_photons;
+    if (!across.empty()) {
+        turned.emplace(grids.transposed(queue));
+        turned_photons.emplace(photonmap.get_range());
+        clear(*turned_photons, queue);
+    }
+    const auto front = [size](auto along_x, const FrontSweep<Grids>& sweep, int number) {
+        const int first = number * front_width;
+        march_front<along_x.value>(sweep.access.ground(size, {size, 1}), sweep.ray, first,
+                                   minimum(first + front_width, size), cells_of(sweep.photons));
+    };
+    const auto fronts = static_cast<std::size_t>((size + front_width - 1) / front_width);
+    const auto sweep_down = [&](sycl::handler& handler, const ScanRay& ray) {
+        return FrontSweep<Grids>{grids.access(handler), {photonmap, handler, sycl::read_write}, ray};
+    };
+    const auto sweep_across = [&](sycl::handler& handler, const ScanRay& ray) {
+        return FrontSweep<Grids>{turned->access(handler), {*turned_photons, handler, sycl::read_write}, ray};
+    };
+    const std::size_t pairs = std::min(down.size(), across.size());
+    for (std::size_t n = 0; n < pairs; ++n)
+        queue.submit([&](sycl::handler& handler) {
+            const auto a = sweep_down(handler, down[n]), b = sweep_across(handler, across[n]);
+            handler.parallel_for(sycl::range<1>(2 * fronts), [=](sycl::id<1> item) {
+                if (item[0] < fronts)
+                    front(std::false_type{}, a, static_cast<int>(item[0]));
+                else
+                    front(std::true_type{}, b, static_cast<int>(item[0] - fronts));
+            });
+        });
+    for (std::size_t n = pairs; n < down.size(); ++n)
+        queue.submit([&](sycl::handler& handler) {
+            const auto a = sweep_down(handler, down[n]);
+            handler.parallel_for(sycl::range<1>(fronts),
+                                 [=](sycl::id<1> item) { front(std::false_type{}, a, static_cast<int>(item[0])); });
+        });
+    for (std::size_t n = pairs; n < across.size(); ++n)
+        queue.submit([&](sycl::handler& handler) {
+            const auto b = sweep_across(handler, across[n]);
+            handler.parallel_for(sycl::range<1>(fronts),
+                                 [=](sycl::id<1> item) { front(std::true_type{}, b, static_cast<int>(item[0])); });
+        });
+    if (turned)
+        add_transposed(*turned_photons, photonmap, queue);
+}
+
+template <class Grids>
+void sweep(Grids grids, PhotonMap& photonmap, const std::vector<ScanRay>& rays, sycl::queue& queue) {
+    if (rays.empty())
+        return;
+    if (queue.get_device().is_cpu())
+        sweep_by_fronts(grids, photonmap, rays, queue);
+    else
+        sweep_by_lines(grids, photonmap, rays, queue);
+}
+
+} // namespace
+
+int sweep_sun(const Parameters& parameters, Grid& heights, PhotonMap& photonmap, const std::vector<Ray>& rays,
+              sycl::queue& queue) {
+    sweep(SunGrids{heights}, photonmap, scan_rays(parameters, rays), queue);
+    return static_cast<int>(std::count_if(rays.begin(), rays.end(), [](const Ray& ray) {
+        return ray.direction.x == 0.0f && ray.direction.y == 0.0f && ray.direction.z > 0.0f;
+    }));
+}
+
+void sweep_sky(const Parameters& parameters, Grid& heights, NormalGrid& normals, PhotonMap& photonmap,
+               const std::vector<Ray>& rays, sycl::queue& queue) {
+    sweep(SkyGrids{heights, normals}, photonmap, scan_rays(parameters, rays), queue);
+}
+
+} // namespace tarn::lighting
