@@ -50,7 +50,7 @@ ArgumentCheck& check_occlusion(ArgumentCheck& check, const Parameters& p) {
     check.require(subdivisions >= 0 && subdivisions <= lighting::most_subdivisions,
                   p.hybrid_ao != 0 ? "hybrid_ao_subdivisions" : "ao_subdivisions", subdivisions, "from 0 to 3");
     // Every level has at least one cell.
-    const int most_levels = std::bit_width(static_cast<unsigned>(p.resolution.width));
+    const auto most_levels = static_cast<int>(std::bit_width(static_cast<unsigned>(p.resolution.width)));
     return check.require(p.hybrid_ao == 0 || p.hybrid_ao_levels <= most_levels, "hybrid_ao_levels", p.hybrid_ao_levels,
                          ("at most " + std::to_string(most_levels) + " for this width").c_str());
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
+#include <utility>
 
 #include "grid/launch_cells.hpp"
 #include "lighting/sweep_kernels.hpp"
@@ -186,68 +186,102 @@ void sweep_by_lines(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRa
     });
 }
 
-/// One ray over grids whose rows run along its minor axis.
+/// Steps that lines march before the next strip has its turn, and the least width of a strip. A line drifts by one
+/// column a step at most, so with this width lines from every other strip do not meet.
+constexpr int band_steps = 32;
+constexpr int strip_width = 128;
+static_assert(strip_width >= 2 * band_steps);
+
+/// How many strips a grid is cut into: 1, or an even number, since the first is the neighbour of the last.
+int strip_count(int size) {
+    return std::max(size / strip_width / 2 * 2, 1);
+}
+
+/// All rays with the same major axis, over grids whose rows run along the minor one.
 template <class Grids>
-struct FrontSweep {
-    typename Grids::Access access;
-    PhotonUpdater photons;
-    ScanRay ray;
+struct Layout {
+    Layout(Grids layout_grids, const PhotonMap& photonmap, const std::vector<ScanRay>& rays)
+        : grids(std::move(layout_grids)), photons(photonmap), table(rays.data(), sycl::range<1>(rays.size())),
+          horizons(sycl::range<2>(rays.size(), photonmap.get_range()[1])), along_x(rays.front().along_x) {}
+
+    struct Access {
+        typename Grids::Access grids;
+        PhotonUpdater photons;
+        sycl::accessor<ScanRay, 1, sycl::access_mode::read> table;
+        sycl::accessor<float, 2, sycl::access_mode::read_write> horizons;
+        std::size_t rays;
+        bool along_x;
+    };
+    Access access(sycl::handler& handler) {
+        return {grids.access(handler),
+                {photons, handler, sycl::read_write},
+                {table, handler, sycl::read_only},
+                {horizons, handler, sycl::read_write},
+                table.size(),
+                along_x};
+    }
+
+    Grids grids;
+    PhotonMap photons;
+    sycl::buffer<ScanRay, 1> table;
+    /// A row for each ray, with the horizon of each of its lines.
+    Grid horizons;
+    bool along_x;
 };
 
-/// The shape for CPUs: ray after ray, its lines in fronts that march side by side. A front of a ray never meets another
-/// one of the same ray, so nothing is atomic. Rays along x run over transposed grids with a photon map of their own, so
-/// one of them can go with each of the others.
-template <class Grids>
-void sweep_by_fronts(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRay>& rays, sycl::queue& queue) {
-    const int size = side_of(photonmap.get_range());
-    std::vector<ScanRay> down, across;
-    for (const ScanRay& ray : rays)
-        (ray.along_x ? across : down).push_back(ray);
-
-    std::optional<Grids> turned;
-    std::optional<PhotonMap> turned_photons;
-    if (!across.empty()) {
-        turned.emplace(grids.transposed(queue));
-        turned_photons.emplace(photonmap.get_range());
-        clear(*turned_photons, queue);
+/// Marches all rays of a layout over a strip for the steps of a band.
+template <bool along_x, class Access>
+inline void march_rays(const Access& access, int size, int strip, int strips, int first_step) {
+    const auto column = [=](int number) {
+        return static_cast<int>(std::int64_t{size} * number / strips);
+    };
+    const auto ground = access.grids.ground(size, {size, 1});
+    for (std::size_t r = 0; r < access.rays; ++r) {
+        const ScanRay ray = access.table[r];
+        march_strip<along_x>(ground, ray, column(strip), column(strip + 1), first_step,
+                             minimum(first_step + band_steps, size), &access.horizons[sycl::id<2>(r, 0)],
+                             cells_of(access.photons));
     }
-    const auto front = [size](auto along_x, const FrontSweep<Grids>& sweep, int number) {
-        const int first = number * front_width;
-        march_front<along_x.value>(sweep.access.ground(size, {size, 1}), sweep.ray, first,
-                                   minimum(first + front_width, size), cells_of(sweep.photons));
-    };
-    const auto fronts = static_cast<std::size_t>((size + front_width - 1) / front_width);
-    const auto sweep_down = [&](sycl::handler& handler, const ScanRay& ray) {
-        return FrontSweep<Grids>{grids.access(handler), {photonmap, handler, sycl::read_write}, ray};
-    };
-    const auto sweep_across = [&](sycl::handler& handler, const ScanRay& ray) {
-        return FrontSweep<Grids>{turned->access(handler), {*turned_photons, handler, sycl::read_write}, ray};
-    };
-    const std::size_t pairs = std::min(down.size(), across.size());
-    for (std::size_t n = 0; n < pairs; ++n)
-        queue.submit([&](sycl::handler& handler) {
-            const auto a = sweep_down(handler, down[n]), b = sweep_across(handler, across[n]);
-            handler.parallel_for(sycl::range<1>(2 * fronts), [=](sycl::id<1> item) {
-                if (item[0] < fronts)
-                    front(std::false_type{}, a, static_cast<int>(item[0]));
-                else
-                    front(std::true_type{}, b, static_cast<int>(item[0] - fronts));
+}
+
+/// The shape for CPUs: lines side by side, in strips; all rays of a strip march some steps together while its cells are
+/// in the cache. Every other strip at a time, nobody meets anybody and nothing is atomic. Rays along x run over
+/// transposed grids, with a photon map of their own.
+template <class Grids>
+void sweep_by_strips(Grids& grids, PhotonMap& photonmap, std::vector<ScanRay> rays, sycl::queue& queue) {
+    const int size = side_of(photonmap.get_range());
+    // Rays that go the same way down the rows next to one another: they share these.
+    std::sort(rays.begin(), rays.end(), [](const ScanRay& a, const ScanRay& b) {
+        return a.along_x != b.along_x ? b.along_x : a.major_step < b.major_step;
+    });
+    const auto across = std::find_if(rays.begin(), rays.end(), [](const ScanRay& ray) { return ray.along_x; });
+    std::vector<Layout<Grids>> layouts;
+    if (across != rays.begin())
+        layouts.emplace_back(grids, photonmap, std::vector<ScanRay>(rays.begin(), across));
+    if (across != rays.end()) {
+        PhotonMap photons(photonmap.get_range());
+        clear(photons, queue);
+        layouts.emplace_back(grids.transposed(queue), photons, std::vector<ScanRay>(across, rays.end()));
+    }
+
+    const int strips = strip_count(size), turns = std::min(strips, 2);
+    const auto strips_a_turn = static_cast<std::size_t>(strips / turns);
+    for (int step = 0; step < size; step += band_steps)
+        for (int turn = 0; turn < turns; ++turn)
+            queue.submit([&](sycl::handler& handler) {
+                const auto first = layouts.front().access(handler), second = layouts.back().access(handler);
+                handler.parallel_for(sycl::range<1>(layouts.size() * strips_a_turn), [=](sycl::id<1> item) {
+                    const bool is_first = item[0] < strips_a_turn;
+                    const int strip = static_cast<int>(is_first ? item[0] : item[0] - strips_a_turn) * turns + turn;
+                    const auto& access = is_first ? first : second;
+                    if (access.along_x)
+                        march_rays<true>(access, size, strip, strips, step);
+                    else
+                        march_rays<false>(access, size, strip, strips, step);
+                });
             });
-        });
-    for (std::size_t n = pairs; n < down.size(); ++n)
-        queue.submit([&](sycl::handler& handler) {
-            const auto a = sweep_down(handler, down[n]);
-            handler.parallel_for(sycl::range<1>(fronts),
-                                 [=](sycl::id<1> item) { front(std::false_type{}, a, static_cast<int>(item[0])); });
-        });
-    for (std::size_t n = pairs; n < across.size(); ++n)
-        queue.submit([&](sycl::handler& handler) {
-            const auto b = sweep_across(handler, across[n]);
-            handler.parallel_for(sycl::range<1>(fronts),
-                                 [=](sycl::id<1> item) { front(std::true_type{}, b, static_cast<int>(item[0])); });
-        });
-    if (turned)
-        add_transposed(*turned_photons, photonmap, queue);
+    if (across != rays.end())
+        add_transposed(layouts.back().photons, photonmap, queue);
 }
 
 template <class Grids>
@@ -255,7 +289,7 @@ void sweep(Grids grids, PhotonMap& photonmap, const std::vector<ScanRay>& rays, 
     if (rays.empty())
         return;
     if (queue.get_device().is_cpu())
-        sweep_by_fronts(grids, photonmap, rays, queue);
+        sweep_by_strips(grids, photonmap, rays, queue);
     else
         sweep_by_lines(grids, photonmap, rays, queue);
 }

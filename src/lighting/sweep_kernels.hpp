@@ -165,9 +165,6 @@ inline void march_line(const Ground& ground, const ScanRay& ray, int line, std::
     }
 }
 
-/// Lines that march side by side on a CPU.
-inline constexpr int front_width = 64;
-
 /// Moves `count` lines one step on, whose cells start at `cell` and follow one another in memory.
 template <bool along_x>
 inline void advance(const SkyGround& ground, const ScanRay& ray, Fixed major, Fixed minor, int count, float* horizon,
@@ -216,24 +213,52 @@ inline void advance(const SunGround& ground, const ScanRay& ray, Fixed major, Fi
     }
 }
 
-/// The lines from `first` to `last` of a ray, side by side, at most `front_width` of them. Cells that are neighbours
-/// along the minor axis must be neighbours in memory. To the bit what `march_line` does line by line, but that nobody
-/// else may credit the same cells meanwhile: other lines of the same ray do not.
+/// Where the lines of a ray are before a step: the coordinates of line 0, not yet wrapped, and the column that it had
+/// after the step before, or would have had.
+struct FrontPosition {
+    Fixed major;
+    Fixed minor;
+    int shift;
+};
+
+inline FrontPosition position_before(const ScanRay& ray, int step, int size) {
+    if (step == 0)
+        return {ray.major, ray.minor, 0};
+    const auto wrapped_before = [=](Fixed start, Fixed by) {
+        const std::int64_t period = std::int64_t{size} << fixed_bits;
+        const std::int64_t coordinate = (start + std::int64_t{step - 1} * by) % period;
+        return static_cast<Fixed>(coordinate < 0 ? coordinate + period : coordinate);
+    };
+    const Fixed minor = wrapped_before(ray.minor, ray.minor_step);
+    return {wrapped_before(ray.major, ray.major_step) + ray.major_step, minor + ray.minor_step, minor >> fixed_bits};
+}
+
+/// Lines of a ray, and the steps they are to march.
+struct Front {
+    int first_line;
+    int last_line;
+    int first_step;
+    int last_step;
+};
+
+/// Marches lines side by side. Cells that are neighbours along the minor axis must be neighbours in memory, and
+/// `horizons` holds that of each line of the ray. To the bit what `march_line` does line by line, but that nobody else
+/// may credit the same cells meanwhile.
 template <bool along_x, class Ground>
-inline void march_front(const Ground& ground, const ScanRay& ray, int first, int last, std::int32_t* photons) {
+inline void march_front(const Ground& ground, const ScanRay& ray, const Front& front, float* horizons,
+                        std::int32_t* photons) {
     const int columns = ground.size;
     const Fixed size = columns << fixed_bits;
+    const int first = front.first_line, last = front.last_line;
     const auto at = [](int column, Fixed fraction) {
         return (column << fixed_bits) + fraction;
     };
-    float horizon[front_width];
-    for (int line = first; line < last; ++line)
-        horizon[line - first] = ground.start(ray, ray.major, at(line, ray.minor));
+    if (front.first_step == 0)
+        for (int line = first; line < last; ++line)
+            horizons[line] = ground.start(ray, ray.major, at(line, ray.minor));
 
-    // The coordinates of line 0, and the column that this one is in.
-    Fixed major = ray.major, minor = ray.minor;
-    int shift = 0;
-    for (int step = 0; step < columns; ++step) {
+    auto [major, minor, shift] = position_before(ray, front.first_step, columns);
+    for (int step = front.first_step; step < front.last_step; ++step) {
         const bool major_wraps = wrap(major, size);
         const int moved = (minor >> fixed_bits) - shift;
         wrap(minor, size);
@@ -241,28 +266,39 @@ inline void march_front(const Ground& ground, const ScanRay& ray, int first, int
         const Fixed fraction = minor & (fixed_one - 1);
         // Lines from this one on have gone over the edge of the minor axis.
         const int edge = columns - shift;
-        const auto column_of = [=](int line) {
-            return line + shift - (line >= edge ? columns : 0);
-        };
         if (major_wraps) {
             for (int line = first; line < last; ++line)
-                horizon[line - first] = ground.start(ray, major, at(column_of(line), fraction));
+                horizons[line] = ground.start(ray, major, at(line + shift - (line >= edge ? columns : 0), fraction));
         } else if (moved != 0) {
             // A step moves lines by one column at most, so only one of them can come in on the other side.
             const int column = moved > 0 ? 0 : columns - 1;
             const int line = column - shift + (column < shift ? columns : 0);
             if (line >= first && line < last)
-                horizon[line - first] = ground.start(ray, major, at(column, fraction));
+                horizons[line] = ground.start(ray, major, at(column, fraction));
         }
         const int before_edge = minimum(last, edge), after_edge = maximum(first, edge);
         if (first < before_edge)
-            advance<along_x>(ground, ray, major, at(first + shift, fraction), before_edge - first, horizon, photons);
+            advance<along_x>(ground, ray, major, at(first + shift, fraction), before_edge - first, horizons + first,
+                             photons);
         if (after_edge < last)
             advance<along_x>(ground, ray, major, at(after_edge + shift - columns, fraction), last - after_edge,
-                             horizon + (after_edge - first), photons);
+                             horizons + after_edge, photons);
         major += ray.major_step;
         minor += ray.minor_step;
     }
+}
+
+/// Some steps of all lines of a ray that start them in the columns from `first_column` to `last_column`.
+template <bool along_x, class Ground>
+inline void march_strip(const Ground& ground, const ScanRay& ray, int first_column, int last_column, int first_step,
+                        int last_step, float* horizons, std::int32_t* photons) {
+    const int columns = ground.size;
+    const int shift = position_before(ray, first_step, columns).shift;
+    const int first = first_column - shift + (first_column < shift ? columns : 0);
+    const int last = first + last_column - first_column;
+    march_front<along_x>(ground, ray, {first, minimum(last, columns), first_step, last_step}, horizons, photons);
+    if (last > columns)
+        march_front<along_x>(ground, ray, {0, last - columns, first_step, last_step}, horizons, photons);
 }
 
 } // namespace tarn::lighting
