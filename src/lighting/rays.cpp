@@ -182,42 +182,6 @@ class Sphere {
     std::vector<Triangle> triangles_;
 };
 
-/// Where the sun stands at a time.
-struct SunPosition {
-    float elevation; ///< degrees
-    Vector direction;
-};
-
-/// The sun at `time`, a day of the year with the fraction of its hours. The declination is that of P. I. Cooper, The
-/// absorption of radiation in solar stills, Solar Energy 12, 1969.
-SunPosition sun_position(float time, const Parameters& p) {
-    const float day = std::trunc(time);
-    const float declination = std::sin(day * 0.017214207f + 4.8888345f) * 0.40927973f;
-    const float hour = (time - day) * 360.0f - 180.0f; // degrees, 0 at noon
-    const float hour_angle = hour * degree;
-    const float latitude = p.latitude * degree;
-
-    const float elevation = std::asin(std::cos(hour_angle) * std::cos(declination) * std::cos(latitude) +
-                                      std::sin(latitude) * std::sin(declination));
-    const float elevation_degrees = elevation * 57.29578f;
-    float azimuth = 180.0f;
-    if (hour != 0.0f && std::cos(elevation) != 0.0f) {
-        const float from_north = std::acos((std::sin(declination) * std::cos(latitude) -
-                                            std::sin(latitude) * std::cos(hour_angle) * std::cos(declination)) /
-                                           std::cos(elevation)) *
-                                 57.29578f;
-        azimuth = hour > 0.0f ? 360.0f - from_north : from_north;
-    }
-    azimuth += p.north_offset;
-
-    constexpr double precise_degree = 0.0174532925199433;
-    const double turn = static_cast<double>(azimuth) * precise_degree;
-    const double rise = std::tan(static_cast<double>(elevation_degrees) * precise_degree);
-    // East is +x and south is +y.
-    return {elevation_degrees, normalize({static_cast<float>(std::sin(turn)), -static_cast<float>(std::cos(turn)),
-                                          static_cast<float>(rise)})};
-}
-
 /// The share of the sun's light that haze lets through at an elevation in degrees; the air mass is that of G. V.
 /// Rozenberg, Twilight, 1966.
 float transmission(float elevation, float haze) {
@@ -269,6 +233,35 @@ AmbientRays ambient_rays(int subdivisions) {
 double days_of(const Parameters& p) {
     const double last = p.first_day > p.last_day ? p.last_day + 365.0 : p.last_day;
     return last - p.first_day + 1.0;
+}
+
+SunPosition sun_position(float time, const Parameters& p) {
+    // The declination is that of P. I. Cooper, The absorption of radiation in solar stills, Solar Energy 12, 1969.
+    const float day = std::trunc(time);
+    const float declination = std::sin(day * 0.017214207f + 4.8888345f) * 0.40927973f;
+    const float hour = (time - day) * 360.0f - 180.0f; // degrees, 0 at noon
+    const float hour_angle = hour * degree;
+    const float latitude = p.latitude * degree;
+
+    const float elevation = std::asin(std::cos(hour_angle) * std::cos(declination) * std::cos(latitude) +
+                                      std::sin(latitude) * std::sin(declination));
+    const float elevation_degrees = elevation * 57.29578f;
+    float azimuth = 180.0f;
+    if (hour != 0.0f && std::cos(elevation) != 0.0f) {
+        const float from_north = std::acos((std::sin(declination) * std::cos(latitude) -
+                                            std::sin(latitude) * std::cos(hour_angle) * std::cos(declination)) /
+                                           std::cos(elevation)) *
+                                 57.29578f;
+        azimuth = hour > 0.0f ? 360.0f - from_north : from_north;
+    }
+    azimuth += p.north_offset;
+
+    constexpr double precise_degree = 0.0174532925199433;
+    const double turn = static_cast<double>(azimuth) * precise_degree;
+    const double rise = std::tan(static_cast<double>(elevation_degrees) * precise_degree);
+    // East is +x and south is +y.
+    return {elevation_degrees, normalize({static_cast<float>(std::sin(turn)), -static_cast<float>(std::cos(turn)),
+                                          static_cast<float>(rise)})};
 }
 
 SunSamples sun_samples(const Parameters& p) {

@@ -40,6 +40,16 @@ struct AmbientRays {
 /// Rays to the vertices of an icosahedron whose edges are halved `subdivisions` times.
 AmbientRays ambient_rays(int subdivisions);
 
+struct SunPosition {
+    float elevation; ///< degrees
+    /// Towards the sun, with east as +x, south as +y and up as +z.
+    Vector direction;
+};
+
+/// Where the sun stands at `time`, a day of the year with the fraction of its hours from midnight on. NaN where the
+/// rounding of its sines and cosines leaves no angle.
+SunPosition sun_position(float time, const Parameters& parameters);
+
 struct SunSamples {
     /// Where the sun stands above or close below the horizon.
     std::vector<Ray> rays;
