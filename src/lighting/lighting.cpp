@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/resampling.hpp"
 #include "grid/upsample.hpp"
@@ -14,29 +15,6 @@
 namespace tarn::lighting {
 
 namespace {
-
-template <class T>
-using Reader = sycl::accessor<T, 2, sycl::access_mode::read>;
-template <class T>
-using Writer = sycl::accessor<T, 2, sycl::access_mode::write>;
-template <class T>
-using Updater = sycl::accessor<T, 2, sycl::access_mode::read_write>;
-
-template <class T>
-Reader<T> read(sycl::buffer<T, 2>& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::read_only};
-}
-
-/// For kernels that write every cell.
-template <class T>
-Writer<T> overwrite(sycl::buffer<T, 2>& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::write_only, sycl::no_init};
-}
-
-template <class T>
-Updater<T> update(sycl::buffer<T, 2>& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::read_write};
-}
 
 /// Calls `cell(i)` with the index of every cell.
 template <class Cell>
@@ -82,10 +60,10 @@ void compute_normals_and_init_photonmap(const Parameters& p, Grid& heights, Phot
     const int columns = p.resolution.width, rows = p.resolution.height;
     const NormalScale scale{-p.terrain_height, p.terrain_height, p.terrain_size * 32.0f / static_cast<float>(columns)};
     queue.submit([&](sycl::handler& handler) {
-        const Reader<float> ground = read(heights, handler);
-        const Writer<std::int32_t> photons = overwrite(photonmap, handler);
-        const Writer<float> normal_x = overwrite(normals.x, handler), normal_y = overwrite(normals.y, handler),
-                            normal_z = overwrite(normals.z, handler);
+        const auto ground = read(heights, handler);
+        const auto photons = overwrite(photonmap, handler);
+        const auto normal_x = overwrite(normals.x, handler), normal_y = overwrite(normals.y, handler),
+                   normal_z = overwrite(normals.z, handler);
         launch_with_neighbours(
             launch_on(handler, queue), Extent<2>(heights.get_range()), [=](int x, int y, auto interior) {
                 const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * columns + x;
@@ -104,8 +82,8 @@ void raytrace_ao(const Parameters& parameters, Grid& heights, NormalGrid& normal
     // Under a free sky the credits come to a quarter of the sphere's vertices.
     const float scale = 1.5258789e-05f / static_cast<float>(rays.total);
     queue.submit([&](sycl::handler& handler) {
-        const Reader<std::int32_t> photons = read(photonmap, handler);
-        const Writer<float> out = overwrite(ao, handler);
+        const auto photons = read(photonmap, handler);
+        const auto out = overwrite(ao, handler);
         launch_indices(handler, queue, ao.get_range(), [=](std::ptrdiff_t i) {
             cells_of(out)[i] = maximum(static_cast<float>(cells_of(photons)[i]) * scale, 0.0f);
         });
@@ -118,8 +96,8 @@ void raytrace_ao_sl(const Parameters& parameters, Grid& heights, NormalGrid& nor
     // Samples below the horizon count as darkness.
     const float scale = 0.67f / static_cast<float>(samples.total << 16);
     queue.submit([&](sycl::handler& handler) {
-        const Reader<std::int32_t> photons = read(photonmap, handler);
-        const Writer<float> out = overwrite(result, handler);
+        const auto photons = read(photonmap, handler);
+        const auto out = overwrite(result, handler);
         launch_indices(handler, queue, result.get_range(),
                        [=](std::ptrdiff_t i) { cells_of(out)[i] = static_cast<float>(cells_of(photons)[i]) * scale; });
     });
@@ -140,8 +118,8 @@ void sun_light_integral(const Parameters& parameters, const float* heights, floa
     compute_normals_and_init_photonmap(half_parameters, half_heights, half_photonmap, half_normals, queue);
     raytrace_ao_sl(half_parameters, half_heights, half_normals, half_result, half_photonmap, samples, queue);
     queue.submit([&](sycl::handler& handler) {
-        const Reader<float> coarse = read(half_result, handler);
-        const Writer<float> out = overwrite(full_result, handler);
+        const auto coarse = read(half_result, handler);
+        const auto out = overwrite(full_result, handler);
         launch_upsampled(launch_on(handler, queue), Extent<2>(extent), coarse, Extent<2>(half_extent),
                          [=](std::ptrdiff_t row, int x, float up) { cells_of(out)[row + x] = maximum(up, 0.0f); });
     });
@@ -159,9 +137,8 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel& finer)
 void LaplacianLevel::reconstruct(const Parameters& p) {
     LaplacianLevel& fine = *parent;
     queue->submit([&](sycl::handler& handler) {
-        const Reader<float> coarse_ao = read(ao, handler), coarse_heights = read(smooth_heights, handler);
-        const Writer<float> fine_ao = overwrite(fine.ao, handler),
-                            fine_heights = overwrite(fine.smooth_heights, handler);
+        const auto coarse_ao = read(ao, handler), coarse_heights = read(smooth_heights, handler);
+        const auto fine_ao = overwrite(fine.ao, handler), fine_heights = overwrite(fine.smooth_heights, handler);
         launch_fine_cells(launch_on(handler, *queue), Extent<2>(fine.extent), Extent<2>(extent),
                           [=](std::ptrdiff_t row, int x, const CoarseTaps& taps) {
                               cells_of(fine_ao)[row + x] = sample_9331(cells_of(coarse_ao), taps);
@@ -177,9 +154,9 @@ void LaplacianLevel::reconstruct(const Parameters& p) {
                             maximum(static_cast<float>(p.hybrid_ao_levels - 1) * 0.3f, 0.0f)};
     const int columns = static_cast<int>(fine.extent[1]), rows = static_cast<int>(fine.extent[0]);
     queue->submit([&](sycl::handler& handler) {
-        const Reader<float> ground = read(fine.heights, handler), smooth = read(fine.smooth_heights, handler);
-        const Reader<float> slope = read(fine.normal_z, handler);
-        const Updater<float> occlusion = update(fine.ao, handler);
+        const auto ground = read(fine.heights, handler), smooth = read(fine.smooth_heights, handler);
+        const auto slope = read(fine.normal_z, handler);
+        const auto occlusion = update(fine.ao, handler);
         launch_with_neighbours(launch_on(handler, *queue), Extent<2>(fine.extent), [=](int x, int y, auto interior) {
             const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * columns + x;
             const float factor = detail_factor(neighbours_of<interior.value>(cells_of(ground), x, y, columns, rows),
@@ -233,9 +210,9 @@ void LightingSYCL::compute_diffuse_light() {
     const float sun_x = parameters_.sun_direction[0], sun_y = parameters_.sun_direction[1],
                 sun_z = parameters_.sun_direction[2];
     queue_.submit([&](sycl::handler& handler) {
-        const Reader<float> normal_x = read(normals_.x, handler), normal_y = read(normals_.y, handler),
-                            normal_z = read(normals_.z, handler);
-        const Writer<float> out = overwrite(diffuse_, handler);
+        const auto normal_x = read(normals_.x, handler), normal_y = read(normals_.y, handler),
+                   normal_z = read(normals_.z, handler);
+        const auto out = overwrite(diffuse_, handler);
         launch_indices(handler, queue_, extent_, [=](std::ptrdiff_t i) {
             cells_of(out)[i] = maximum(
                 sun_x * cells_of(normal_x)[i] + sun_y * cells_of(normal_y)[i] + sun_z * cells_of(normal_z)[i], 0.0f);
@@ -255,8 +232,8 @@ void LightingSYCL::raytrace_shadows() {
     const int overhead = sweep_sun(parameters_, heights_, photonmap_, sun_rays_, queue_);
     const float share = 1.0f / static_cast<float>(sun_rays_.size());
     queue_.submit([&](sycl::handler& handler) {
-        const Updater<std::int32_t> photons = update(photonmap_, handler);
-        const Writer<float> out = overwrite(shadow_, handler);
+        const auto photons = update(photonmap_, handler);
+        const auto out = overwrite(shadow_, handler);
         launch_indices(handler, queue_, extent_, [=](std::ptrdiff_t i) {
             cells_of(out)[i] = static_cast<float>(cells_of(photons)[i] + overhead) * share;
             cells_of(photons)[i] = 0;
@@ -290,12 +267,11 @@ void LightingSYCL::compose_light() {
     const float constant_visibility = has_sun ? 1.0f : 0.0f, constant_occlusion = has_sky ? 1.0f : 0.0f;
     const auto compose = [&](auto albedo_given) {
         queue_.submit([&](sycl::handler& handler) {
-            const Reader<float> shadow = read(shadow_, handler), ao = read(ao_, handler),
-                                diffuse = read(diffuse_, handler);
-            const Reader<float> albedo_red = read(albedo_red_, handler), albedo_green = read(albedo_green_, handler),
-                                albedo_blue = read(albedo_blue_, handler);
-            const Writer<float> red = overwrite(red_, handler), green = overwrite(green_, handler),
-                                blue = overwrite(blue_, handler);
+            const auto shadow = read(shadow_, handler), ao = read(ao_, handler), diffuse = read(diffuse_, handler);
+            const auto albedo_red = read(albedo_red_, handler), albedo_green = read(albedo_green_, handler),
+                       albedo_blue = read(albedo_blue_, handler);
+            const auto red = overwrite(red_, handler), green = overwrite(green_, handler),
+                       blue = overwrite(blue_, handler);
             launch_indices(
                 handler, queue_, extent_,
                 [=, grey = p.albedo, has_shadow = stages_.shadows, has_ao = stages_.reads_ao](std::ptrdiff_t i) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "lighting/sweep_kernels.hpp"
 
@@ -11,11 +12,7 @@ namespace tarn::lighting {
 
 namespace {
 
-template <class T>
-using Reader = sycl::accessor<T, 2, sycl::access_mode::read>;
-template <class T>
-using Writer = sycl::accessor<T, 2, sycl::access_mode::write>;
-using PhotonUpdater = sycl::accessor<std::int32_t, 2, sycl::access_mode::read_write>;
+using PhotonUpdater = Updater<std::int32_t>;
 
 /// The way of a ray's lines over a grid of `size` cells a side. `z_scale` is a cell's width in units of height.
 /// Not for rays straight up or down.
@@ -87,8 +84,8 @@ Grid transposed(Grid& source, sycl::queue& queue) {
     const int size = side_of(source.get_range());
     Grid result(source.get_range());
     queue.submit([&](sycl::handler& handler) {
-        const Reader<float> from(source, handler, sycl::read_only);
-        const Writer<float> to(result, handler, sycl::write_only, sycl::no_init);
+        const auto from = read(source, handler);
+        const auto to = overwrite(result, handler);
         launch_tiles(handler, size, [=](int x, int y) {
             cells_of(to)[static_cast<std::ptrdiff_t>(y) * size + x] =
                 cells_of(from)[static_cast<std::ptrdiff_t>(x) * size + y];
@@ -99,7 +96,7 @@ Grid transposed(Grid& source, sycl::queue& queue) {
 
 void clear(PhotonMap& map, sycl::queue& queue) {
     queue.submit([&](sycl::handler& handler) {
-        const Writer<std::int32_t> to(map, handler, sycl::write_only, sycl::no_init);
+        const auto to = overwrite(map, handler);
         launch_cells(launch_on(handler, queue), Extent<2>(map.get_range()), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(map.get_range()[1])](int x, int y, auto) {
                          cells_of(to)[y * columns + x] = 0;
@@ -110,8 +107,8 @@ void clear(PhotonMap& map, sycl::queue& queue) {
 void add_transposed(PhotonMap& source, PhotonMap& target, sycl::queue& queue) {
     const int size = side_of(source.get_range());
     queue.submit([&](sycl::handler& handler) {
-        const Reader<std::int32_t> from(source, handler, sycl::read_only);
-        const PhotonUpdater to(target, handler, sycl::read_write);
+        const auto from = read(source, handler);
+        const auto to = update(target, handler);
         launch_tiles(handler, size, [=](int x, int y) {
             cells_of(to)[static_cast<std::ptrdiff_t>(y) * size + x] +=
                 cells_of(from)[static_cast<std::ptrdiff_t>(x) * size + y];
@@ -131,7 +128,7 @@ struct SunGrids {
 
         SunGround ground(int size, const Strides& strides) const { return {cells_of(heights), size, strides}; }
     };
-    Access access(sycl::handler& handler) { return {{heights, handler, sycl::read_only}}; }
+    Access access(sycl::handler& handler) { return {read(heights, handler)}; }
 };
 
 /// Grids of a sweep of the sky.
@@ -155,10 +152,7 @@ struct SkyGrids {
         }
     };
     Access access(sycl::handler& handler) {
-        return {{heights, handler, sycl::read_only},
-                {normals.x, handler, sycl::read_only},
-                {normals.y, handler, sycl::read_only},
-                {normals.z, handler, sycl::read_only}};
+        return {read(heights, handler), read(normals.x, handler), read(normals.y, handler), read(normals.z, handler)};
     }
 };
 
@@ -172,8 +166,8 @@ void sweep_by_lines(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRa
     sycl::buffer<ScanRay, 1> table(rays.data(), sycl::range<1>(rays.size()));
     queue.submit([&](sycl::handler& handler) {
         const auto access = grids.access(handler);
-        const sycl::accessor<ScanRay, 1, sycl::access_mode::read> ray_table(table, handler, sycl::read_only);
-        const PhotonUpdater photons(photonmap, handler, sycl::read_write);
+        const auto ray_table = read(table, handler);
+        const auto photons = update(photonmap, handler);
         handler.parallel_for(sycl::nd_range<1>(global, local), [=](sycl::nd_item<1> item) {
             const std::size_t number = item.get_global_id(0);
             if (number >= lines)
@@ -207,18 +201,15 @@ struct Layout {
     struct Access {
         typename Grids::Access grids;
         PhotonUpdater photons;
-        sycl::accessor<ScanRay, 1, sycl::access_mode::read> table;
-        sycl::accessor<float, 2, sycl::access_mode::read_write> horizons;
+        Reader<ScanRay, 1> table;
+        Updater<float> horizons;
         std::size_t rays;
         bool along_x;
     };
     Access access(sycl::handler& handler) {
-        return {grids.access(handler),
-                {photons, handler, sycl::read_write},
-                {table, handler, sycl::read_only},
-                {horizons, handler, sycl::read_write},
-                table.size(),
-                along_x};
+        return {grids.access(handler), update(photons, handler),
+                read(table, handler),  update(horizons, handler),
+                table.size(),          along_x};
     }
 
     Grids grids;
