@@ -182,8 +182,8 @@ void sweep_by_lines(Grids& grids, PhotonMap& photonmap, const std::vector<ScanRa
 
 /// Steps that lines march before the next strip has its turn, and the least width of a strip. A line drifts by one
 /// column a step at most, so with this width lines from every other strip do not meet.
-constexpr int band_steps = 32;
-constexpr int strip_width = 128;
+constexpr int band_steps = 16;
+constexpr int strip_width = 64;
 static_assert(strip_width >= 2 * band_steps);
 
 /// How many strips a grid is cut into: 1, or an even number, since the first is the neighbour of the last.
