@@ -9,5 +9,7 @@ void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_erode_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
+void add_shade_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
+void add_sunlight_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

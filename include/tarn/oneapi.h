@@ -588,19 +588,27 @@ typedef struct lighting_Resolution {
     int32_t height;
 } lighting_Resolution;
 
-/** Parameters of Shade and SunLightIntegral. 120 bytes. */
+/**
+ * Parameters of Shade and SunLightIntegral. 120 bytes. Each reads some fields only, and looks at no others. Of those
+ * that Shade reads, all floats must be finite; sun_rings, sun_diameter and the fields of the ambient occlusion count
+ * only if the flags let their stage run.
+ */
 typedef struct lighting_Parameters {
-    lighting_Resolution resolution; /**< square, with an even side */
+    lighting_Resolution resolution; /**< square, with an even side; for Shade at most 32766 */
     float terrain_size;
     float terrain_height;
-    float sun_direction[3]; /**< unit vector towards the sun: x along a row, y down the rows, z up */
+    /**
+     * Unit vector towards the sun: x along a row, y down the rows, z up. A sun straight above lights everything, and
+     * one straight below nothing, whatever its disc.
+     */
+    float sun_direction[3];
     /**
      * Rays towards the sun's disc: 3n^2 + 3n + 1 in n rings around its centre for n of 0 to 17; with -4 and -8, so many
      * parallel rays at different points of a cell, for hard shadows with smooth edges; -1 is the same as 0. Other
      * values are refused.
      */
     int32_t sun_rings;
-    float sun_diameter; /**< apparent diameter of the sun, degrees; about 0.53 on Earth */
+    float sun_diameter; /**< apparent diameter of the sun, degrees from 0 to 180; about 0.53 on Earth */
     uint32_t hybrid_ao; /**< 0: ambient occlusion is traced at full size; else at the coarsest of hybrid_ao_levels */
     /**
      * Subdivisions of the icosahedron of ambient rays, 0 to 3: 7, 23, 94 or 371 rays, for the tracing at full size and
@@ -608,8 +616,12 @@ typedef struct lighting_Parameters {
      */
     int32_t ao_subdivisions;
     int32_t hybrid_ao_subdivisions;
-    int32_t hybrid_ao_levels; /**< levels of the hybrid pyramid, the full size included; below 2 is full size */
-    float exposure;           /**< factor on both lights */
+    /**
+     * Levels of the hybrid pyramid, the full size included; below 2 is full size. Each level halves the side, rounding
+     * down, and more levels than that leaves cells for are refused.
+     */
+    int32_t hybrid_ao_levels;
+    float exposure; /**< factor on both lights */
     float sun_intensity;
     float ambient_intensity;
     float sun_color[3]; /**< red, green, blue, as ambient_color */
@@ -630,21 +642,23 @@ typedef struct lighting_Parameters {
 /**
  * Renders a terrain as a lit image, and hands the stages of it back: the cosine towards the sun, the sun's visibility
  * and the ambient occlusion. Visibility comes from sweeps of parallel lines over the grid for each ray, with a running
- * horizon; the image is albedo * (cosine * visibility * sun + ambient * occlusion) for each colour.
- *
- * Availability: planned; this release does not export it.
+ * horizon; the image is albedo * (cosine * visibility * sun + ambient * occlusion) for each colour. Colours are linear
+ * and not limited to 1.
  *
  * - heights: in.
  * - diffuse: out if direct_light is set, else untouched and may be null. Cosine between normal and sun, from 0.
  * - shadow: out if direct_light and shadows are set, else untouched and may be null. Share of the sun's rays that
- * arrive.
+ *   arrive, from 0 to 1. The border casts no shadow: what lies beyond it is not known.
  * - ao: out if ambient_light and ambient_occlusion are set and ao_supplied is not; in if all three are set; else
- *   untouched and may be null. 1 under a free sky, 0 in full occlusion.
+ *   untouched and may be null. About 1 under a free sky, 0 in full occlusion.
  * - red, green, blue: out.
  * - albedo_red, albedo_green, albedo_blue: in, or null; `albedo` takes their place unless all three are given.
  *
- * A sun at the zenith throws no shadow. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
- * Need: 72 * width * height bytes.
+ * Grids that are not square or have an odd side are refused, and null grids of a stage that runs. The hybrid ambient
+ * occlusion traces the coarsest level of a pyramid only, and adds what the finer relief does to it: faster with each
+ * level, and smoother.
+ *
+ * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 72 * width * height bytes.
  */
 TARN_API uint32_t Shade(SyclQueue* queue, const float* heights, float* diffuse, float* shadow, float* ao, float* red,
                         float* green, float* blue, const float* albedo_red, const float* albedo_green,
@@ -656,15 +670,16 @@ TARN_API uint32_t Shade(SyclQueue* queue, const float* heights, float* diffuse, 
  * sun are drawn from the span: declination by Cooper's formula (1969), air mass by Rozenberg's (1966). One sweep at
  * half the resolution takes them all.
  *
- * Availability: planned; this release does not export it.
- *
  * - heights: in.
- * - result: out; light received, from 0, as a mean over day and night.
+ * - result: out; light received, from 0, as a mean over day and night. A surface that faced the sun all the time,
+ *   without haze, would get 2.68.
  * - parameters: reads resolution, terrain_size, terrain_height, first_day, last_day, latitude, north_offset and haze. A
- *   last_day before first_day lies in the next year; a span below one day is refused.
+ *   last_day before first_day lies in the next year; a span below one day, and a haze below 0, are refused. So are
+ *   grids that are not square or have an odd side.
  *
- * Takes no callbacks: no progress, no reports of memory, no cancel. Errors are logged through the callbacks of the
- * latest Shade, if there was one. Status 0, 2 or 3. Need: 72 * width * height bytes.
+ * Takes no callbacks: no progress, no reports of memory, no cancel. Errors, and refusals, are logged through the
+ * callbacks of the latest Shade that was not refused, so that host must still be there; before it nothing is logged.
+ * Status 0, 2 or 3. Need: 72 * width * height bytes.
  */
 TARN_API uint32_t SunLightIntegral(SyclQueue* queue, const float* heights, float* result,
                                    const lighting_Parameters* parameters);
