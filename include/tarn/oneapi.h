@@ -705,8 +705,6 @@ typedef struct mesh_rasterizer_MeshView {
  * Draws a mesh from above into a height grid: each cell gets the highest surface over its centre. The model is rotated,
  * fitted to the frame in its proportions and moved, and both sides of its triangles are drawn.
  *
- * Availability: planned; this release does not export it.
- *
  * - mesh: without triangles or vertices nothing is drawn. A triangle number out of range is refused. Triangles with a
  *   bounding box of 2^28 cells or more, without area, or with NaN coordinates draw nothing.
  * - height: in and out; the floor under the model, which stays where no triangle lies above it.
