@@ -724,8 +724,6 @@ TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasteri
  * the normal, and draws the result into a height grid. There is no fit: rotation, scale, offset and rest_on_floor are
  * not read.
  *
- * Availability: planned; this release does not export it.
- *
  * - mesh: with normals, used in the length they have. Triangles are drawn only if (b - a) x (c - a) does not point
  *   towards +z in frame space, a, b, c being their vertices.
  * - height: in and out, as for MeshRasterizer_RenderMesh.

@@ -73,6 +73,10 @@ Triangles upload_triangles(const MeshView& mesh, sycl::queue& queue) {
     return upload<uvec3>(mesh.triangles, mesh.triangle_count, queue, true);
 }
 
+Vertices upload_normals(const MeshView& mesh, sycl::queue& queue) {
+    return upload<vec3>(mesh.normals, mesh.vertex_count, queue, true);
+}
+
 void compute_bounding_box(const Vertices& vertices, sycl::queue& queue, float& min_x, float& max_x, float& min_y,
                           float& max_y, float& min_z, float& max_z) {
     if (vertices.size() == 0) {
@@ -219,6 +223,13 @@ void MeshRasterizer::render3_cpu() {
 template void MeshRasterizer::render3_cpu<true, false, true, false>();
 template void MeshRasterizer::render3_cpu<false, false, false, true>();
 
+void double_supersampled_resolution(Parameters& parameters) {
+    if (parameters.supersample == 0)
+        return;
+    parameters.resolution.x *= 2;
+    parameters.resolution.y *= 2;
+}
+
 Grid open_output(const sycl::range<2>& shape, sycl::queue& queue, float* host, bool supersample) {
     Grid output(shape, queue, host, true, true);
     if (!supersample)
@@ -239,10 +250,7 @@ void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float*
     Vertices vertices = upload_vertices(mesh, queue);
     Triangles triangles = upload_triangles(mesh, queue);
     const sycl::range<2> shape = grid_shape(parameters);
-    if (parameters.supersample != 0) {
-        parameters.resolution.x *= 2;
-        parameters.resolution.y *= 2;
-    }
+    double_supersampled_resolution(parameters);
     // A mesh without triangles leaves the grids as they are, without a way through another resolution.
     const bool supersample = parameters.supersample != 0 && triangles.size() > 0;
     Grid heights = open_output(shape, queue, height, supersample);

@@ -49,6 +49,8 @@ inline sycl::range<2> grid_shape(const Parameters& parameters) {
 Vertices upload_vertices(const MeshView& mesh, sycl::queue& queue);
 /// The mesh's triangles, in place on a CPU. They are only ever read.
 Triangles upload_triangles(const MeshView& mesh, sycl::queue& queue);
+/// The normals of the mesh's vertices, in place on a CPU. They are only ever read.
+Vertices upload_normals(const MeshView& mesh, sycl::queue& queue);
 
 /// The least and the largest coordinates of all vertices; 0 if there are none. Vertices with a NaN coordinate count
 /// with their others. Waits for the result.
@@ -70,6 +72,13 @@ class MeshRasterizer {
     /// Takes vertices from model space to frame space: rotated, fitted to the frame in their proportions and moved as
     /// the record says.
     static void process_vertices(Vertices& vertices, sycl::queue& queue, const Parameters& parameters);
+
+    /// Takes vertices from unit space to frame space and moves them by displacement maps, which all have the size of
+    /// `xy_map`: along their normals, or sideways alone.
+    template <bool horizontal_displacement>
+    static void process_vertices_with_displacement(Vertices& vertices, const Vertices& normals, const Grid& xy_map,
+                                                   const Grid& xz_map, const Grid& yz_map, sycl::queue& queue,
+                                                   const Parameters& parameters);
 
     /// Draws both sides of all triangles. The work is expanded: each triangle is given as many work-items as its
     /// bounding box has cells. Triangles with a box of 2^28 cells or more are dropped. Throws sycl::exception
@@ -99,14 +108,28 @@ class MeshRasterizer {
     usm_ptr<std::uint32_t, 2> triangle_ids_;
 };
 
-/// The whole run of MeshRasterizer_RenderMesh. With supersampling the record's resolution is doubled.
+/// The whole run of MeshRasterizer_RenderMesh.
 void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float* noise, Parameters& parameters,
                  const HostCallbacks& record);
 
-/// An output in the resolution that the run draws in: the caller's grid, or, with supersampling, a copy of twice its
+/// Displacement maps in the host's memory, for surfaces that face along z, y and x.
+struct CallerMaps {
+    const float* xy;
+    const float* xz;
+    const float* yz;
+};
+
+/// The whole run of MeshRasterizer_RenderMeshWithTriplanarDisplacement.
+void render_mesh_with_triplanar_displacement(sycl::queue& queue, const MeshView& mesh, float* height,
+                                             const CallerMaps& maps, Parameters& parameters,
+                                             const HostCallbacks& record);
+
+/// The two ends of supersampling. Doubles the record's resolution if it asks for it; this is part of the boundary.
+void double_supersampled_resolution(Parameters& parameters);
+/// An output in the resolution that the run draws in: the caller's grid, or, with `supersample`, a copy of twice its
 /// size that has lost its way back to `host`.
 Grid open_output(const sycl::range<2>& shape, sycl::queue& queue, float* host, bool supersample);
-/// Reduces a supersampled output to the caller's size and sends it on its way to `host`. Empty ones stay empty.
+/// Reduces a supersampled output to the caller's size and sends it on its way to `host`. An empty one stays empty.
 void reduce_output(Grid& output, float* host);
 
 } // namespace tarn::mesh_rasterizer
