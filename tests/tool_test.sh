@@ -173,6 +173,19 @@ expect 0 "padded to 408 x 344" weather "$terrain" weathered.tif --depth-out dept
 [[ -s weathered.tif && -s depth.tif && -s wear.asc ]] || fail "tarn weather wrote too little"
 expect 0 "" weather even.asc masked.asc --erosion-mask even.asc --absorption-mask even.asc
 expect 64 "--absorption" weather "$terrain" out.tif --absorption 2
+expect 0 "padded to 408 x 344" erode "$terrain" eroded.tif --iterations 4 --flow-out flow.tif --sediment-out sediment.tif \
+    --wear-out wear.tif --preview eroded.png
+[[ -s eroded.tif && -s flow.tif && -s sediment.tif && -s wear.tif && -s eroded.png ]] || fail "tarn erode wrote too little"
+"$tarn" preview eroded.tif change.png --difference "$terrain" 2>&1 | grep -q 'change by -[1-9]' || fail "nothing was eroded"
+expect 0 "" erode "$terrain" again.tif --iterations 4
+expect_change 0 0 eroded.tif again.tif
+expect 0 "" erode "$terrain" dry.tif --iterations 4 --spawn-map no_mask.asc
+expect_change -0.01 0.01 "$terrain" dry.tif
+expect 0 "width 64, height 64, terrain_size 160," --verbose erode plain.asc wide.asc --columns 64
+[[ "$(sed -n 's/cellsize *//p' wide.asc | cut -c 1-3)" == 2.5 ]] || fail "wide.asc is not 64 cells of 2.5 m wide"
+expect 0 "" erode holes.asc holes_out.asc --columns 64 --iterations 2
+[[ "$(tail -n 64 holes_out.asc | tr ' ' '\n' | grep -c -E '^-9999(\.0)?$')" == 64 ]] || fail "holes_out.asc has other holes"
+expect 64 "--plain-angle" erode "$terrain" out.tif --plain-angle 91
 expect 64 "--colour" shape "$terrain" out.tif --colour red
 expect 64 "not a finite number" shape "$terrain" out.tif --rate nan
 expect 64 "not a finite number" shape "$terrain" out.tif --rate 1e999

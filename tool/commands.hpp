@@ -8,6 +8,7 @@ class App;
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_mesh_command(CLI::App& app);
+void add_erode_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

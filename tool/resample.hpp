@@ -26,6 +26,9 @@ std::vector<float> crop(const std::vector<float>& cells, GridSize from, GridSize
 /// Stretches the grid over another number of cells, bilinear between cell centres.
 std::vector<float> resample(const std::vector<float>& cells, GridSize from, GridSize to);
 
+/// The grid stretched over another number of cells on the same ground.
+Grid stretched(const Grid& grid, GridSize size);
+
 /// The cells of a grid, resampled with a note if its size is another one; `what` names it there, as in "the mask".
 std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what);
 
