@@ -118,6 +118,39 @@ expect 0 "days 345 to 10" sunlight "$terrain" winter.tif --first-day 12-11 --las
 expect_change -1 -0.001 year.tif winter.tif
 expect 64 "--latitude is needed" sunlight wall.asc out.tif
 expect 0 "cells receive 0 to 0" sunlight wall.asc night.asc --latitude 89 --first-day 12-21 --last-day 12-21
+# Models: a pyramid, which stands upright from any file that says where up is, on the floor it is given.
+cat >pyramid.obj <<'END'
+v -1 0 -1
+v 1 0 -1
+v 1 0 1
+v -1 0 1
+v 0 1 0
+f 1 5 2
+f 2 5 3
+f 3 5 4
+f 4 5 1
+END
+expect 0 "" mesh pyramid.obj pyramid.asc --size 64 --floor -1 --rest-on-floor --noise-out noise.tif --preview pyramid.png
+asc 64 64 1 '(31.5 - (x > y ? (x > 63 - y ? x - 31.5 : 31.5 - y) : (x > 63 - y ? y - 31.5 : 31.5 - x))) / 64 + 0.5 / 64' >expected.asc
+expect_change -0.02 0.02 expected.asc pyramid.asc
+{
+    printf 'ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n'
+    printf 'element face 4\nproperty list uchar int vertex_indices\nend_header\n'
+    printf -- '-1 -1 0\n1 -1 0\n1 1 0\n-1 1 0\n0 0 1\n3 0 1 4\n3 1 2 4\n3 2 3 4\n3 3 0 4\n'
+} >pyramid.ply
+expect 0 "" mesh pyramid.ply from_ply.asc --size 64 --floor -1 --rest-on-floor
+expect_change -0.001 0.001 pyramid.asc from_ply.asc
+# Maps of 0 displace nothing, and a placed model lies where it lies without them.
+asc 64 64 1 0 >no_map.asc
+placed=(--size 64x40 --rotate-z 30 --rotate-x 20 --scale 0.7 --offset-x 0.1 --offset-y -0.2 --offset-z 0.3 --vertical-scale 0.5)
+expect 0 "" mesh pyramid.ply placed.asc "${placed[@]}"
+expect 0 "is resampled" mesh pyramid.ply displaced.asc "${placed[@]}" --displacement no_map.asc
+expect_change -0.01 0.01 placed.asc displaced.asc
+expect 0 "" mesh pyramid.ply on_terrain.tif --floor "$terrain" --supersample
+expect 64 "--noise-out" mesh pyramid.ply out.tif --displacement no_map.asc --noise-out noise.tif
+expect 64 "no size such as 1024" mesh pyramid.ply out.tif --size 10x
+expect 66 "cannot read 'nothing.obj'" mesh nothing.obj out.tif
+expect 66 "cannot read" mesh no_map.asc out.tif
 
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc

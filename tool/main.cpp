@@ -33,6 +33,7 @@ int run(int argc, char** argv) {
     add_dunes_command(app);
     add_shade_command(app);
     add_sunlight_command(app);
+    add_mesh_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);

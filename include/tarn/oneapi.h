@@ -695,7 +695,7 @@ TARN_API uint32_t SunLightIntegral(SyclQueue* queue, const float* heights, float
 typedef struct mesh_rasterizer_Parameters {
     TarnInt2 resolution;  /**< width and height of the grids */
     uint32_t point_count; /**< MeshRasterizer_RenderPointCloud only */
-    float vertical_scale; /**< height of the model's space over its width; not 0 */
+    float vertical_scale; /**< height of the model's space over its width: a height of 1.0 in widths of the frame */
     float rotation_x;     /**< degrees; a vertex turns about z first, then y, then x */
     float rotation_y;
     float rotation_z;
@@ -727,17 +727,19 @@ typedef struct mesh_rasterizer_MeshView {
  * Draws a mesh from above into a height grid: each cell gets the highest surface over its centre. The model is rotated,
  * fitted to the frame in its proportions and moved, and both sides of its triangles are drawn.
  *
- * Availability: planned; this release does not export it.
- *
  * - mesh: without triangles or vertices nothing is drawn. A triangle number out of range is refused. Triangles with a
- *   bounding box of 2^28 cells or more, without area, or with NaN coordinates draw nothing.
+ *   bounding box of 2^28 cells or more (counted in 32 bits, which wrap around), with two corners in one place, or with
+ *   NaN coordinates draw nothing.
  * - height: in and out; the floor under the model, which stays where no triangle lies above it.
  * - noise: in and out, or null; receives a random number from 0 to 1 for the triangle that won the cell.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * - parameters: reads all but point_count and the displacement. Rewritten: with supersample the resolution in it is
+ *   doubled. Hand a fresh copy to each call. A vertical_scale of 0 is refused; the fit lets the model's height span at
+ *   most 1.0 in the height grid, before scale.
  *
- * Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet, the noise of either may
- * stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 16 * (vertex_count +
- * triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
+ * With supersample 4 * width * height must not exceed 2^31 - 1, and each cell is the mean of four: where the model ends
+ * within it, of model and floor. Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet
+ * at one height, the noise of either may stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 16 * (vertex_count + triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height,
                                             float* noise, mesh_rasterizer_Parameters* parameters,
@@ -748,16 +750,23 @@ TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasteri
  * the normal, and draws the result into a height grid. There is no fit: rotation, scale, offset and rest_on_floor are
  * not read.
  *
- * Availability: planned; this release does not export it.
+ * A vertex v with the normal n moves by displacement_amount * (map + displacement_bias) * n, map being the sum of what
+ * the three maps hold at (v.x, v.y), (v.x, v.z) and (v.y, v.z), weighted by the fourth powers of the components of n
+ * across them; a coordinate of 1 is the width of the maps, or for v.y in the first their height. With
+ * horizontal_displacement the weights are the components themselves, and v moves along the direction of n in the plane
+ * of x and y. Off the maps their border cells count, and the slope of the first two cells up to a cell before them.
  *
  * - mesh: with normals, used in the length they have. Triangles are drawn only if (b - a) x (c - a) does not point
- *   towards +z in frame space, a, b, c being their vertices.
+ *   towards +z in frame space, a, b, c being their vertices; they may be of any size. A triangle number out of range is
+ *   refused.
  * - height: in and out, as for MeshRasterizer_RenderMesh.
- * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution. They may
+ *   be one and the same.
+ * - parameters: reads resolution, vertical_scale, the displacement and supersample. Rewritten: with supersample the
+ *   resolution in it is doubled. Hand a fresh copy to each call. With a vertical_scale of 0 nothing is drawn.
  *
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * vertex_count + 16 * triangle_count +
- * k * cells bytes, with k = 28 with supersample, else 16.
+ * Supersample as for MeshRasterizer_RenderMesh. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 32 * vertex_count + 16 * triangle_count + k * cells bytes, with k = 28 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
     SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height, const float* xy_map, const float* xz_map,
