@@ -28,4 +28,10 @@ Updater<T, D> update(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
     return {buffer, handler, sycl::read_write};
 }
 
+/// The elements of a list inside a kernel.
+template <class T, sycl::access_mode mode>
+auto* elements_of(const sycl::accessor<T, 1, mode>& accessor) {
+    return &accessor[sycl::id<1>(0)];
+}
+
 } // namespace tarn
