@@ -6,7 +6,6 @@
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
-#include "grid/shuffle.hpp"
 
 namespace tarn::color_transport {
 
@@ -40,18 +39,17 @@ void ColorTransport::process() {
     if (particles.empty())
         return;
     flow::shuffle_particles(particles, parameters_.seed);
-    const auto directions = random_directions(parameters_.seed + 14u);
-    auto particle_buffer = flow::borrow(particles.data(), particles.size(), queue_);
-    auto direction_buffer = flow::borrow(directions.data(), directions.size(), queue_);
+    auto particle_buffer = flow::create_particle_buffer(particles, queue_);
+    auto directions = flow::create_direction_buffer(parameters_.seed, parameters_.straight_trails != 0);
     fill(queue_, loads_, Load{});
 
     tracker_.add_total(32.0);
     const flow::TrailLengths lengths(parameters_.width, parameters_.flow_length);
     for (const flow::Batch& batch :
          flow::plan_batches(static_cast<std::uint32_t>(particles.size()), extent_.size(), lengths)) {
-        color_transport_full(particle_buffer, batch.start, batch.short_count, lengths.shortest, direction_buffer);
+        color_transport_full(particle_buffer, batch.start, batch.short_count, lengths.shortest, directions);
         color_transport_full(particle_buffer, batch.start + batch.short_count, batch.long_count, lengths.longest,
-                             direction_buffer);
+                             directions);
         fold(batch.norm);
         tracker_.add(1.0);
         if (tracker_.cancelled)
@@ -60,24 +58,24 @@ void ColorTransport::process() {
 }
 
 void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count,
-                                          float steps, sycl::buffer<Point, 1>& directions) {
+                                          float steps, sycl::buffer<float, 1>& directions) {
     if (count == 0)
         return;
-    const Walk walk{steps, pick_distance(parameters_.transport, extent_[0]), parameters_.straight_trails != 0,
-                    parameters_.seed};
+    const Walk walk{steps, pick_distance(parameters_.transport, extent_[0]), parameters_.seed};
     queue_.submit([&](sycl::handler& handler) {
-        const Reader<Point, 1> points = read(particles, handler), table = read(directions, handler);
+        const Reader<Point, 1> points = read(particles, handler);
+        const Reader<float, 1> table = read(directions, handler);
         const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
         const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
         const Updater<Load> loads = update(loads_, handler);
-        handler.parallel_for(sycl::range<1>(count), [=, has_length_map = length_map_.size() != 1,
-                                                     columns = parameters_.width,
-                                                     rows = parameters_.height](sycl::id<1> item) {
-            const std::uint32_t index = start + static_cast<std::uint32_t>(item[0]);
-            carry_color(elements_of(points)[index], index, walk, {cells_of(heights), columns, rows},
-                        {cells_of(red), cells_of(green), cells_of(blue)}, elements_of(table),
-                        has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
-        });
+        flow::launch_particles(handler, queue_, start, count,
+                               [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
+                                rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
+                                   carry_colors<lanes.value>(
+                                       elements_of(points), first, last, walk, {cells_of(heights), columns, rows},
+                                       {cells_of(red), cells_of(green), cells_of(blue)}, elements_of(table),
+                                       has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
+                               });
     });
 }
 

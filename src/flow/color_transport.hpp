@@ -68,7 +68,7 @@ class ColorTransport {
   private:
     /// Walks `count` particles from `start` on over the work heights, with the image as it is.
     void color_transport_full(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count, float steps,
-                              sycl::buffer<Point, 1>& directions);
+                              sycl::buffer<float, 1>& directions);
     /// Mixes what a batch has laid down into the image, adds its visits to the work heights, and clears both.
     void fold(float norm);
 

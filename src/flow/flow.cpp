@@ -4,7 +4,6 @@
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
-#include "grid/shuffle.hpp"
 
 namespace tarn::flow {
 
@@ -30,9 +29,8 @@ void Flow::process() {
     if (particles.empty())
         return;
     shuffle_particles(particles, parameters_.seed);
-    const auto directions = random_directions(parameters_.seed + 14u);
-    auto particle_buffer = borrow(particles.data(), particles.size(), queue_);
-    auto direction_buffer = borrow(directions.data(), directions.size(), queue_);
+    auto particle_buffer = create_particle_buffer(particles, queue_);
+    auto directions = create_direction_buffer(parameters_.seed);
     fill(queue_, flow_map_, 0.0f);
     fill(queue_, hits_, 0.0f);
 
@@ -40,8 +38,8 @@ void Flow::process() {
     const TrailLengths lengths(parameters_.width, parameters_.flow_length);
     const auto long_steps = static_cast<std::uint32_t>(lengths.longest);
     for (const Batch& batch : plan_batches(static_cast<std::uint32_t>(particles.size()), extent_.size(), lengths)) {
-        flow(particle_buffer, batch.start, batch.short_count, short_steps, direction_buffer);
-        flow(particle_buffer, batch.start + batch.short_count, batch.long_count, long_steps, direction_buffer);
+        flow(particle_buffer, batch.start, batch.short_count, short_steps, directions);
+        flow(particle_buffer, batch.start + batch.short_count, batch.long_count, long_steps, directions);
         fold(batch.norm);
         tracker_.add(1.0);
         if (tracker_.cancelled)
@@ -50,19 +48,20 @@ void Flow::process() {
 }
 
 void Flow::flow(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count, std::uint32_t steps,
-                sycl::buffer<Point, 1>& directions) {
+                sycl::buffer<float, 1>& directions) {
     if (count == 0)
         return;
     queue_.submit([&](sycl::handler& handler) {
-        const Reader<Point, 1> points = read(particles, handler), table = read(directions, handler);
+        const Reader<Point, 1> points = read(particles, handler);
+        const Reader<float, 1> table = read(directions, handler);
         const Reader<float> heights = read(work_heights_, handler);
         const Updater<float> hits = update(hits_, handler);
-        handler.parallel_for(sycl::range<1>(count), [=, seed = parameters_.seed, columns = parameters_.width,
-                                                     rows = parameters_.height](sycl::id<1> item) {
-            const std::uint32_t index = start + static_cast<std::uint32_t>(item[0]);
-            trace(elements_of(points)[index], index, seed, steps, {cells_of(heights), columns, rows},
-                  elements_of(table), cells_of(hits));
-        });
+        launch_particles(handler, queue_, start, count,
+                         [=, seed = parameters_.seed, columns = parameters_.width,
+                          rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
+                             trace<lanes.value>(elements_of(points), first, last, seed, steps,
+                                                {cells_of(heights), columns, rows}, elements_of(table), cells_of(hits));
+                         });
     });
 }
 

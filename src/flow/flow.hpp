@@ -42,7 +42,7 @@ class Flow {
   private:
     /// Walks `count` particles from `start` on over the work heights and counts their visits.
     void flow(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count, std::uint32_t steps,
-              sycl::buffer<Point, 1>& directions);
+              sycl::buffer<float, 1>& directions);
     /// Adds the visits of a batch to the flow map and to the work heights, and clears them.
     void fold(float norm);
 

@@ -51,6 +51,25 @@ void shuffle_particles(std::vector<Point>& particles, std::uint32_t seed) {
     shuffle(particles, generator);
 }
 
+sycl::buffer<Point, 1> create_particle_buffer(const std::vector<Point>& particles, sycl::queue& queue) {
+    const sycl::range<1> count(particles.size());
+    if (!queue.get_device().is_cpu())
+        return sycl::buffer<Point, 1>(particles.data(), count);
+    sycl::buffer<Point, 1> buffer(const_cast<Point*>(particles.data()), count,
+                                  {sycl::property::buffer::use_host_ptr()});
+    buffer.set_final_data(nullptr);
+    return buffer;
+}
+
+sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero) {
+    std::vector<float> coordinates;
+    for (const auto& direction : random_directions(seed + 14u)) {
+        coordinates.push_back(are_zero ? 0.0f : direction.x());
+        coordinates.push_back(are_zero ? 0.0f : direction.y());
+    }
+    return sycl::buffer<float, 1>(coordinates.begin(), coordinates.end());
+}
+
 std::vector<Batch> plan_batches(std::uint32_t particles, std::uint64_t cells, const TrailLengths& lengths) {
     const std::uint32_t size = particles / most_batches + (particles % most_batches != 0 ? 1 : 0);
     const std::uint32_t long_trails = std::min(most_long_trails, particles) / most_batches;

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 #include <sycl/sycl.hpp>
 
 #include "flow/pit_filling.hpp"
+#include "grid/numeric.hpp"
 
 namespace tarn::flow {
 
@@ -20,16 +22,11 @@ std::vector<Point> seed_particles(Grid& mask, const sycl::range<2>& extent, std:
 /// Puts the particles into random order.
 void shuffle_particles(std::vector<Point>& particles, std::uint32_t seed);
 
-/// A buffer over elements that outlive it: in place on a CPU, not written back elsewhere.
-template <class T>
-sycl::buffer<T, 1> borrow(const T* elements, std::size_t count, sycl::queue& queue) {
-    if (!queue.get_device().is_cpu())
-        return sycl::buffer<T, 1>(elements, sycl::range<1>(count));
-    sycl::buffer<T, 1> buffer(const_cast<T*>(elements), sycl::range<1>(count),
-                              {sycl::property::buffer::use_host_ptr()});
-    buffer.set_final_data(nullptr);
-    return buffer;
-}
+/// A buffer over particles that outlive it: in place on a CPU, not written back elsewhere.
+sycl::buffer<Point, 1> create_particle_buffer(const std::vector<Point>& particles, sycl::queue& queue);
+
+/// The x and y, in turn, of 32 unit vectors in random order, or of as many zeros for trails without kicks.
+sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero = false);
 
 /// The lengths of trails, in steps.
 struct TrailLengths {
@@ -51,5 +48,24 @@ struct Batch {
 
 /// All particles in at most 32 batches of equal size, but for the last one. At most 0x40000 trails in all are long.
 std::vector<Batch> plan_batches(std::uint32_t particles, std::uint64_t cells, const TrailLengths& lengths);
+
+/// Calls `particles(first, last, lanes)` for all of `count` particles from `start` on: one at a time on GPUs, blocks on
+/// CPUs, which walk as many as `lanes`, a constant, in step.
+template <class Particles>
+void launch_particles(sycl::handler& handler, const sycl::queue& queue, std::uint32_t start, std::uint32_t count,
+                      Particles particles) {
+    if (!queue.get_device().is_cpu()) {
+        handler.parallel_for(sycl::range<1>(count), [=](sycl::id<1> item) {
+            const std::uint32_t first = start + static_cast<std::uint32_t>(item[0]);
+            particles(first, first + 1u, std::integral_constant<int, 1>{});
+        });
+        return;
+    }
+    constexpr std::uint32_t block = 128;
+    handler.parallel_for(sycl::range<1>((count + block - 1u) / block), [=](sycl::id<1> item) {
+        const std::uint32_t offset = static_cast<std::uint32_t>(item[0]) * block;
+        particles(start + offset, start + minimum(offset + block, count), std::integral_constant<int, 16>{});
+    });
+}
 
 } // namespace tarn::flow
