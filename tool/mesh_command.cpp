@@ -243,7 +243,7 @@ void MeshCommand::run() {
     if (!preview.empty()) {
         ShadeOptions shade;
         shade.height_unit = static_cast<double>(vertical_scale) * heights.width; // in cells
-        write_picture(preview, heights.width, heights.height, 3, shade_relief(heights, {1, 1}, shade));
+        write_picture(preview, heights.width, heights.height, 3, shade_relief(host, heights, {1, 1}, shade));
     }
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "grid/access.hpp"
+#include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
 #include "lighting/sweep_kernels.hpp"
 
@@ -92,16 +93,6 @@ Grid transposed(Grid& source, sycl::queue& queue) {
         });
     });
     return result;
-}
-
-void clear(PhotonMap& map, sycl::queue& queue) {
-    queue.submit([&](sycl::handler& handler) {
-        const auto to = overwrite(map, handler);
-        launch_cells(launch_on(handler, queue), Extent<2>(map.get_range()), 0,
-                     [=, columns = static_cast<std::ptrdiff_t>(map.get_range()[1])](int x, int y, auto) {
-                         cells_of(to)[y * columns + x] = 0;
-                     });
-    });
 }
 
 void add_transposed(PhotonMap& source, PhotonMap& target, sycl::queue& queue) {
@@ -251,7 +242,7 @@ void sweep_by_strips(Grids& grids, PhotonMap& photonmap, std::vector<ScanRay> ra
         layouts.emplace_back(grids, photonmap, std::vector<ScanRay>(rays.begin(), across));
     if (across != rays.end()) {
         PhotonMap photons(photonmap.get_range());
-        clear(photons, queue);
+        fill(queue, photons, std::int32_t{0});
         layouts.emplace_back(grids.transposed(queue), photons, std::vector<ScanRay>(across, rays.end()));
     }
 

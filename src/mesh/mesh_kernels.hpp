@@ -198,7 +198,8 @@ inline ClippedBox visible_box(const vec3& a, const vec3& b, const vec3& c, int w
         return {0, 0, -1, -1};
     const Bounds bounds(a, b, c);
     return {maximum(to_int(sycl::floor(bounds.min_x)), 0), maximum(to_int(sycl::floor(bounds.min_y)), 0),
-            minimum(to_int(sycl::ceil(bounds.max_x)), width - 1), minimum(to_int(sycl::ceil(bounds.max_y)), height - 1)};
+            minimum(to_int(sycl::ceil(bounds.max_x)), width - 1),
+            minimum(to_int(sycl::ceil(bounds.max_y)), height - 1)};
 }
 
 } // namespace tarn::mesh_rasterizer
