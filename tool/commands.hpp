@@ -5,6 +5,7 @@ class App;
 }
 
 /// Each adds one subcommand, which runs as soon as its arguments are parsed and throws ToolError if it fails.
+void add_debris_command(CLI::App& app);
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_mesh_command(CLI::App& app);

@@ -34,6 +34,7 @@ int run(int argc, char** argv) {
     add_shade_command(app);
     add_sunlight_command(app);
     add_mesh_command(app);
+    add_debris_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);
