@@ -35,6 +35,9 @@ int run(int argc, char** argv) {
     add_sunlight_command(app);
     add_mesh_command(app);
     add_debris_command(app);
+    add_stamp_command(app);
+    add_median_command(app);
+    add_cells_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);
