@@ -65,7 +65,7 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
         enter(k);
 
     for (Mask any = mask_of(true); any != 0;) {
-        walkers.look(terrain, directions, inertia);
+        walkers.template look<true>(terrain, directions, inertia);
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
             const Mask climbs = mask_of(walkers.height[k] >= walkers.previous_height[k]) & ~walkers.is_new[k];

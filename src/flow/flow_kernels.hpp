@@ -33,7 +33,7 @@ inline void trace(const Point* particles, std::uint32_t first, std::uint32_t las
         enter(k);
 
     for (Mask any = mask_of(true); any != 0;) {
-        walkers.look(terrain, directions, inertia);
+        walkers.template look<false>(terrain, directions, inertia);
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
             const float x = walkers.x[k] + walkers.direction_x[k], y = walkers.y[k] + walkers.direction_y[k];

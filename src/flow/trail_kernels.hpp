@@ -88,7 +88,9 @@ struct Walkers {
     }
 
     /// Measures the terrain and turns to the next direction: what is left of the last one, a random kick and a unit
-    /// vector down the slope. On level ground particles go straight on, and new ones end.
+    /// vector down the slope. On level ground particles go straight on, and new ones end; where heights are no numbers,
+    /// new ones end too, or, with `without_slope`, when they leave the first cell.
+    template <bool without_slope>
     void look(const Terrain& terrain, const float* directions, float inertia) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
@@ -102,12 +104,13 @@ struct Walkers {
             const float dy = inertia * direction_y[k] + 0.7f * directions[2 * entry + 1] - up_y;
             const float norm = length(dx, dy);
             const Mask slopes = mask_of(steepness > 0.0f);
+            const Mask starts = without_slope ? ~mask_of(steepness == 0.0f) : slopes;
             state[k] = next_state;
-            direction_x[k] = blend(slopes, blend(fresh, -up_x, dx / norm), direction_x[k]);
-            direction_y[k] = blend(slopes, blend(fresh, -up_y, dy / norm), direction_y[k]);
+            direction_x[k] = blend(fresh, -up_x, blend(slopes, dx / norm, direction_x[k]));
+            direction_y[k] = blend(fresh, -up_y, blend(slopes, dy / norm, direction_y[k]));
             previous_height[k] = height[k];
             height[k] = here.height;
-            is_walking[k] &= slopes | ~fresh;
+            is_walking[k] &= starts | ~fresh;
         }
     }
 };
