@@ -18,13 +18,15 @@ parallel_erosion_Parameters parameters(int side, float feature_size, float itera
     p.feature_size = feature_size;
     p.iterations = iterations;
     p.seed = 1;
-    p.erosion_strength = 0.5f;
-    p.shaping_strength = 0.5f;
-    p.shaping_sharpness = 0.5f;
+    p.erosion_strength = 0.6f;
+    p.shaping_strength = 0.3f;
+    p.shaping_sharpness = 0.6f;
     p.fill_slope_scale = 1.0f;
-    p.fill_angle = 20.0f;
+    p.fill_angle = 5.0f;
     p.plain_deposition = 0.2f;
-    p.plain_angle = 8.0f;
+    p.plain_angle = 5.0f;
+    p.terrace_angle = 30.0f;
+    p.constant_capacity = 0.05f;
     return p;
 }
 
@@ -93,9 +95,11 @@ void erosion_shaping(benchmark::State& state) {
 BENCHMARK(erosion_shaping<false>)->RangeMultiplier(2)->Range(64, 2048)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(erosion_shaping<true>)->RangeMultiplier(2)->Range(64, 2048)->UseRealTime()->Unit(benchmark::kMillisecond);
 
+/// A run with the tool's defaults, whose largest features are a twentieth of the side; and one with large ones.
 void erosion_run(benchmark::State& state) {
     const auto side = static_cast<int>(state.range(0));
-    const parallel_erosion_Parameters p = parameters(side, static_cast<float>(side) * 0.25f, 200.0f);
+    const auto feature_size = static_cast<float>(side) / static_cast<float>(state.range(1));
+    const parallel_erosion_Parameters p = parameters(side, feature_size, static_cast<float>(state.range(2)));
     const std::vector<float> input = terrain(side, side);
     run(state, input, p);
     report_peak_memory(state, input.size(), [&](sycl::queue& queue, const HostCallbacks& host) {
@@ -104,6 +108,11 @@ void erosion_run(benchmark::State& state) {
         erode(state, queue, host, grids, p);
     });
 }
-BENCHMARK(erosion_run)->Arg(256)->Arg(512)->Arg(1024)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(erosion_run)
+    ->ArgNames({"side", "features", "rounds"})
+    ->ArgsProduct({{256, 512, 1024}, {20}, {30}})
+    ->Args({1024, 4, 200})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -145,7 +145,7 @@ struct Ground {
     Ground(int columns, int rows, const std::function<float(float, float)>& height_at) {
         setting.columns = columns;
         setting.rows = rows;
-        setting.cell = setting.inverse_cell = 1.0f;
+        setting.half_inverse_cell = 0.5f; // cells one unit of height wide
         setting.fill_slope_scale = 1.0f;
         setting.fill_tangent = 0.5f;
         setting.largest_change = 1e6f;

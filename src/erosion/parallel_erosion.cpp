@@ -22,10 +22,6 @@ sycl::range<2> one_if_absent(const sycl::range<2>& shape, bool is_given) {
     return is_given ? shape : sycl::range<2>(1, 1);
 }
 
-sycl::range<2> half_but_one(const sycl::range<2>& shape) {
-    return {std::max<std::size_t>(shape[0] >> 1, 1), std::max<std::size_t>(shape[1] >> 1, 1)};
-}
-
 /// One particle for each 256 cells.
 std::uint32_t particle_count(const LaplacianLevel& level) {
     return static_cast<std::uint32_t>(std::max<std::size_t>(level.size() >> 8, 1));
@@ -61,10 +57,10 @@ Setting make_setting(const LaplacianLevel& level, const Parameters& p, const Con
     Setting s{};
     s.columns = static_cast<int>(level.cols);
     s.rows = static_cast<int>(level.rows);
-    s.cell = level.cell_width(p);
-    s.inverse_cell = 1.0f / s.cell;
+    const float cell = level.cell_width(p);
+    s.half_inverse_cell = 1.0f / cell * 0.5f;
     s.drop_capacity = context.capacity_scale * (1.0f - p.constant_capacity);
-    s.constant_capacity = ((p.constant_capacity * p.erosion_strength) * s.cell) * 0.15f;
+    s.constant_capacity = ((p.constant_capacity * p.erosion_strength) * cell) * 0.15f;
     s.fill_slope_scale = p.fill_slope_scale;
     s.fill_tangent = context.fill_tangent;
     s.plain_tangent = context.plain_tangent;
@@ -189,8 +185,8 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid
       reach(one_if_absent(sycl::range<2>(rows, cols), spawn_map.size() != 1)), reach_next(reach.get_range()) {}
 
 LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel* finer)
-    : queue(&level_queue), rows(half_but_one(finer->height.get_range())[0]),
-      cols(half_but_one(finer->height.get_range())[1]), parent(finer),
+    : queue(&level_queue), rows(std::max<std::size_t>(finer->rows / 2, 1)),
+      cols(std::max<std::size_t>(finer->cols / 2, 1)), parent(finer),
       height(resampling::next_level(finer->height, level_queue)), flow(sycl::range<2>(rows, cols)),
       delta(sycl::range<2>(rows, cols)), sediment(sycl::range<2>(rows, cols)), wear(sycl::range<2>(rows, cols)),
       detail(sycl::range<2>(rows, cols)), delta_sum(sycl::range<2>(rows, cols)),

@@ -29,9 +29,8 @@ inline constexpr float least_surface = -999999.0f;
 struct Setting {
     int columns;
     int rows;
-    /// Width of a cell in units of height, and its inverse.
-    float cell;
-    float inverse_cell;
+    /// Turns the fall over two steps into a true slope.
+    float half_inverse_cell;
     /// Capacity per unit of drop along the path, and apart from it.
     float drop_capacity;
     float constant_capacity;
@@ -262,7 +261,6 @@ inline void carve(Particle* particles, const std::uint32_t* active, int count, c
         alive[k] = mask_of(p.dead == 0);
     }
 
-    const float half_inverse_cell = s.inverse_cell * 0.5f;
     for (int i = 0; i <= last; ++i) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
@@ -272,7 +270,7 @@ inline void carve(Particle* particles, const std::uint32_t* active, int count, c
             const float next2 = heights[i + 2][k];
             const float prev2 = heights[maximum(i - 2, 0)][k];
 
-            const float raw_slope = (prev - next) * half_inverse_cell;
+            const float raw_slope = (prev - next) * s.half_inverse_cell;
             const float slope = maximum(raw_slope, 0.0f);
             const float keep =
                 blend(mask_of(s.fill_slope_scale * slope < s.fill_tangent), 1.0f, 0.5f / (4.0f * slope + 1.0f));
@@ -291,10 +289,11 @@ inline void carve(Particle* particles, const std::uint32_t* active, int count, c
             const Mask on_terrace = overloaded & mask_of(raw_slope > s.terrace_tangent * 0.8f) &
                                     mask_of(raw_slope < s.terrace_tangent * 1.25f);
             const Mask on_plain = overloaded & mask_of(raw_slope < s.plain_tangent);
-            const float level = blend(mask_of(slope < s.plain_tangent * 0.1f), 100.0f, 1.0f);
+            // Level ground takes as much as there is.
+            const float on_level = blend(mask_of(slope < s.plain_tangent * 0.1f), 100.0f, 1.0f);
             float deposit = fill * keep;
             deposit = blend(on_terrace, deposit + minimum(capacity, load * s.terrace_share), deposit);
-            deposit = blend(on_plain, deposit + minimum(capacity, (load * s.plain_share) * level), deposit);
+            deposit = blend(on_plain, deposit + minimum(capacity, (load * s.plain_share) * on_level), deposit);
 
             const float target = bed - capacity;
             const float old = surface[k];
