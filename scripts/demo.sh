@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the library and the tool, works on the terrain in data/, and writes grids and pictures to out/.
+# Builds the library and the tool, works on the terrain in data/, and writes grids and pictures to out/. Every picture
+# but those of differences and of bare colours is rendered by the library.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -12,40 +13,84 @@ terrain=data/jacksboro.tif
 light=(--exaggeration 3)
 mkdir -p out
 
+# run COMMAND ARGUMENT...: a step of the demo, with its time.
+run() {
+    local start=$SECONDS
+    echo "tarn $*"
+    "$tarn" "$@"
+    echo "  $((SECONDS - start)) s"
+}
+
 echo
 "$tarn" devices
 echo
-"$tarn" shape "$terrain" out/shaped.tif
-"$tarn" preview "$terrain" out/before.png "${light[@]}"
-"$tarn" preview out/shaped.tif out/after.png "${light[@]}"
-"$tarn" preview out/shaped.tif out/difference.png --difference "$terrain"
 
-"$tarn" weather "$terrain" out/weathered.tif --depth-out out/depth.tif --wear-out out/wear.tif
-"$tarn" preview out/weathered.tif out/weathered.png "${light[@]}"
-for grid in depth wear; do # colours alone, without relief
-    "$tarn" preview out/$grid.tif out/$grid.png --altitude 90
+# Light: the terrain as it is, a winter's afternoon, and where the sun shines over a year and in its darkest weeks.
+run shade "$terrain" out/before.png "${light[@]}"
+run shade "$terrain" out/winter_afternoon.png --exaggeration 2 --date 12-21 --time 15:30
+run sunlight "$terrain" out/sunlight_year.tif --preview out/sunlight_year.png
+run sunlight "$terrain" out/sunlight_midwinter.tif --first-day 12-11 --last-day 12-31 --preview out/sunlight_midwinter.png
+
+# Slopes that fail.
+run shape "$terrain" out/shaped.tif
+run shade out/shaped.tif out/after.png "${light[@]}"
+run preview out/shaped.tif out/difference.png --difference "$terrain"
+run weather "$terrain" out/weathered.tif --depth-out out/depth.tif --wear-out out/wear.tif
+run shade out/weathered.tif out/weathered.png "${light[@]}"
+for grid in depth wear; do
+    run preview out/$grid.tif out/$grid.png --flat
 done
 
-# A flat sheet of sand, 512 x 512 cells of a metre.
+# Running water, in three tempers.
+run erode "$terrain" out/mountains.tif --columns 1024 --feature-size 1500 --iterations 15 --erosion-strength 0.9 \
+    --plain-deposition 0 --shaping-sharpness 0.7 --fill-angle 2 --flow-out out/mountains_flow.tif
+run shade out/mountains.tif out/mountains.png "${light[@]}"
+run erode "$terrain" out/terraces.tif --columns 512 --feature-size 3000 --iterations 60 --erosion-strength 0.9 \
+    --constant-capacity 0 --plain-deposition 0 --terrace-deposition 4 --terrace-angle 3 --shaping-strength 0.1 \
+    --shaping-sharpness 1 --shaping-detail 0.5 --fill-angle 0
+run shade out/terraces.tif out/terraces.png "${light[@]}"
+run erode "$terrain" out/plains.tif --columns 512 --feature-size 2000 --iterations 40 --erosion-strength 0.4 \
+    --constant-capacity 0 --plain-deposition 1 --plain-angle 8 --shaping-strength 0.5 --shaping-sharpness 0.1 \
+    --fill-angle 20
+run shade out/plains.tif out/plains.png "${light[@]}"
+
+# Rocks at the foot of a valley's slopes, seen from close by.
+run debris "$terrain" out/rocks.tif --window 173 96 6 5 --resolution 960 --count 6000 --max-size 60 --min-size 8 \
+    --favour-small --restitution 0.2 --preview out/rocks.png
+
+# A flat sheet of sand, 512 x 512 cells of a metre, in the wind.
 side=512
 row=$(printf '0 %.0s' $(seq $side))
 {
     printf 'ncols %d\nnrows %d\nxllcorner 0\nyllcorner 0\ncellsize 1\n' $side $side
     for ((y = 0; y < side; y++)); do echo "$row"; done
 } >out/flat.asc
-start=$SECONDS
-"$tarn" dunes out/flat.asc out/dunes.tif --sand 3 --duration 0.25
-dune_seconds=$((SECONDS - start))
-"$tarn" preview out/dunes.tif out/dunes.png --azimuth 270 --altitude 30 --exaggeration 2 --grey
+run dunes out/flat.asc out/dunes.tif --sand 3 --duration 0.25
+run shade out/dunes.tif out/dunes.png --azimuth 270 --elevation 30 --exaggeration 2 --albedo 0.5
 
-cat <<END
-
-out/shaped.tif        the shaped grid, heights in metres
-out/before.png        the terrain in data/jacksboro.tif, shaded
-out/after.png         the same after its slopes have failed
-out/difference.png    after minus before: red is loss, blue is gain
-out/weathered.tif     the terrain after its slopes have weathered, and its picture weathered.png
-out/depth.tif         the loose cover on it in metres, and its picture depth.png
-out/wear.tif          what was loosened in metres, and its picture wear.png
-out/dunes.tif         dunes grown on a sheet of sand in $dune_seconds s, and their picture dunes.png
-END
+# A model, a knot, seen from above, and the same with the terrain's relief for a skin.
+awk 'BEGIN {
+    around = 600; across = 48; turn = 6.283185307
+    for (i = 0; i < around; ++i) {
+        t = turn * i / around
+        x = sin(t) + 2 * sin(2 * t); y = cos(t) - 2 * cos(2 * t); z = -sin(3 * t)
+        # The direction along the knot, and two across it.
+        ax = cos(t) + 4 * cos(2 * t); ay = -sin(t) + 4 * sin(2 * t); az = -3 * cos(3 * t)
+        a = sqrt(ax * ax + ay * ay + az * az); ax /= a; ay /= a; az /= a
+        bx = ay; by = -ax; b = sqrt(bx * bx + by * by); bx /= b; by /= b
+        cx = -az * by; cy = az * bx; cz = ax * by - ay * bx
+        for (j = 0; j < across; ++j) {
+            c = 0.6 * cos(turn * j / across); s = 0.6 * sin(turn * j / across)
+            printf "v %.5f %.5f %.5f\n", x + c * bx + s * cx, y + c * by + s * cy, z + s * cz
+        }
+    }
+    for (i = 0; i < around; ++i)
+        for (j = 0; j < across; ++j) {
+            p = i * across + j + 1; q = i * across + (j + 1) % across + 1
+            r = (i + 1) % around * across + (j + 1) % across + 1; o = (i + 1) % around * across + j + 1
+            printf "f %d %d %d\nf %d %d %d\n", p, o, q, q, o, r
+        }
+}' >out/knot.obj
+run mesh out/knot.obj out/knot.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample --preview out/knot.png
+run mesh out/knot.obj out/knot_of_rock.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample \
+    --displacement "$terrain" --displacement-amount 3 --displacement-bias -0.015 --preview out/knot_of_rock.png
