@@ -764,8 +764,6 @@ TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float*
  * along the interpolated vertex normal (weighted by angle; Thuermer and Wuethrich, 1998) meets the heights, and the
  * normal there is written in the tangent frame of the mesh, whose texture coordinates are x and y.
  *
- * Availability: planned; this release does not export it.
- *
  * - mesh: should cover the frame, with the winding told at the triplanar function. Cells under no triangle keep their
  *   outputs.
  * - height: in; the detailed surface, 1.0 being vertical_scale * width cells.

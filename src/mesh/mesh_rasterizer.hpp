@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
@@ -94,6 +95,11 @@ class MeshRasterizer {
     /// As `render3`, in the launch shape for CPUs.
     template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
     void render3_cpu();
+
+    /// Bakes the normals of `height` in the frames of the vertices, which are in unit space. Cells under no triangle
+    /// keep what the outputs hold.
+    void compute_tangent_space_normals(float* red, float* green, float* blue, vec2* hit_positions,
+                                       std::vector<vec3>& vertex_normals, std::vector<vec3>& vertex_tangents);
 
   private:
     ProgressTracker tracker_;
