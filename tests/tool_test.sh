@@ -90,6 +90,40 @@ expect 0 "the sand is resampled from 20 x 17 to 403 x 344 cells" dunes "$terrain
 expect_change 0 0 "$terrain" dunes.tif
 expect 64 "a depth must be a finite number from 0 up" dunes "$terrain" dunes.tif --sand -1
 
+# Models: a pyramid, which stands upright from any file that says where up is, on the floor it is given.
+cat >pyramid.obj <<'END'
+v -1 0 -1
+v 1 0 -1
+v 1 0 1
+v -1 0 1
+v 0 1 0
+f 1 5 2
+f 2 5 3
+f 3 5 4
+f 4 5 1
+END
+expect 0 "" mesh pyramid.obj pyramid.asc --size 64 --floor -1 --rest-on-floor --noise-out noise.tif --preview pyramid.png
+asc 64 64 1 '(31.5 - (x > y ? (x > 63 - y ? x - 31.5 : 31.5 - y) : (x > 63 - y ? y - 31.5 : 31.5 - x))) / 64 + 0.5 / 64' >expected.asc
+expect_change -0.02 0.02 expected.asc pyramid.asc
+{
+    printf 'ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n'
+    printf 'element face 4\nproperty list uchar int vertex_indices\nend_header\n'
+    printf -- '-1 -1 0\n1 -1 0\n1 1 0\n-1 1 0\n0 0 1\n3 0 1 4\n3 1 2 4\n3 2 3 4\n3 3 0 4\n'
+} >pyramid.ply
+expect 0 "" mesh pyramid.ply from_ply.asc --size 64 --floor -1 --rest-on-floor
+expect_change -0.001 0.001 pyramid.asc from_ply.asc
+# Maps of 0 displace nothing, and a placed model lies where it lies without them.
+asc 64 64 1 0 >no_map.asc
+placed=(--size 64x40 --rotate-z 30 --rotate-x 20 --scale 0.7 --offset-x 0.1 --offset-y -0.2 --offset-z 0.3 --vertical-scale 0.5)
+expect 0 "" mesh pyramid.ply placed.asc "${placed[@]}"
+expect 0 "is resampled" mesh pyramid.ply displaced.asc "${placed[@]}" --displacement no_map.asc
+expect_change -0.01 0.01 placed.asc displaced.asc
+expect 0 "" mesh pyramid.ply on_terrain.tif --floor "$terrain" --supersample
+expect 64 "--noise-out" mesh pyramid.ply out.tif --displacement no_map.asc --noise-out noise.tif
+expect 64 "no size such as 1024" mesh pyramid.ply out.tif --size 10x
+expect 66 "cannot read 'nothing.obj'" mesh nothing.obj out.tif
+expect 66 "cannot read" mesh no_map.asc out.tif
+
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc
 expect_change 0 0 shaped.tif shaped.asc
@@ -139,6 +173,19 @@ expect 0 "padded to 408 x 344" weather "$terrain" weathered.tif --depth-out dept
 [[ -s weathered.tif && -s depth.tif && -s wear.asc ]] || fail "tarn weather wrote too little"
 expect 0 "" weather even.asc masked.asc --erosion-mask even.asc --absorption-mask even.asc
 expect 64 "--absorption" weather "$terrain" out.tif --absorption 2
+expect 0 "padded to 408 x 344" erode "$terrain" eroded.tif --iterations 4 --flow-out flow.tif --sediment-out sediment.tif \
+    --wear-out wear.tif --preview eroded.png
+[[ -s eroded.tif && -s flow.tif && -s sediment.tif && -s wear.tif && -s eroded.png ]] || fail "tarn erode wrote too little"
+"$tarn" preview eroded.tif change.png --difference "$terrain" 2>&1 | grep -q 'change by -[1-9]' || fail "nothing was eroded"
+expect 0 "" erode "$terrain" again.tif --iterations 4
+expect_change 0 0 eroded.tif again.tif
+expect 0 "" erode "$terrain" dry.tif --iterations 4 --spawn-map no_mask.asc
+expect_change -0.01 0.01 "$terrain" dry.tif
+expect 0 "width 64, height 64, terrain_size 160," --verbose erode plain.asc wide.asc --columns 64
+[[ "$(sed -n 's/cellsize *//p' wide.asc | cut -c 1-3)" == 2.5 ]] || fail "wide.asc is not 64 cells of 2.5 m wide"
+expect 0 "" erode holes.asc holes_out.asc --columns 64 --iterations 2
+[[ "$(tail -n 64 holes_out.asc | tr ' ' '\n' | grep -c -E '^-9999(\.0)?$')" == 64 ]] || fail "holes_out.asc has other holes"
+expect 64 "--plain-angle" erode "$terrain" out.tif --plain-angle 91
 expect 64 "--colour" shape "$terrain" out.tif --colour red
 expect 64 "not a finite number" shape "$terrain" out.tif --rate nan
 expect 64 "not a finite number" shape "$terrain" out.tif --rate 1e999

@@ -7,6 +7,8 @@ class App;
 /// Each adds one subcommand, which runs as soon as its arguments are parsed and throws ToolError if it fails.
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
+void add_mesh_command(CLI::App& app);
+void add_erode_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

@@ -29,7 +29,9 @@ int run(int argc, char** argv) {
     add_devices_command(app);
     add_shape_command(app);
     add_weather_command(app);
+    add_erode_command(app);
     add_dunes_command(app);
+    add_mesh_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);

@@ -84,6 +84,34 @@ std::vector<float> resample(const std::vector<float>& cells, GridSize from, Grid
     return result;
 }
 
+Grid stretched(const Grid& grid, GridSize size) {
+    const GridSize own_size{grid.width, grid.height};
+    Grid result = grid;
+    result.width = size.width;
+    result.height = size.height;
+    result.cells = resample(grid.cells, own_size, size);
+    if (!grid.missing.empty()) {
+        result.missing.assign(result.size(), 0);
+        const std::vector<Position> columns = positions(own_size.width, size.width);
+        const std::vector<Position> rows = positions(own_size.height, size.height);
+        const auto nearer = [](const Position& p) {
+            return p.weight < 0.5f ? p.first : p.second;
+        };
+        for (int y = 0; y < size.height; ++y)
+            for (int x = 0; x < size.width; ++x)
+                result.missing[index(size, x, y)] = grid.missing[index(
+                    own_size, nearer(columns[static_cast<std::size_t>(x)]), nearer(rows[static_cast<std::size_t>(y)]))];
+    }
+    if (result.geotransform) {
+        auto& map = *result.geotransform;
+        for (const std::size_t along_column : {1, 4})
+            map[along_column] *= static_cast<double>(own_size.width) / size.width;
+        for (const std::size_t along_row : {2, 5})
+            map[along_row] *= static_cast<double>(own_size.height) / size.height;
+    }
+    return result;
+}
+
 std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what) {
     const GridSize own_size{grid.width, grid.height};
     if (own_size == size)
@@ -93,11 +121,11 @@ std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& wha
     return resample(grid.cells, own_size, size);
 }
 
-std::vector<float> read_mask(const std::string& name, GridSize size) {
+std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what) {
     Grid grid = read_grid(name, 0.0f);
     const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
     if (grid.integer_maximum > 0 && highest > 1)
         for (float& cell : grid.cells)
             cell /= static_cast<float>(grid.integer_maximum);
-    return fitted_cells(std::move(grid), size, "the mask");
+    return fitted_cells(std::move(grid), size, what);
 }

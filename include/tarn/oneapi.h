@@ -354,11 +354,11 @@ TARN_API uint32_t ThermalSimulation(SyclQueue* queue, float* heights, float* dep
  * ------------------------------------------------------------------------------------------------------------------ */
 
 typedef struct parallel_erosion_Resolution {
-    uint32_t width; /**< at most 2^31 - 1, as height */
+    uint32_t width; /**< 1 to 2^24, as height */
     uint32_t height;
 } parallel_erosion_Resolution;
 
-/** Parameters of ParallelErosionSimulation. 84 bytes. */
+/** Parameters of ParallelErosionSimulation. 84 bytes. All angles are in degrees, and compare with true slopes. */
 typedef struct parallel_erosion_Parameters {
     parallel_erosion_Resolution Resolution;
     float terrain_size;
@@ -366,52 +366,59 @@ typedef struct parallel_erosion_Parameters {
     /** Largest feature, world units; above 0. Above a fifth of terrain_size it levels off towards 0.37 of it. */
     float feature_size;
     float reserved_1;
-    /** Rounds of particles at a level of full weight, from 0. */
+    /** Rounds of particles at a level of full weight; at most 2^30, and none at 0 or below. */
     float iterations;
     float reserved_2;
     /** Seed of all random numbers; any value. */
     uint32_t seed;
-    /** How much the water carries. */
+    /** How much the water carries per unit of fall, usually 0 to 1. Above 1 it digs itself in. */
     float erosion_strength;
     float reserved_3;
     /** Strength of the shaping after each round, which wears steep faces back and smooths; none at 0 or below. */
     float shaping_strength;
     /** Mix of the shaping, 0 to 1: 0 smooths, 1 only cuts. */
     float shaping_sharpness;
-    /** Shaping starts to fade log2(1 / shaping_detail) levels above the coarsest, for values from 0 to 1; 0: never. */
+    /** From 0. Shaping starts to fade log2(1 / shaping_detail) levels above the coarsest; 0: never. */
     float shaping_detail;
     /** Hollows on a path are filled in full where fill_slope_scale * slope is below tan(fill_angle), else in part. */
     float fill_slope_scale;
     float fill_angle;
-    /** Share of the sediment dropped on slopes below tan(plain_angle). */
+    /** Share of the sediment dropped on slopes below tan(plain_angle), in units of 0.15; on level ground in full. */
     float plain_deposition;
     float plain_angle;
-    /** Share of the sediment dropped on slopes of 0.8 to 1.25 times tan(terrace_angle). */
+    /** Share of the sediment dropped on slopes of 0.8 to 1.25 times tan(terrace_angle), in units of 0.25. */
     float terrace_deposition;
     float terrace_angle;
-    /** Mix between a capacity that follows the drop of the path (0) and a constant one (1). */
+    /** Mix between a capacity that follows the fall of the path (0) and a constant one (1), 0.15 cells high. */
     float constant_capacity;
 } parallel_erosion_Parameters;
 
 /**
  * Erodes a terrain with water particles on a Laplacian pyramid, coarsest level first. A particle walks downhill in
  * pieces of at most twelve steps; the bed along each piece is then cut by what the water can carry and filled by what
- * it drops. All particles of a round run at once, and a cell takes the mean of the changes they want. Coarser results
- * are carried up with the finer detail on top, buried where there is sediment and worn where there is wear.
+ * it drops. A particle that climbs ends with its fifth rise, or with one in its first three steps, and fills the hollow
+ * up to there. All particles of a round run at once, and a cell takes the mean of the changes they want. Coarser
+ * results are carried up with the finer detail on top, buried where there is sediment and worn where there is wear.
  *
- * Availability: planned; this release does not export it.
+ * The pyramid has ceil(log2(width * f / (2 * terrain_size))) levels, at least one, with f the feature size as it levels
+ * off. A round has a particle for each 256 cells of the level. The coarsest level runs the share of the rounds that the
+ * fraction of the level count asks for; from about the fourth level on the rounds halve per level.
  *
  * - height: in and out.
  * - spawn_map: in, or null. Probability that a particle is born at a cell, 0 to 1; shaping then acts only where the
- *   flow has come. A grid of one cell counts as none.
- * - flow: out; visits of particles, 1.0 at 1000 visits and above.
+ *   flow has come, and up steep banks from there. A grid of one cell counts as none.
+ * - flow: out; visits of particles at full size, 1.0 at 1000 visits and above. After a cancel it counts single visits.
  * - sediment: out; depth of the sediment on the surface.
  * - wear: out; height that the particles have removed, less what shaping has cut.
  * - reserved: not read; may be null.
  *
- * Logs "1" by log_info as its first act. Status 0, 1, 2 or 3. Cancelling before the level just below the full size has
- * started leaves height as it was. `flow` may differ in its last bits from run to run. Need: 20 * width * height bytes;
- * the run takes more than that.
+ * Logs "1" by log_info as its first act, also before a refusal. Refused: a negative shaping_detail, and terrain_size,
+ * terrain_height or feature_size at or below 0 or out of all proportion. Particles stop at heights that are NaN or
+ * infinite. Those that are still on their way after 1024 + 8 * (width + height) pieces of path are given up.
+ *
+ * Status 0, 1, 2 or 3. Cancelling before the level just below the full size has started leaves height as it was, and
+ * the other grids cleared. Need: 20 * width * height bytes; the run takes about 42 bytes a cell, 58 with a spawn_map. A
+ * device needs 64-bit atomics.
  */
 TARN_API uint32_t ParallelErosionSimulation(SyclQueue* queue, float* height, const float* spawn_map, float* flow,
                                             float* sediment, const void* reserved, float* wear,
@@ -484,8 +491,6 @@ typedef struct debris_Parameters {
  * up to 1000 time steps, and are stamped into the heights as faceted convex bodies, roughened by gradient noise
  * (Perlin, 1985). Later batches slide on the rocks of earlier ones and pile up. Rocks only raise the terrain.
  *
- * Availability: planned; this release does not export it.
- *
  * - height: in and out.
  * - rock_id: out; a random number above 0 for each rock at the cells that it covers, else 0.
  * - coverage: out; 1 where rock_id is above 0, else 0.
@@ -493,7 +498,9 @@ typedef struct debris_Parameters {
  *
  * Always returns 0, and neither tries nor reports memory: with arguments that cannot run it logs why and leaves the
  * grids as they were. Reports progress(0.0) only and cannot be cancelled. A C++ exception of the SYCL runtime leaves
- * this function. Where rocks overlap, rock_id and speed may belong to either.
+ * this function. Where rocks overlap, rock_id and speed may belong to either; heights are repeatable.
+ *
+ * Refused: radii above 15446 cells and below 0, a max_size of 0. Memory: 1.3 MB, and 16 bytes a cell on a GPU.
  */
 TARN_API uint32_t DebrisSimulation(SyclQueue* queue, float* height, float* rock_id, float* coverage, float* speed,
                                    const debris_Parameters* parameters, const HostCallbacks* callbacks);
@@ -673,7 +680,7 @@ TARN_API uint32_t SunLightIntegral(SyclQueue* queue, const float* heights, float
 typedef struct mesh_rasterizer_Parameters {
     TarnInt2 resolution;  /**< width and height of the grids */
     uint32_t point_count; /**< MeshRasterizer_RenderPointCloud only */
-    float vertical_scale; /**< height of the model's space over its width; not 0 */
+    float vertical_scale; /**< height of the model's space over its width: a height of 1.0 in widths of the frame */
     float rotation_x;     /**< degrees; a vertex turns about z first, then y, then x */
     float rotation_y;
     float rotation_z;
@@ -706,14 +713,18 @@ typedef struct mesh_rasterizer_MeshView {
  * fitted to the frame in its proportions and moved, and both sides of its triangles are drawn.
  *
  * - mesh: without triangles or vertices nothing is drawn. A triangle number out of range is refused. Triangles with a
- *   bounding box of 2^28 cells or more, without area, or with NaN coordinates draw nothing.
+ *   bounding box of 2^28 cells or more (counted in 32 bits, which wrap around), with two corners in one place, or with
+ *   NaN coordinates draw nothing.
  * - height: in and out; the floor under the model, which stays where no triangle lies above it.
  * - noise: in and out, or null; receives a random number from 0 to 1 for the triangle that won the cell.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * - parameters: reads all but point_count and the displacement. Rewritten: with supersample the resolution in it is
+ *   doubled. Hand a fresh copy to each call. A vertical_scale of 0 is refused; the fit lets the model's height span at
+ *   most 1.0 in the height grid, before scale.
  *
- * Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet, the noise of either may
- * stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 16 * (vertex_count +
- * triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
+ * With supersample 4 * width * height must not exceed 2^31 - 1, and each cell is the mean of four: where the model ends
+ * within it, of model and floor. Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet
+ * at one height, the noise of either may stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 16 * (vertex_count + triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height,
                                             float* noise, mesh_rasterizer_Parameters* parameters,
@@ -724,14 +735,23 @@ TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasteri
  * the normal, and draws the result into a height grid. There is no fit: rotation, scale, offset and rest_on_floor are
  * not read.
  *
- * - mesh: with normals, used in the length they have. Triangles are drawn only if (b - a) x (c - a) does not point
- *   towards +z in frame space, a, b, c being their vertices.
- * - height: in and out, as for MeshRasterizer_RenderMesh.
- * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * A vertex v with the normal n moves by displacement_amount * (map + displacement_bias) * n, map being the sum of what
+ * the three maps hold at (v.x, v.y), (v.x, v.z) and (v.y, v.z), weighted by the fourth powers of the components of n
+ * across them; a coordinate of 1 is the width of the maps, or for v.y in the first their height. With
+ * horizontal_displacement the weights are the components themselves, and v moves along the direction of n in the plane
+ * of x and y. Off the maps their border cells count, and the slope of the first two cells up to a cell before them.
  *
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * vertex_count + 16 * triangle_count +
- * k * cells bytes, with k = 28 with supersample, else 16.
+ * - mesh: with normals, used in the length they have. Triangles are drawn only if (b - a) x (c - a) does not point
+ *   towards +z in frame space, a, b, c being their vertices; they may be of any size. A triangle number out of range is
+ *   refused.
+ * - height: in and out, as for MeshRasterizer_RenderMesh.
+ * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution. They may
+ *   be one and the same.
+ * - parameters: reads resolution, vertical_scale, the displacement and supersample. Rewritten: with supersample the
+ *   resolution in it is doubled. Hand a fresh copy to each call. With a vertical_scale of 0 nothing is drawn.
+ *
+ * Supersample as for MeshRasterizer_RenderMesh. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 32 * vertex_count + 16 * triangle_count + k * cells bytes, with k = 28 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
     SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height, const float* xy_map, const float* xz_map,
@@ -847,7 +867,7 @@ typedef struct Cellular3D_Parameters {
     int32_t grid_width;
     int32_t grid_height;
     float cell_density; /**< lattice cells per unit of extent_x and extent_y, above 0; above 512 it counts as 512 */
-    float gap;          /**< how far a cell's faces draw back, in lattice units: 0 lets cells touch, 1 removes them */
+    float gap; /**< how far a cell's faces draw back, in lattice units: 0 lets cells touch, 1 and more removes them */
     float extent_x;     /**< width of the block in units, above 0 */
     float extent_y;     /**< depth of the block in units, above 0 */
     float extent_z;     /**< factor on the block's height */
@@ -865,8 +885,6 @@ typedef struct Cellular3D_Parameters {
  * space over the grid, the cells of the points below the input heights become solid, and the new height is the top of
  * the highest solid cell.
  *
- * Availability: planned; this release does not export it.
- *
  * - queue, height, random: not null; else status_failed, with nothing called back.
  * - height: in and out; 0.0 where no cell is solid.
  * - gap_factor: in, or null; factor on `gap` at each cell.
@@ -874,8 +892,11 @@ typedef struct Cellular3D_Parameters {
  * - parameters: rewritten: cell_density comes back as it was used, which is lower than it was given where the lattice
  *   would have more than 1e8 cells.
  *
+ * Refused: extents and a cell_density that are not above 0, a block without height (z_range * extent_z / z_unit above 0),
+ * and a block so flat or so thin that its lattice has more than 2^31 - 1 cells at the lowered cell_density too.
+ *
  * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 24 bytes per lattice cell and 12 per cell
- * of the grid.
+ * of the grid, and 8 per column of the lattice if it has more columns than the grid has cells.
  */
 TARN_API uint32_t Cellular3D_Render(SyclQueue* queue, float* height, const float* gap_factor, float* random,
                                     Cellular3D_Parameters* parameters, const HostCallbacks* callbacks);

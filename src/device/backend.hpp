@@ -72,3 +72,14 @@ inline bool is_discrete_gpu(const sycl::device& device) {
 #else
 #define TARN_INDEPENDENT_ITERATIONS
 #endif
+
+namespace tarn {
+
+/// Asks a CPU for a cache line that is written to soon.
+inline void prefetch_for_write([[maybe_unused]] const void* address) {
+#if (defined(__GNUC__) || defined(__clang__)) && !defined(__SYCL_DEVICE_ONLY__)
+    __builtin_prefetch(address, 1);
+#endif
+}
+
+} // namespace tarn

@@ -4,6 +4,7 @@
 
 #include "device/usm_ptr.hpp"
 #include "filters/median_filter_kernels.hpp"
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 
 namespace tarn::median_filter {
@@ -20,8 +21,8 @@ void launch_tiles(sycl::queue& queue, Buffer& from, Buffer& to, int side, int ra
         const int reach = 2 * radius + tile_side;
         const auto cells = static_cast<std::size_t>(side);
         const auto tile_cells = static_cast<std::size_t>(reach);
-        const sycl::accessor<float, 2, sycl::access_mode::read> input(from, handler);
-        const sycl::accessor<float, 2, sycl::access_mode::write> output(to, handler, sycl::no_init);
+        const auto input = read(from, handler);
+        const auto output = overwrite(to, handler);
         const sycl::local_accessor<float, 2> tile(sycl::range<2>(tile_cells, tile_cells), handler);
         handler.parallel_for(
             sycl::nd_range<2>(sycl::range<2>(cells, cells), sycl::range<2>(tile_side, tile_side)),
@@ -56,8 +57,8 @@ void launch_lanes(sycl::queue& queue, Buffer& from, Buffer& to, int side, int ra
                   const usm_ptr<Comparator, 1>& network) {
     queue.submit([&](sycl::handler& handler) {
         const auto cells = static_cast<std::size_t>(side);
-        const sycl::accessor<float, 2, sycl::access_mode::read> input(from, handler);
-        const sycl::accessor<float, 2, sycl::access_mode::write> output(to, handler, sycl::no_init);
+        const auto input = read(from, handler);
+        const auto output = overwrite(to, handler);
         handler.parallel_for(sycl::range<2>(cells, cells / Lanes::count), [=, comparators = network.data(),
                                                                            count = network.size()](sycl::id<2> index) {
             filter_lanes<capacity>(cells_of(input), cells_of(output), side, static_cast<int>(index[1]) * Lanes::count,
@@ -127,8 +128,8 @@ void filter(sycl::queue& queue, float* data, const Parameters& parameters) {
     if (parameters.iterations % 2 == 1) {
         // The result stands in the scratch buffer, and `b` is the one over the caller's memory.
         queue.submit([&](sycl::handler& handler) {
-            const sycl::accessor<float, 2, sycl::access_mode::read> result(a, handler);
-            const sycl::accessor<float, 2, sycl::access_mode::write> target(b, handler, sycl::no_init);
+            const auto result = read(a, handler);
+            const auto target = overwrite(b, handler);
             handler.parallel_for(shape, [=](sycl::id<2> index) { target[index] = result[index]; });
         });
     }

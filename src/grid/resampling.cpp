@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/upsample.hpp"
 
@@ -102,9 +103,8 @@ void run(Buffer& destination, Buffer& source, sycl::queue& queue, Launch launch)
     if (destination.size() == 0)
         return;
     queue.submit([&](sycl::handler& handler) {
-        const sycl::accessor<float, 2, sycl::access_mode::read> in(source, handler, sycl::read_only);
-        const sycl::accessor<float, 2, sycl::access_mode::write> out(destination, handler, sycl::write_only,
-                                                                     sycl::no_init);
+        const auto in = read(source, handler);
+        const auto out = overwrite(destination, handler);
         launch(launch_on(handler, queue), out, extent_of(destination), in, extent_of(source));
     });
 }

@@ -71,7 +71,8 @@ void populate(sycl::queue& queue, float* heights, float* ids, const float* stamp
         return;
     queue.parallel_for(sycl::range<1>(static_cast<std::size_t>(parameters.instance_count)),
                        [=, width = parameters.width, height = parameters.height](sycl::id<1> n) {
-                           instances[n[0]].height = base_height(heights, width, height, instances[n[0]].position);
+                           instances[n[0]].height =
+                               bilinear(heights, width, height, instances[n[0]].position.x, instances[n[0]].position.y);
                        });
     if (queue.get_device().is_cpu())
         launch_rows(queue, heights, ids, stamps, instances, parameters);

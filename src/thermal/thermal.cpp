@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/resampling.hpp"
 #include "grid/upsample.hpp"
@@ -14,23 +15,6 @@
 namespace tarn::thermal {
 
 namespace {
-
-using Reader = sycl::accessor<float, 2, sycl::access_mode::read>;
-using Writer = sycl::accessor<float, 2, sycl::access_mode::write>;
-using Updater = sycl::accessor<float, 2, sycl::access_mode::read_write>;
-
-Reader read(Grid& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::read_only};
-}
-
-/// For kernels that write every cell.
-Writer overwrite(Grid& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::write_only, sycl::no_init};
-}
-
-Updater update(Grid& grid, sycl::handler& handler) {
-    return {grid, handler, sycl::read_write};
-}
 
 bool is_given(bool flag, const Grid& mask) {
     return flag && mask.size() != 1;
@@ -104,11 +88,11 @@ inline Loosened loosen_cell(const LevelCells& cells, int x, int y, const Setting
 template <bool directional, bool masked>
 void launch_loosen(LaplacianLevel& level, Direction* direction, const Setting& s) {
     level.queue->submit([&](sycl::handler& handler) {
-        const Reader heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
-        const Updater depth = update(level.depth, handler), wear = update(level.wear, handler);
-        const Writer drop_sum = overwrite(level.drop_sum, handler);
-        const Writer direction_x = overwrite(directional ? direction->x : level.drop_sum, handler);
-        const Writer direction_y = overwrite(directional ? direction->y : level.drop_sum, handler);
+        const auto heights = read(level.heights, handler), mask = read(level.erosion_mask, handler);
+        const auto depth = update(level.depth, handler), wear = update(level.wear, handler);
+        const auto drop_sum = overwrite(level.drop_sum, handler);
+        const auto direction_x = overwrite(directional ? direction->x : level.drop_sum, handler);
+        const auto direction_y = overwrite(directional ? direction->y : level.drop_sum, handler);
         launch_pieces_with_neighbours(
             launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int first, int last, int y, auto interior) {
                 const LevelCells grids{cells_of(heights),     cells_of(depth),       cells_of(wear), cells_of(drop_sum),
@@ -144,12 +128,12 @@ void launch_loosen(LaplacianLevel& level, Direction* direction, const Setting& s
 template <bool directional, bool masked>
 void launch_move(LaplacianLevel& level, Direction* direction, const Setting& s) {
     level.queue->submit([&](sycl::handler& handler) {
-        const Reader heights = read(level.heights, handler), depth = read(level.depth, handler);
-        const Reader drop_sum = read(level.drop_sum, handler), mask = read(level.absorption_mask, handler);
-        const Reader direction_x = read(directional ? direction->x : level.drop_sum, handler);
-        const Reader direction_y = read(directional ? direction->y : level.drop_sum, handler);
-        const Writer next_heights = overwrite(level.next_heights, handler);
-        const Writer next_depth = overwrite(level.next_depth, handler);
+        const auto heights = read(level.heights, handler), depth = read(level.depth, handler);
+        const auto drop_sum = read(level.drop_sum, handler), mask = read(level.absorption_mask, handler);
+        const auto direction_x = read(directional ? direction->x : level.drop_sum, handler);
+        const auto direction_y = read(directional ? direction->y : level.drop_sum, handler);
+        const auto next_heights = overwrite(level.next_heights, handler);
+        const auto next_depth = overwrite(level.next_depth, handler);
         launch_pieces_with_neighbours(
             launch_on(handler, *level.queue), Extent<2>(level.extent), [=](int first, int last, int y, auto interior) {
                 const Shed shed{cells_of(heights), cells_of(depth), cells_of(drop_sum), cells_of(direction_x),
@@ -206,8 +190,8 @@ void bring_back(sycl::queue& queue, Grid& current, Grid& target) {
     if (current == target)
         return;
     queue.submit([&](sycl::handler& handler) {
-        const Reader from = read(current, handler);
-        const Writer to = overwrite(target, handler);
+        const auto from = read(current, handler);
+        const auto to = overwrite(target, handler);
         launch_cells(launch_on(handler, queue), Extent<2>(target.get_range()), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(target.get_range()[1])](int x, int y, auto) {
                          cells_of(to)[y * columns + x] = cells_of(from)[y * columns + x];
@@ -262,8 +246,8 @@ std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level(const Pa
     Grid next_absorption_mask =
         parameters.use_absorption_mask != 0 ? resampling::next_level(absorption_mask, *queue) : absorption_mask;
     queue->submit([&](sycl::handler& handler) {
-        const Reader fine = read(heights, handler), coarse = read(next, handler);
-        const Writer out = overwrite(detail, handler);
+        const auto fine = read(heights, handler), coarse = read(next, handler);
+        const auto out = overwrite(detail, handler);
         launch_upsampled(
             launch_on(handler, *queue), Extent<2>(extent), coarse, Extent<2>(next.get_range()),
             [=](std::ptrdiff_t row, int x, float up) { cells_of(out)[row + x] = cells_of(fine)[row + x] - up; });
@@ -278,11 +262,11 @@ void LaplacianLevel::reconstruct_previous_level(const Parameters& parameters) {
     LaplacianLevel& fine = *parent;
     with_constant(is_given(parameters.use_absorption_mask != 0, fine.absorption_mask), [&](auto masked) {
         queue->submit([&](sycl::handler& handler) {
-            const Reader surface = read(heights, handler), cover = read(depth, handler), worn = read(wear, handler);
-            const Reader fine_detail = read(fine.detail, handler), coarse_mask = read(absorption_mask, handler);
-            const Reader fine_mask = read(fine.absorption_mask, handler);
-            const Writer fine_heights = overwrite(fine.heights, handler), fine_depth = overwrite(fine.depth, handler);
-            const Writer fine_wear = overwrite(fine.wear, handler);
+            const auto surface = read(heights, handler), cover = read(depth, handler), worn = read(wear, handler);
+            const auto fine_detail = read(fine.detail, handler), coarse_mask = read(absorption_mask, handler);
+            const auto fine_mask = read(fine.absorption_mask, handler);
+            const auto fine_heights = overwrite(fine.heights, handler), fine_depth = overwrite(fine.depth, handler);
+            const auto fine_wear = overwrite(fine.wear, handler);
             launch_fine_cells(launch_on(handler, *queue), Extent<2>(fine.extent), Extent<2>(extent),
                               [=](std::ptrdiff_t row, int x, const CoarseTaps& taps) {
                                   const std::ptrdiff_t i = row + x;
@@ -304,7 +288,7 @@ void LaplacianLevel::reconstruct_previous_level(const Parameters& parameters) {
 
 void LaplacianLevel::clear_cover() {
     queue->submit([&](sycl::handler& handler) {
-        const Writer cover = overwrite(depth, handler), worn = overwrite(wear, handler);
+        const auto cover = overwrite(depth, handler), worn = overwrite(wear, handler);
         launch_cells(launch_on(handler, *queue), Extent<2>(extent), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(extent[1])](int x, int y, auto) {
                          cells_of(cover)[y * columns + x] = 0.0f;

@@ -1,0 +1,98 @@
+#include "erosion/parallel_erosion.hpp"
+
+#include <cmath>
+
+namespace {
+
+using namespace tarn;
+using parallel_erosion::Parameters;
+
+/// Rounds are counted in an int.
+constexpr float most_iterations = 1073741824.0f;
+
+bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const Parameters* parameters,
+           const HostCallbacks* callbacks) {
+    ArgumentCheck check(frames::parallel_erosion_simulation, callbacks);
+    check.not_null("queue", queue)
+        .not_null("height", grids.height)
+        .not_null("flow", grids.flow)
+        .not_null("sediment", grids.sediment)
+        .not_null("wear", grids.wear)
+        .not_null("parameters", parameters);
+    if (!check.passed())
+        return false;
+    const Parameters& p = *parameters;
+    const auto width = static_cast<std::int32_t>(p.Resolution.width);
+    const auto height = static_cast<std::int32_t>(p.Resolution.height);
+    const auto at_most_longest_side = [&](const char* field, std::int32_t side) {
+        check.require(side <= parallel_erosion::longest_side, field, side, "at most 16777216");
+    };
+    const auto at_least = [&](const char* field, float value, float least, const char* rule) {
+        check.require(value >= least, field, static_cast<double>(value), rule);
+    };
+    check.grid_size(width, height);
+    at_most_longest_side("width", width);
+    at_most_longest_side("height", height);
+    check.finite("terrain_size", p.terrain_size)
+        .finite("terrain_height", p.terrain_height)
+        .finite("feature_size", p.feature_size)
+        .finite("iterations", p.iterations)
+        .finite("erosion_strength", p.erosion_strength)
+        .finite("shaping_strength", p.shaping_strength)
+        .finite("shaping_sharpness", p.shaping_sharpness)
+        .finite("shaping_detail", p.shaping_detail)
+        .finite("fill_slope_scale", p.fill_slope_scale)
+        .finite("fill_angle", p.fill_angle)
+        .finite("plain_deposition", p.plain_deposition)
+        .finite("plain_angle", p.plain_angle)
+        .finite("terrace_deposition", p.terrace_deposition)
+        .finite("terrace_angle", p.terrace_angle)
+        .finite("constant_capacity", p.constant_capacity)
+        .require(p.iterations <= most_iterations, "iterations", static_cast<double>(p.iterations),
+                 "at most 1073741824");
+    at_least("shaping_detail", p.shaping_detail, 0.0f, "at least 0");
+    if (!check.passed())
+        return false;
+
+    const auto cell_is_usable = [&](float columns) {
+        const float cell = p.terrain_size / (columns * p.terrain_height);
+        return cell > 0.0f && std::isfinite(cell) && std::isfinite(1.0f / cell);
+    };
+    check.require(p.terrain_size > 0.0f, "terrain_size", static_cast<double>(p.terrain_size), "above 0")
+        .require(p.terrain_height > 0.0f, "terrain_height", static_cast<double>(p.terrain_height), "above 0")
+        .require(cell_is_usable(static_cast<float>(width)) && cell_is_usable(1.0f), "terrain_height",
+                 static_cast<double>(p.terrain_height), "in proportion to terrain_size")
+        .require(p.feature_size > 0.0f, "feature_size", static_cast<double>(p.feature_size), "above 0");
+    if (!check.passed())
+        return false;
+    Parameters planned = p;
+    return check
+        .require(std::isfinite(parallel_erosion::plan(planned, false).level_float), "feature_size",
+                 static_cast<double>(p.feature_size), "in proportion to terrain_size")
+        .passed();
+}
+
+} // namespace
+
+extern "C" TARN_API uint32_t ParallelErosionSimulation(SyclQueue* handle, float* height, const float* spawn_map,
+                                                       float* flow, float* sediment, const void*, float* wear,
+                                                       const parallel_erosion_Parameters* parameters,
+                                                       const HostCallbacks* callbacks) {
+    // Hosts tell by this line that the call has come through, whatever becomes of it.
+    if (callbacks != nullptr && callbacks->log_info != nullptr)
+        callbacks->log_info("1");
+    const parallel_erosion::CallerGrids grids{height, spawn_map, flow, sediment, wear};
+    if (!check(handle, grids, parameters, callbacks))
+        return status_failed;
+
+    auto& queue = *reinterpret_cast<sycl::queue*>(handle);
+    const std::uint64_t cells =
+        static_cast<std::uint64_t>(parameters->Resolution.width) * parameters->Resolution.height;
+    const std::uint64_t need = frames::parallel_erosion_simulation.bytes_per_cell * cells;
+
+    return call_frame(frames::parallel_erosion_simulation, queue, parallel_erosion::callbacks, callbacks, need, [&] {
+        parallel_erosion::ParallelErosion erosion(*parameters, queue, *callbacks, grids);
+        erosion.erode();
+        return erosion.cancelled();
+    });
+}

@@ -1,0 +1,494 @@
+#include "debris/debris.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <set>
+
+#include <tbb/global_control.h>
+
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
+#include "debris/debris_kernels.hpp"
+#include "support.hpp"
+
+namespace {
+
+using namespace tarn;
+using namespace tarn_test;
+
+using Cells = std::vector<float>;
+
+const float nan = std::numeric_limits<float>::quiet_NaN();
+const float infinity = std::numeric_limits<float>::infinity();
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Noise and bodies
+
+TEST(DebrisKernels, GradientNoiseIsZeroOnTheLatticeAndSmoothBetween) {
+    float lowest = 0.0f, highest = 0.0f;
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 40; ++x) {
+            const auto fx = static_cast<float>(x), fy = static_cast<float>(y);
+            EXPECT_EQ(debris::noise::gradient(fx, fy), 0.0f);
+            const float between = debris::noise::gradient(fx + 0.37f, fy + 0.61f);
+            EXPECT_NEAR(between, debris::noise::gradient(fx + 0.371f, fy + 0.61f), 0.01f);
+            lowest = std::min(lowest, between);
+            highest = std::max(highest, between);
+        }
+    EXPECT_LT(lowest, -0.4f);
+    EXPECT_GT(highest, 0.4f);
+    EXPECT_GE(lowest, -1.1f);
+    EXPECT_LE(highest, 1.1f);
+}
+
+TEST(DebrisKernels, ValueNoiseMeetsItsCorners) {
+    for (int x = 0; x < 50; ++x) {
+        const auto fx = static_cast<float>(x);
+        const float at = debris::noise::value(fx, 3.0f);
+        EXPECT_EQ(at, debris::noise::corner_value(fx, 3.0f) * 2.0f - 1.0f);
+        EXPECT_NEAR(at, debris::noise::value(fx - 0.001f, 3.0f), 1e-3f);
+        EXPECT_LE(std::fabs(at), 1.0f);
+    }
+}
+
+TEST(DebrisKernels, PlaneGoesThroughItsThreePoints) {
+    const debris::BodyPoint points[3] = {{0.2f, 0.1f, 3.0f}, {0.9f, 0.3f, -1.0f}, {0.4f, 0.8f, 0.5f}};
+    const auto plane = debris::plane_through(points[0], points[1], points[2]);
+    for (const debris::BodyPoint& p : points)
+        EXPECT_NEAR(plane.a * p.u + plane.b * p.v + plane.c, p.z, 1e-5f);
+    const auto tilted = debris::plane_through({0.0f, 0.0f, 1.0f}, {1.0f, 0.0f, 3.0f}, {0.0f, 1.0f, -4.0f});
+    EXPECT_NEAR(tilted.a, 2.0f, 1e-6f);
+    EXPECT_NEAR(tilted.b, -5.0f, 1e-6f);
+    EXPECT_NEAR(tilted.c, 1.0f, 1e-6f);
+}
+
+TEST(DebrisKernels, SharpBodiesStandOnTheirBaseAndFallBelowItOutside) {
+    std::set<float> tops;
+    for (std::uint32_t seed = 0; seed < 200; ++seed) {
+        debris::SharpRock rock;
+        rock.init(seed, 0.1f);
+        const float top = debris::body_height(rock, 0.5f, 0.5f);
+        tops.insert(top);
+        EXPECT_GT(top, 0.0f) << seed;
+        EXPECT_LE(top, 2.0f) << seed;
+        for (int k = 0; k < 16; ++k) {
+            const float a = 0.3927f * static_cast<float>(k);
+            EXPECT_LT(debris::body_height(rock, 0.5f + 0.55f * std::cos(a), 0.5f + 0.55f * std::sin(a)), 0.0f) << seed;
+        }
+    }
+    EXPECT_GT(tops.size(), 195u);
+    debris::SharpRock at_zero, before_zero;
+    at_zero.init(0u - 47u, 0.0f); // the state of this seed is the 0 that the generator never leaves
+    before_zero.init(0xA2351342u - 47u, 0.0f);
+    EXPECT_EQ(at_zero.planes[4].c, before_zero.planes[4].c);
+}
+
+debris_Parameters parameters(std::uint32_t resolution, std::uint32_t count) {
+    debris_Parameters p{};
+    p.resolution = resolution;
+    p.terrain_size = static_cast<float>(resolution) * 2.0f;
+    p.terrain_height = 50.0f;
+    p.count = count;
+    p.max_size = 12.0f;
+    p.min_size = 6.0f;
+    p.friction = 0.2f;
+    p.restitution = 0.3f;
+    p.seed = 5;
+    return p;
+}
+
+TEST(DebrisKernels, BirthsFillTheTerrainWithTheSizesAskedFor) {
+    auto p = parameters(64, 1024);
+    std::vector<float> small_sizes;
+    for (const std::uint32_t favour_small : {0u, 1u, 256u}) {
+        p.favour_small = favour_small;
+        const debris::GlobalContext context(p);
+        std::vector<float> sizes, xs;
+        for (std::uint32_t i = 0; i < 4096; ++i) {
+            debris::ParticlePos pos{};
+            debris::ParticleRen ren{};
+            debris::ParticleSim sim{1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 0};
+            debris::place_particle(i, 77, context, pos, ren, sim);
+            EXPECT_GE(pos.radius, p.min_size);
+            EXPECT_LE(pos.radius, p.max_size);
+            EXPECT_EQ(ren.size_ratio, pos.radius / p.max_size);
+            EXPECT_LT(ren.rock_seed, 0x80000000u);
+            EXPECT_EQ(sim.alive, 1);
+            EXPECT_EQ(sim.velocity_x, 1.0f); // carries over from the rock before
+            EXPECT_EQ(sim.direction_z, 5.0f);
+            sizes.push_back((pos.radius - p.min_size) / (p.max_size - p.min_size));
+            xs.push_back(pos.x / p.terrain_size);
+        }
+        std::sort(sizes.begin(), sizes.end());
+        std::sort(xs.begin(), xs.end());
+        EXPECT_NEAR(xs[1024], 0.25f, 0.03f);
+        EXPECT_NEAR(xs[3072], 0.75f, 0.03f);
+        EXPECT_NEAR(sizes[2048], favour_small == 0 ? 0.5f : 0.004f, favour_small == 0 ? 0.03f : 0.001f);
+    }
+}
+
+/// A rock on the plain, as its pixels see it.
+debris::RockFrame lone_rock(float radius) {
+    debris::ParticleRen ren{};
+    ren.x = ren.y = 50.5f;
+    ren.radius = radius;
+    ren.rock_seed = 9;
+    ren.size_ratio = 1.0f;
+    ren.gradient_x = ren.gradient_length = 1e-24f;
+    ren.base_height = 1.0f;
+    ren.height_scale = 0.2f * radius;
+    return {ren, 1.0f};
+}
+
+TEST(DebrisKernels, RoundBodyIsADomeThatDropsSteeplyAtItsRim) {
+    const Cells none(debris::Debris::warp_rows * debris::Debris::warp_columns);
+    const debris::RockFrame frame = lone_rock(20.0f);
+    const debris::RoundedBody body(frame, {}, 1.0f, {none.data(), none.data()});
+    // The value noise shifts the dome by up to a tenth of the radius.
+    const float scale = 0.2f * 20.0f, rim = 20.0f * std::sqrt(0.1f);
+    float top = 0.0f;
+    for (float x = 30.5f; x < 70.0f; x += 1.0f)
+        for (float y = 30.5f; y < 70.0f; y += 1.0f) {
+            const float distance = std::hypot(x - 50.5f, y - 50.5f);
+            const float h = body.height(frame, x, y);
+            top = std::max(top, h);
+            if (distance < rim - 2.9f) {
+                EXPECT_GT(h, 1.0f);
+            } else if (distance > rim + 2.9f) {
+                EXPECT_NEAR(h, 1.0f - 10.0f * scale, 1e-3f);
+            }
+        }
+    EXPECT_NEAR(top, 1.0f + scale, 0.05f * scale);
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Runs
+
+class Debris : public ::testing::Test {
+  protected:
+    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    RecordingHost host;
+
+    struct Result {
+        Cells height, rock_id, coverage, speed;
+
+        std::size_t covered() const {
+            return static_cast<std::size_t>(std::count(coverage.begin(), coverage.end(), 1.0f));
+        }
+    };
+
+    Result run(sycl::queue& on, const debris_Parameters& p, const Cells& terrain) {
+        Result result{terrain, Cells(terrain.size(), 7.0f), Cells(terrain.size(), 8.0f), Cells(terrain.size(), -1.0f)};
+        const HostCallbacks record = host.callbacks();
+        EXPECT_EQ(DebrisSimulation(handle(on), result.height.data(), result.rock_id.data(), result.coverage.data(),
+                                   result.speed.data(), &p, &record),
+                  0u);
+        return result;
+    }
+
+    /// Runs, and checks what holds for every run.
+    Result finished(const debris_Parameters& p, const Cells& terrain) {
+        Result result = run(queue, p, terrain);
+        EXPECT_TRUE(host.errors.empty());
+        for (std::size_t i = 0; i < terrain.size(); ++i) {
+            EXPECT_GE(result.height[i], terrain[i]);
+            EXPECT_EQ(result.coverage[i], result.rock_id[i] > 0.0f ? 1.0f : 0.0f);
+            EXPECT_TRUE(result.height[i] == terrain[i] || result.rock_id[i] > 0.0f);
+        }
+        return result;
+    }
+
+    /// Hills of a few cells' height, in units of 50.
+    static Cells hills(std::uint32_t side) {
+        Cells cells = rough_terrain(static_cast<int>(side), static_cast<int>(side));
+        for (float& cell : cells)
+            cell *= 0.01f;
+        return cells;
+    }
+    static Cells plain(std::uint32_t side) { return Cells(std::size_t{side} * side, 0.25f); }
+};
+
+TEST_F(Debris, WithoutRocksOnlyTheOutputsAreCleared) {
+    const Result result = finished(parameters(48, 0), hills(48));
+    EXPECT_TRUE(same_bits(result.height, hills(48)));
+    EXPECT_EQ(result.covered(), 0u);
+    EXPECT_TRUE(same_bits(result.speed, Cells(48 * 48, -1.0f)));
+}
+
+TEST_F(Debris, RestingRocksAreDrawnOnlyOnDemand) {
+    auto p = parameters(128, 20);
+    const Result hidden = finished(p, plain(128));
+    EXPECT_EQ(hidden.covered(), 0u);
+    EXPECT_EQ(std::count(hidden.speed.begin(), hidden.speed.end(), 0.0f), 20);
+    p.draw_unmoved = 2;
+    const Result shown = finished(p, plain(128));
+    EXPECT_GT(shown.covered(), 20u * 5u);
+    const std::set<float> ids(shown.rock_id.begin(), shown.rock_id.end());
+    EXPECT_GT(ids.size(), 10u); // one 0 and a number for each rock that is not buried
+    EXPECT_LE(ids.size(), 21u);
+    // A body of 6 units' radius is at most 3 cells wide and 2 * 0.22 * 3 * 0.3 of a radius high.
+    EXPECT_LT(*std::max_element(shown.height.begin(), shown.height.end()), 0.25f + 0.8f * 12.0f / 50.0f);
+}
+
+TEST_F(Debris, RocksSlideDownhillAndPileUpAtTheFootOfASlope) {
+    // A steep face between two plains.
+    const std::uint32_t side = 96;
+    Cells cells;
+    for (std::uint32_t y = 0; y < side; ++y)
+        for (std::uint32_t x = 0; x < side; ++x)
+            cells.push_back(std::clamp((60.0f - static_cast<float>(x)) / 20.0f, 0.0f, 1.0f));
+    auto p = parameters(side, 600);
+    p.min_size = 2.0f;
+    p.max_size = 4.0f;
+    p.friction = 0.9f;
+    const Result result = finished(p, cells);
+    const auto covered_between = [&](std::uint32_t first, std::uint32_t last) {
+        std::size_t covered = 0;
+        for (std::uint32_t y = 0; y < side; ++y)
+            for (std::uint32_t x = first; x < last; ++x)
+                covered += result.coverage[y * side + x] > 0.0f ? 1 : 0;
+        return covered;
+    };
+    EXPECT_EQ(covered_between(0, 30), 0u); // nothing starts on the upper plain
+    EXPECT_GT(covered_between(56, 90), 4 * covered_between(40, 52));
+    p.friction = 1e4f;
+    EXPECT_EQ(finished(p, cells).covered(), 0u);
+}
+
+TEST_F(Debris, RocksOverTheEdgeAreDrawnAsFarAsTheyReachIn) {
+    const std::uint32_t side = 32;
+    Cells cells;
+    for (std::uint32_t i = 0; i < side * side; ++i)
+        cells.push_back(static_cast<float>(i % side) * 2.0f);
+    auto p = parameters(side, 200);
+    p.friction = 0.0f;
+    const Result result = finished(p, cells);
+    for (std::size_t i = 0; i < cells.size(); ++i)
+        if (i % side > 6) {
+            EXPECT_EQ(result.coverage[i], 0.0f) << i;
+        }
+}
+
+TEST_F(Debris, BatchesOf1024SeeTheRocksOfTheOnesBefore) {
+    auto p = parameters(160, 1024);
+    p.draw_unmoved = 1;
+    const Result first = finished(p, hills(160));
+    p.count = 1025;
+    const Result second = finished(p, hills(160));
+    std::size_t raised = 0;
+    for (std::size_t i = 0; i < first.height.size(); ++i) {
+        EXPECT_GE(second.height[i], first.height[i]);
+        raised += second.height[i] != first.height[i] ? 1 : 0;
+    }
+    EXPECT_GT(raised, 0u);
+    EXPECT_LT(raised, 30u * 30u); // one more rock
+    p.count = 1;
+    EXPECT_GT(finished(p, hills(160)).covered(), 0u);
+}
+
+TEST_F(Debris, SeedsDecideEverything) {
+    auto p = parameters(96, 300);
+    std::set<Cells> results;
+    for (const std::uint32_t seed : {0u, 1u, 2u, 0xA2351342u, 0xFFFFFFFFu}) {
+        p.seed = seed;
+        const Result a = finished(p, hills(96)), b = finished(p, hills(96));
+        EXPECT_TRUE(same_bits(a.height, b.height));
+        EXPECT_GT(a.covered(), 0u);
+        results.insert(a.height);
+    }
+    EXPECT_EQ(results.size(), 5u);
+}
+
+TEST_F(Debris, RockUnderTheTerrainLeavesNoTrace) {
+    // Cells far above all others: bodies on the ground around them do not reach up.
+    auto p = parameters(64, 200);
+    p.draw_unmoved = 1;
+    Cells cells = plain(64);
+    std::vector<std::size_t> spikes;
+    for (std::size_t i = 100; i < cells.size(); i += 397)
+        spikes.push_back(i);
+    for (const std::size_t i : spikes)
+        cells[i] = 1000.0f;
+    cells[5] = nan;
+    const Result result = run(queue, p, cells);
+    EXPECT_TRUE(host.errors.empty());
+    std::size_t kept = 0;
+    for (const std::size_t i : spikes)
+        kept += result.height[i] == 1000.0f && result.rock_id[i] == 0.0f ? 1 : 0;
+    EXPECT_GT(kept, spikes.size() / 2); // a rock that stands on a spike may raise it
+    EXPECT_TRUE(std::isnan(result.height[5]));
+    EXPECT_EQ(result.rock_id[5], 0.0f);
+}
+
+TEST_F(Debris, FrameReportsTheStartAndNothingElse) {
+    finished(parameters(32, 10), hills(32));
+    EXPECT_EQ(host.progress, std::vector<double>{0.0});
+    EXPECT_EQ(host.cancel_questions, 0);
+    EXPECT_TRUE(host.acquired.empty() && host.released.empty() && host.infos.empty());
+}
+
+TEST_F(Debris, RocksAreDrawnTheSameByOneThreadAndByMany) {
+    auto p = parameters(200, 2500);
+    p.draw_unmoved = 1;
+    const Result many = finished(p, hills(200));
+    const tbb::global_control one{tbb::global_control::max_allowed_parallelism, 1};
+    const Result single = finished(p, hills(200));
+    EXPECT_TRUE(same_bits(many.height, single.height));
+    EXPECT_TRUE(same_bits(many.coverage, single.coverage));
+}
+
+/// A batch whose last twenty rocks are drawn once more, round.
+Cells with_round_rocks(sycl::queue& queue, const RecordingHost& host) {
+    auto p = parameters(128, 50);
+    p.draw_unmoved = 1;
+    Cells height(128 * 128, 0.25f), rock_id = height, coverage = height, speed = height;
+    {
+        debris::Debris rocks(p, queue, host.callbacks(),
+                             {height.data(), rock_id.data(), coverage.data(), speed.data()});
+        debris::Debris::Grid warp_a(sycl::range<2>(512, 256)), warp_b(sycl::range<2>(512, 256));
+        rocks.generate_warpnoise(warp_a, 3);
+        rocks.generate_warpnoise(warp_b, 4);
+        rocks.place_particles(50, 1);
+        rocks.render(50);
+        rocks.render_rounded(warp_a, warp_b, 20, 30);
+    }
+    return height;
+}
+
+TEST_F(Debris, RoundRocksAreDrawnByTheSameLaunch) {
+    const Cells round = with_round_rocks(queue, host);
+    EXPECT_GT(std::count_if(round.begin(), round.end(), [](float h) { return h > 0.25f; }), 100);
+#ifdef HOSTSYCL
+    SimulatedGpu gpu;
+    EXPECT_TRUE(same_bits(with_round_rocks(gpu.queue, host), round));
+#endif
+}
+
+TEST_F(Debris, HostileRecordsFinish) {
+    for (const auto& [field, value] : {std::pair{&debris_Parameters::friction, -1e30f},
+                                       {&debris_Parameters::restitution, 1e30f},
+                                       {&debris_Parameters::terrain_height, 1e30f},
+                                       {&debris_Parameters::terrain_height, 1e-30f},
+                                       {&debris_Parameters::min_size, 0.0f},
+                                       {&debris_Parameters::min_size, 200.0f},
+                                       {&debris_Parameters::max_size, 1e-30f}}) {
+        auto p = parameters(24, 40);
+        p.draw_unmoved = 1;
+        p.*field = value;
+        run(queue, p, hills(24));
+        EXPECT_TRUE(host.errors.empty());
+    }
+    for (const float bad : {nan, infinity, -infinity, 3e38f}) {
+        Cells cells = hills(24);
+        for (std::size_t i = 0; i < cells.size(); i += 3)
+            cells[i] = bad;
+        run(queue, parameters(24, 100), cells);
+    }
+    run(queue, parameters(1, 5), {0.5f});
+    EXPECT_TRUE(host.errors.empty());
+}
+
+TEST_F(Debris, RefusalsNameTheFieldAndLeaveTheGridsAsTheyWere) {
+    struct Case {
+        const char* field;
+        std::function<void(debris_Parameters&)> spoil;
+    };
+    const std::vector<Case> cases = {
+        {"resolution",
+         [](auto& p) {
+             p.resolution = 0;
+         }},
+        {"resolution",
+         [](auto& p) {
+             p.resolution = 46341;
+         }},
+        {"terrain_size",
+         [](auto& p) {
+             p.terrain_size = 0.0f;
+         }},
+        {"terrain_size",
+         [](auto& p) {
+             p.terrain_size = nan;
+         }},
+        {"terrain_height",
+         [](auto& p) {
+             p.terrain_height = -1.0f;
+         }},
+        {"terrain_height",
+         [](auto& p) {
+             p.terrain_height = 1e-38f, p.terrain_size = 1e30f;
+         }},
+        {"max_size",
+         [](auto& p) {
+             p.max_size = 0.0f;
+         }},
+        {"max_size",
+         [](auto& p) {
+             p.max_size = infinity;
+         }},
+        {"max_size",
+         [](auto& p) {
+             p.max_size = 2.0f * 15447.0f;
+         }},
+        {"min_size",
+         [](auto& p) {
+             p.min_size = -1.0f;
+         }},
+        {"min_size",
+         [](auto& p) {
+             p.min_size = 2.0f * 15447.0f;
+         }},
+        {"friction",
+         [](auto& p) {
+             p.friction = nan;
+         }},
+        {"restitution",
+         [](auto& p) {
+             p.restitution = infinity;
+         }},
+    };
+    const Cells before = hills(16);
+    for (const Case& bad : cases) {
+        auto p = parameters(16, 30);
+        bad.spoil(p);
+        host.errors.clear();
+        const Result result = run(queue, p, before);
+        ASSERT_EQ(host.errors.size(), 1u) << bad.field;
+        EXPECT_NE(host.errors[0].find(bad.field), std::string::npos) << host.errors[0];
+        EXPECT_TRUE(same_bits(result.height, before));
+        EXPECT_TRUE(same_bits(result.rock_id, Cells(before.size(), 7.0f)));
+    }
+    Cells a = before, b = before, c = before, d = before;
+    const auto p = parameters(16, 30);
+    const HostCallbacks record = host.callbacks();
+    host.errors.clear();
+    EXPECT_EQ(DebrisSimulation(nullptr, a.data(), b.data(), c.data(), d.data(), &p, &record), 0u);
+    EXPECT_EQ(DebrisSimulation(handle(queue), a.data(), nullptr, c.data(), d.data(), &p, &record), 0u);
+    EXPECT_EQ(DebrisSimulation(handle(queue), a.data(), b.data(), c.data(), d.data(), nullptr, &record), 0u);
+    EXPECT_EQ(DebrisSimulation(handle(queue), a.data(), b.data(), c.data(), d.data(), &p, nullptr), 0u);
+    EXPECT_EQ(host.errors.size(), 3u);
+    EXPECT_TRUE(same_bits(a, before));
+}
+
+#ifdef HOSTSYCL
+TEST_F(Debris, APixelAWorkItemOnAGpuGivesTheBitsOfRunsOnACpu) {
+    SimulatedGpu gpu;
+    for (const std::uint32_t side : {1u, 33u, 150u}) {
+        auto p = parameters(side, 1500);
+        p.draw_unmoved = 1;
+        p.favour_small = side == 150 ? 1 : 0;
+        p.max_size = 30.0f;
+        const Result there = run(gpu.queue, p, hills(side)), here = run(queue, p, hills(side));
+        EXPECT_TRUE(same_bits(there.height, here.height)) << side;
+        EXPECT_TRUE(same_bits(there.coverage, here.coverage)) << side;
+    }
+    EXPECT_TRUE(host.errors.empty());
+    EXPECT_EQ(gpu.device.counters().live_allocations, 0u);
+}
+#endif
+
+} // namespace
