@@ -761,8 +761,6 @@ TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
  * Draws scattered height samples as a surface: a Delaunay triangulation of the points in the plane. Points within one
  * cell of the frame's rim are moved ten cells outside, so that the surface covers the frame to its edge.
  *
- * Availability: planned; this release does not export it.
- *
  * - points: in; point_count times x, y, z, 12 bytes each, in frame space.
  * - height: in and out; cells outside the convex hull of the points keep what they hold.
  * - noise: in and out, not null; receives a random number from 0 to 1 for the triangle over the cell.
