@@ -776,8 +776,6 @@ TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
  * Draws scattered height samples as a surface: a Delaunay triangulation of the points in the plane. Points within one
  * cell of the frame's rim are moved ten cells outside, so that the surface covers the frame to its edge.
  *
- * Availability: planned; this release does not export it.
- *
  * - points: in; point_count times x, y, z, 12 bytes each, in frame space.
  * - height: in and out; cells outside the convex hull of the points keep what they hold.
  * - noise: in and out, not null; receives a random number from 0 to 1 for the triangle over the cell.
@@ -798,8 +796,6 @@ TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float*
  * Bakes the normals of a height grid onto a mesh in unit space that stands in for it. From each cell of the mesh a ray
  * along the interpolated vertex normal (weighted by angle; Thuermer and Wuethrich, 1998) meets the heights, and the
  * normal there is written in the tangent frame of the mesh, whose texture coordinates are x and y.
- *
- * Availability: planned; this release does not export it.
  *
  * - mesh: should cover the frame, with the winding told at the triplanar function. Cells under no triangle keep their
  *   outputs.

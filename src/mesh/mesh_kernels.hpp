@@ -129,6 +129,18 @@ struct DrawnTriangle {
     float a_z, b_z, c_z;
 };
 
+/// What a grid of triangle numbers holds where no triangle is.
+inline constexpr std::uint32_t no_triangle = 0xFFFFFFFFu;
+
+/// Enters a triangle's number, unless that of a later triangle stands there: so a cell under several has the last one,
+/// as if they were drawn one after another.
+inline void raise_triangle_id(std::uint32_t& cell, std::uint32_t triangle) {
+    const SharedCell<std::uint32_t> shared(cell);
+    std::uint32_t seen = shared.load();
+    while ((seen == no_triangle || seen < triangle) && !shared.compare_exchange_strong(seen, triangle)) {
+    }
+}
+
 /// What becomes of a cell that a triangle covers. With the depth test the highest triangle keeps it; where two win it
 /// at the same moment, the noise of either may stand.
 template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
@@ -148,7 +160,7 @@ struct CellStore {
         if constexpr (write_noise)
             noise[i] = triangle_noise(triangle);
         if constexpr (write_triangle_ids)
-            triangle_ids[i] = triangle;
+            raise_triangle_id(triangle_ids[i], triangle);
     }
 };
 

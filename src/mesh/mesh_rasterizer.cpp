@@ -152,7 +152,6 @@ void MeshRasterizer::render() {
 
 template void MeshRasterizer::render<true, true, true, false>();
 template void MeshRasterizer::render<true, false, true, false>();
-template void MeshRasterizer::render<false, true, true, false>();
 
 template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
 void MeshRasterizer::render3() {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
@@ -86,6 +87,9 @@ class MeshRasterizer {
     template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
     void render();
 
+    /// As `render` without a depth test and without a limit on the triangles' boxes, with one colour for each triangle.
+    void render(float* red, float* green, float* blue, const vec3* triangle_colours);
+
     /// Draws the triangles that turn clockwise or not at all, as seen with y upwards: one sub-group to each triangle.
     /// Triangles may have any size.
     template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
@@ -95,7 +99,17 @@ class MeshRasterizer {
     template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
     void render3_cpu();
 
+    /// Bakes the normals of `height` in the frames of the vertices, which are in unit space. Cells under no triangle
+    /// keep what the outputs hold.
+    void compute_tangent_space_normals(float* red, float* green, float* blue, vec2* hit_positions,
+                                       std::vector<vec3>& vertex_normals, std::vector<vec3>& vertex_tangents);
+
   private:
+    /// Without a depth test. Where triangles overlap by their enlargement the last one stands: a pass over the
+    /// triangles enters their numbers, one over the cells draws what they say, and `paint(index, triangle)` adds to it.
+    template <class Paint>
+    void render_surface(bool is_limited, const Paint& paint);
+
     ProgressTracker tracker_;
     sycl::queue* device_queue_;
     Parameters* parameters_;
@@ -107,6 +121,9 @@ class MeshRasterizer {
     /// The number of the triangle drawn at each cell; not initialised, and empty unless asked for.
     usm_ptr<std::uint32_t, 2> triangle_ids_;
 };
+
+template <>
+void MeshRasterizer::render<false, true, true, false>();
 
 /// The whole run of MeshRasterizer_RenderMesh.
 void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float* noise, Parameters& parameters,

@@ -1,0 +1,87 @@
+#include "mesh/tangent_space.hpp"
+
+#include "grid/launch_cells.hpp"
+#include "mesh/surface_normals.hpp"
+#include "mesh/tangent_space_kernels.hpp"
+
+namespace tarn::mesh_rasterizer {
+
+VertexFrames::VertexFrames(const MeshView& mesh)
+    : normals(mesh.vertex_count, vec3(0.0f, 0.0f, 0.0f)), tangents(normals) {
+    const auto vertex = [&](std::uint32_t n) {
+        return vec3(mesh.vertices[n].x, mesh.vertices[n].y, mesh.vertices[n].z);
+    };
+    for (std::uint32_t t = 0; t < mesh.triangle_count; ++t) {
+        const TarnUint3& list = mesh.triangles[t];
+        const std::uint32_t corners[3] = {list.x, list.y, list.z};
+        const TriangleFrame frame(vertex(corners[0]), vertex(corners[1]), vertex(corners[2]));
+        for (int n = 0; n < 3; ++n) {
+            normals[corners[n]] = normals[corners[n]] + frame.normal * frame.angles[n];
+            if (frame.has_tangent)
+                tangents[corners[n]] = tangents[corners[n]] + frame.tangent * frame.angles[n];
+        }
+    }
+    for (std::vector<vec3>* list : {&normals, &tangents})
+        for (vec3& sum : *list)
+            sum = unit_vector(sum);
+}
+
+void MeshRasterizer::compute_tangent_space_normals(float* red, float* green, float* blue, vec2* hit_positions,
+                                                   std::vector<vec3>& vertex_normals,
+                                                   std::vector<vec3>& vertex_tangents) {
+    if (triangles_->size() == 0)
+        return;
+    sycl::queue& queue = *device_queue_;
+    const auto width = static_cast<float>(parameters_->resolution.x);
+    const auto height = static_cast<float>(parameters_->resolution.y);
+    queue.parallel_for(vertices_->shape(),
+                       [v = vertices_->data(), size = vec3(width, height, 1.0f / parameters_->vertical_scale)](
+                           sycl::id<1> i) { v[i[0]] = v[i[0]] * size; });
+    queue.fill(triangle_ids_.data(), no_triangle, triangle_ids_.size());
+    if (queue.get_device().is_cpu())
+        render3_cpu<false, false, false, true>();
+    else
+        render3<false, false, false, true>();
+
+    const auto upload = [&](std::vector<vec3>& list) {
+        return Vertices(sycl::range<1>(list.size()), queue, list.data(), false, true);
+    };
+    const auto output = [&](float* host) {
+        return Grid(extent_, queue, host, true, true);
+    };
+    const Vertices tangents = upload(vertex_tangents), normals = upload(vertex_normals);
+    const Grid red_grid = output(red), green_grid = output(green), blue_grid = output(blue);
+    const usm_ptr<vec2, 2> hits(extent_, queue, hit_positions, true, true);
+    const NormalGrid surface_normals = compute_global_normals(height_, *parameters_);
+    const NormalBake bake{height_.data(),
+                          triangle_ids_.data(),
+                          vertices_->data(),
+                          triangles_->data(),
+                          normals.data(),
+                          tangents.data(),
+                          surface_normals.data(),
+                          red_grid.data(),
+                          green_grid.data(),
+                          blue_grid.data(),
+                          hits.data(),
+                          {parameters_->resolution.x, parameters_->resolution.y},
+                          width * parameters_->vertical_scale};
+    launch_cells(launch_on(queue), extent_, 0, [=](int x, int y, auto) { bake(x, y); });
+}
+
+void compute_tangent_space_normals(sycl::queue& queue, const MeshView& mesh, const float* height,
+                                   const CallerNormalMap& map, const Parameters& parameters,
+                                   const HostCallbacks& record) {
+    Vertices vertices = upload_vertices(mesh, queue);
+    Triangles triangles = upload_triangles(mesh, queue);
+    Parameters copy = parameters;
+    // Only ever read: there is no way back for the heights, and no noise.
+    const Grid heights(grid_shape(copy), queue, const_cast<float*>(height), false, true);
+    const Grid no_noise(grid_shape(copy), queue, nullptr, false, true);
+    MeshRasterizer rasterizer(queue, heights, no_noise, copy, vertices, triangles, true, record);
+    VertexFrames frames(mesh);
+    rasterizer.compute_tangent_space_normals(map.red, map.green, map.blue, map.hit_positions, frames.normals,
+                                             frames.tangents);
+}
+
+} // namespace tarn::mesh_rasterizer
