@@ -133,9 +133,10 @@ TEST_F(Normals, RampsTiltTheChannelOfTheirAxis) {
         const float length = std::sqrt(1.0f + c.slope_x * c.slope_x + c.slope_y * c.slope_y);
         const vec3 normal = scene.normal_at(15, 10);
         EXPECT_NEAR(normal.x(), -c.slope_x / length, 1e-5f);
-        EXPECT_NEAR(normal.y(), c.slope_y / length, 1e-5f);
+        EXPECT_NEAR(normal.y(), -c.slope_y / length, 1e-5f);
         EXPECT_NEAR(normal.z(), 1.0f / length, 1e-5f);
-        EXPECT_EQ(scene.red[scene.index(15, 10)]<0.5f, c.slope_x> 0.0f);
+        EXPECT_TRUE((scene.red[scene.index(15, 10)] < 0.5f) == (c.slope_x > 0.0f));
+        EXPECT_TRUE((scene.green[scene.index(15, 10)] > 0.5f) == (c.slope_y > 0.0f));
     }
 }
 

@@ -30,8 +30,9 @@ struct Neighbourhood {
 inline vec3 scharr_normal(const Neighbourhood& around, float z) {
     const auto& n = around.n;
     const float gx = ((n[0][2] + n[2][2]) - (n[0][0] + n[2][0])) * 3.0f + (n[1][2] - n[1][0]) * 10.0f;
+    // From the lower row to the upper one: downhill already.
     const float gy = ((n[0][0] + n[0][2]) - (n[2][0] + n[2][2])) * 3.0f + (n[0][1] - n[2][1]) * 10.0f;
-    return unit_vector(vec3(-gx, -gy, z));
+    return unit_vector(vec3(-gx, gy, z));
 }
 
 /// The four quads' gradients, each weighted by its square. `z` is one cell in the unit of the heights.
