@@ -83,7 +83,7 @@ Instances read_points(const std::string& name) {
 Instances scatter(int count, std::uint32_t seed, GridSize size, int stamp_count) {
     std::mt19937 random(seed);
     const auto below = [&](int limit) {
-        return static_cast<float>(random() * 0x1p-32 * limit);
+        return static_cast<float>(static_cast<double>(random()) * 0x1p-32 * limit);
     };
     Instances instances(static_cast<std::size_t>(count));
     for (stamp_instancer_Instance& instance : instances) {
