@@ -4,9 +4,9 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build pkg-config
-    libtbb-dev libboost-context-dev                 # the bundled SYCL for CPUs
-    libcli11-dev libgdal-dev libopenexr-dev         # the command-line tool
-    libgtest-dev libbenchmark-dev                   # tests and benchmarks
+    libtbb-dev libboost-context-dev                         # the bundled SYCL for CPUs
+    libassimp-dev libcli11-dev libgdal-dev libopenexr-dev   # the command-line tool
+    libgtest-dev libbenchmark-dev                           # tests and benchmarks
 )
 
 is_installed() {

@@ -90,6 +90,116 @@ expect 0 "the sand is resampled from 20 x 17 to 403 x 344 cells" dunes "$terrain
 expect_change 0 0 "$terrain" dunes.tif
 expect 64 "a depth must be a finite number from 0 up" dunes "$terrain" dunes.tif --sand -1
 
+asc 64 64 10 '(x - 32) * (y - 32)' >even.asc
+# A picture in the light of a day. Stages come out as grids that give the same picture when they go in again.
+expect 0 "latitude 36.59: the sun stands at 180.0 degrees from north, 76.9 above the horizon" shade "$terrain" lit.png --date 06-21
+expect 0 "" shade "$terrain" lit.png --ao-out ao.tif --shadow-out shadow.tif --diffuse-out diffuse.tif --rings 2
+expect 0 "" shade "$terrain" again.png --ao ao.tif --rings 2
+cmp -s lit.png again.png || fail "ambient occlusion that was written and read gives another picture"
+expect 0 "" shade "$terrain" hybrid.png --hybrid-levels 4 --ambient-subdivisions 3 --sun-colour 1 0.5 0.2 --exposure 2
+asc 64 64 10 '(y > 30 && y < 34 ? 105 : 0)' >wall.asc
+expect 0 "" shade wall.asc wall.png --azimuth 180 --elevation 45 --rings 0 --shadow-out shadow.asc --albedo 0.5 --no-sky
+# The sun in the south: the ground is dark for the wall's ten cells to the north of it, and only there.
+shadows=$(tail -n 64 shadow.asc | awk '{ printf "%s", $32 < 0.5 ? "x" : "." }')
+[[ "$shadows" == "$(printf '.%.0s' {1..21})xxxxxxxxxx$(printf '.%.0s' {1..33})" ]] || fail "the wall's shadow is $shadows"
+expect 64 "there is no shadow to write" shade wall.asc wall.png --no-sun --shadow-out out.tif
+expect 64 "--date needs --latitude" shade wall.asc wall.png --date 06-21
+expect 64 "not a day of the form MM-DD" shade wall.asc wall.png --date 02-30 --latitude 3
+expect 64 "not a time of the form HH:MM" shade wall.asc wall.png --date 02-28 --time 24:00 --latitude 3
+expect 64 "excludes" shade wall.asc wall.png --date 02-28 --azimuth 3
+expect 64 "requires" shade wall.asc wall.png --albedo-red ao.tif
+expect 64 "--rings" shade wall.asc wall.png --rings 18
+expect 3 "hybrid_ao_levels" shade even.asc wall.png --hybrid-levels 15
+expect 0 "" preview wall.asc flat.png --flat
+
+# A year of sun, and the darkest weeks of it.
+expect 0 "latitude 36.59, days 1 to 365" sunlight "$terrain" year.tif --preview year.png
+expect 0 "days 345 to 10" sunlight "$terrain" winter.tif --first-day 12-11 --last-day 01-10
+expect_change -1 -0.001 year.tif winter.tif
+expect 64 "--latitude is needed" sunlight wall.asc out.tif
+expect 0 "cells receive 0 to 0" sunlight wall.asc night.asc --latitude 89 --first-day 12-21 --last-day 12-21
+# Models: a pyramid, which stands upright from any file that says where up is, on the floor it is given.
+cat >pyramid.obj <<'END'
+v -1 0 -1
+v 1 0 -1
+v 1 0 1
+v -1 0 1
+v 0 1 0
+f 1 5 2
+f 2 5 3
+f 3 5 4
+f 4 5 1
+END
+expect 0 "" mesh pyramid.obj pyramid.asc --size 64 --floor -1 --rest-on-floor --noise-out noise.tif --preview pyramid.png
+asc 64 64 1 '(31.5 - (x > y ? (x > 63 - y ? x - 31.5 : 31.5 - y) : (x > 63 - y ? y - 31.5 : 31.5 - x))) / 64 + 0.5 / 64' >expected.asc
+expect_change -0.02 0.02 expected.asc pyramid.asc
+{
+    printf 'ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n'
+    printf 'element face 4\nproperty list uchar int vertex_indices\nend_header\n'
+    printf -- '-1 -1 0\n1 -1 0\n1 1 0\n-1 1 0\n0 0 1\n3 0 1 4\n3 1 2 4\n3 2 3 4\n3 3 0 4\n'
+} >pyramid.ply
+expect 0 "" mesh pyramid.ply from_ply.asc --size 64 --floor -1 --rest-on-floor
+expect_change -0.001 0.001 pyramid.asc from_ply.asc
+# Maps of 0 displace nothing, and a placed model lies where it lies without them.
+asc 64 64 1 0 >no_map.asc
+placed=(--size 64x40 --rotate-z 30 --rotate-x 20 --scale 0.7 --offset-x 0.1 --offset-y -0.2 --offset-z 0.3 --vertical-scale 0.5)
+expect 0 "" mesh pyramid.ply placed.asc "${placed[@]}"
+expect 0 "is resampled" mesh pyramid.ply displaced.asc "${placed[@]}" --displacement no_map.asc
+expect_change -0.01 0.01 placed.asc displaced.asc
+expect 0 "" mesh pyramid.ply on_terrain.tif --floor "$terrain" --supersample
+expect 64 "--noise-out" mesh pyramid.ply out.tif --displacement no_map.asc --noise-out noise.tif
+expect 64 "no size such as 1024" mesh pyramid.ply out.tif --size 10x
+expect 66 "cannot read 'nothing.obj'" mesh nothing.obj out.tif
+expect 66 "cannot read" mesh no_map.asc out.tif
+# Rocks raise the terrain in the cells that they cover, and nothing else. Coverage is 1 where a rock has a number.
+asc 64 64 2 '200 - x * 3 + (y - 32) * (y - 32) / 16' >gully.asc
+expect 0 "" debris gully.asc bare.asc --count 0
+strew() { # strew OUT NAME=VALUE...: with these options changed
+    local out=$1 option
+    local -A options=([count]=300 [min-size]=4 [max-size]=12 [friction]=1.4 [seed]=7)
+    shift
+    for option; do options[${option%=*}]=${option#*=}; done
+    local list=()
+    for option in "${!options[@]}"; do list+=("--$option=${options[$option]}"); done
+    expect 0 "" debris gully.asc "$out" "${list[@]}" --rock-id-out id.asc --coverage-out covered.asc --speed-out speed.asc
+}
+cells() { # cells GRID.asc: one a line
+    grep -v '^[a-zN]' "$1" | tr -s ' ' '\n' | grep .
+}
+strew rocks.asc
+paste <(cells bare.asc) <(cells rocks.asc) <(cells id.asc) <(cells covered.asc) <(cells speed.asc) | awk '
+    $4 != ($3 > 0) || $2 < $1 || ($2 > $1) > $4 || $5 < 0 { exit wrong = 1 }
+    { covered += $4; crossed += $5 > 0 }
+    END { exit wrong || covered < 100 || crossed < 1000 }' || fail "rocks, numbers, coverage and speed do not agree"
+for option in seed=8 count=150 friction=0.1 restitution=1 max-size=13 min-size=5 favour-small=true; do
+    strew other.asc $option
+    cmp -s rocks.asc other.asc && fail "tarn debris: $option makes no difference"
+done
+strew still.asc friction=1e5
+cmp -s bare.asc still.asc || fail "rocks that stay where they are born are drawn"
+strew still.asc friction=1e5 draw-unmoved=true
+cmp -s bare.asc still.asc && fail "rocks that stay where they are born are not drawn"
+strew again.asc
+cmp -s rocks.asc again.asc || fail "the same rocks lie elsewhere"
+expect 0 "403 x 344 cells are padded to 403 x 403" debris "$terrain" strewn.tif --count 0 --preview strewn.png
+expect_change 0 0 "$terrain" strewn.tif
+# A part keeps its cells and its place; on the same ground a finer grid has the same slope.
+expect 0 "" debris gully.asc part.asc --count 0 --window 8 16 32 32
+paste <(cells part.asc | head -n 32) <(cells bare.asc | sed -n '1033,1064p') |
+    awk '$1 != $2 { exit wrong = 1 } END { exit wrong || NR != 32 }' || fail "part.asc is another part"
+[[ "$(grep -c -E '^xllcorner *16(\.0*)?$|^yllcorner *32(\.0*)?$' part.asc)" == 2 ]] || fail "part.asc lies elsewhere"
+asc 16 16 10 '3 * x + 7 * y' >ramp.asc
+expect 0 "resolution 24, terrain_size 60," --verbose debris ramp.asc fine.asc --count 0 --window 5 6 6 6 --resolution 24
+paste <(cells fine.asc) <(asc 24 24 2.5 '3 * (4.625 + x / 4) + 7 * (5.625 + y / 4)' | cells /dev/stdin) |
+    awk '($1 - $2) ^ 2 > 1e-6 { exit wrong = 1 } END { exit wrong || NR != 576 }' || fail "fine.asc is another slope"
+expect 64 "--window: 9 x 2 cells from (8, 0) on are not all in the grid, which has 16 x 16" debris ramp.asc out.asc --window 8 0 9 2
+expect 64 "--window" debris ramp.asc out.asc --window 8 0 9
+expect 64 "--resolution" debris ramp.asc out.asc --resolution 0
+expect 64 "--restitution" debris ramp.asc out.asc --restitution 1.5
+expect 64 "--count" debris ramp.asc out.asc --count -1
+expect 3 "max_size" debris ramp.asc refused.asc --max-size 1e9
+[[ -e refused.asc ]] && fail "a refused run was written"
+
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc
 expect_change 0 0 shaped.tif shaped.asc
@@ -107,7 +217,6 @@ expect 73 "cannot write 'N36W085.hgt'" shape "$terrain" N36W085.hgt
 [[ -e N36W085.hgt ]] && fail "an HGT file of an impossible size was left behind"
 
 # Sizes and scales.
-asc 64 64 10 '(x - 32) * (y - 32)' >even.asc
 [[ "$("$tarn" shape even.asc even.tif 2>&1)" == *padded* ]] && fail "64 x 64 cells were padded"
 for size in "1 1" "2 1" "1 7" "3 3" "5 129"; do
     asc $size 10 'x * 7 % 5 + y' >small.asc

@@ -5,9 +5,16 @@ class App;
 }
 
 /// Each adds one subcommand, which runs as soon as its arguments are parsed and throws ToolError if it fails.
+void add_debris_command(CLI::App& app);
+void add_cells_command(CLI::App& app);
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
+void add_median_command(CLI::App& app);
+void add_mesh_command(CLI::App& app);
 void add_erode_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
+void add_shade_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
+void add_stamp_command(CLI::App& app);
+void add_sunlight_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

@@ -91,7 +91,7 @@ void DunesCommand::run() {
     if (!preview.empty()) {
         ShadeOptions shade;
         shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(grid, cell, shade));
+        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
     }
 }
 

@@ -124,7 +124,7 @@ void ErodeCommand::run() {
         grid.cells = crop(heights, work_size, size);
         ShadeOptions shade;
         shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(grid, cell, shade));
+        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
     }
 }
 

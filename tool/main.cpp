@@ -31,6 +31,13 @@ int run(int argc, char** argv) {
     add_weather_command(app);
     add_erode_command(app);
     add_dunes_command(app);
+    add_shade_command(app);
+    add_sunlight_command(app);
+    add_mesh_command(app);
+    add_debris_command(app);
+    add_stamp_command(app);
+    add_median_command(app);
+    add_cells_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);

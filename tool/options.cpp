@@ -1,7 +1,11 @@
 #include "options.hpp"
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
+#include <numeric>
+#include <optional>
+#include <utility>
 
 #include "message.hpp"
 
@@ -17,6 +21,22 @@ CLI::Validator number_where(const std::string& description, bool (*accept)(doubl
             return accept(value, lowest, highest) ? "" : "'" + text + "' is not " + description;
         },
         "");
+}
+
+constexpr int days_of_months[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+/// Two numbers of one or two digits with `separator` between them.
+std::optional<std::pair<int, int>> parse_pair(const std::string& text, char separator) {
+    int first = 0, second = 0, end = 0;
+    char between = 0;
+    if (std::sscanf(text.c_str(), "%2d%c%2d%n", &first, &between, &second, &end) != 3 || between != separator ||
+        end != static_cast<int>(text.size()) || first < 0 || second < 0)
+        return std::nullopt;
+    return std::pair{first, second};
+}
+
+bool is_day(int month, int day) {
+    return month >= 1 && month <= 12 && day >= 1 && (day <= days_of_months[month - 1] || (month == 2 && day == 29));
 }
 
 } // namespace
@@ -41,6 +61,35 @@ CLI::Validator png_name() {
             return is_png ? "" : "'" + name + "' must end in .png";
         },
         "");
+}
+
+CLI::Validator month_and_day() {
+    return CLI::Validator(
+        [](const std::string& text) -> std::string {
+            const auto pair = parse_pair(text, '-');
+            return pair && is_day(pair->first, pair->second) ? "" : "'" + text + "' is not a day of the form MM-DD";
+        },
+        "");
+}
+
+CLI::Validator hour_and_minute() {
+    return CLI::Validator(
+        [](const std::string& text) -> std::string {
+            const auto pair = parse_pair(text, ':');
+            return pair && pair->first < 24 && pair->second < 60 ? ""
+                                                                 : "'" + text + "' is not a time of the form HH:MM";
+        },
+        "");
+}
+
+int day_of_year(const std::string& text) {
+    const auto [month, day] = parse_pair(text, '-').value();
+    return std::accumulate(days_of_months, days_of_months + month - 1, day);
+}
+
+double hour_of_day(const std::string& text) {
+    const auto [hour, minute] = parse_pair(text, ':').value();
+    return hour + minute / 60.0;
 }
 
 void GroundScale::add_options(CLI::App& command) {

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "grid.hpp"
+#include "host.hpp"
 #include "message.hpp"
 #include "options.hpp"
 #include "shade_preview.hpp"
@@ -16,7 +17,9 @@ struct PreviewCommand {
     std::string input;
     std::string output;
     std::string before;
+    std::string device = "cpu";
     bool grey = false;
+    bool flat = false;
     GroundScale ground;
     ShadeOptions shade;
 
@@ -27,9 +30,14 @@ void PreviewCommand::run() {
     check_folder(output);
     const Grid grid = read_grid(input);
     if (before.empty()) {
+        if (flat) {
+            write_picture(output, grid.width, grid.height, 3, shade_heights(grid));
+            return;
+        }
+        Host host(device);
         shade.tinted = !grey;
         shade.height_unit = ground.height_unit_of(grid);
-        write_picture(output, grid.width, grid.height, 3, shade_relief(grid, ground.cell_of(grid), shade));
+        write_picture(output, grid.width, grid.height, 3, shade_relief(host, grid, ground.cell_of(grid), shade));
         return;
     }
     const Grid earlier = read_grid(before);
@@ -54,18 +62,22 @@ void add_preview_command(CLI::App& app) {
     command->add_option("OUT", settings->output, "Picture, .png")->required()->check(png_name());
     command->add_option("--difference", settings->before, "Draw IN minus this grid instead: red is loss, blue gain")
         ->type_name("GRID");
-    command->add_flag("--grey", settings->grey, "No colours by height");
-    command->add_option("--azimuth", settings->shade.azimuth, "Where the light comes from, degrees from north")
+    CLI::Option* const grey = command->add_flag("--grey", settings->grey, "No colours by height");
+    command->add_flag("--flat", settings->flat, "Only the colours by height, no light")->excludes(grey);
+    command->add_option("--azimuth", settings->shade.sun.azimuth, "Where the sun stands, degrees from north over east")
         ->check(finite_number(-360, 360))
         ->type_name("DEGREES")
         ->capture_default_str();
-    command->add_option("--altitude", settings->shade.altitude, "Height of the light above the horizon, degrees")
+    command->add_option("--altitude", settings->shade.sun.elevation, "Height of the sun above the horizon, degrees")
         ->check(finite_number(1, 90))
         ->type_name("DEGREES")
         ->capture_default_str();
     command->add_option("--exaggeration", settings->shade.exaggeration, "Factor on all heights")
         ->check(positive_number())
         ->type_name("FACTOR")
+        ->capture_default_str();
+    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
+        ->type_name("ID")
         ->capture_default_str();
     settings->ground.add_options(*command);
     command->callback([settings] { settings->run(); });

@@ -121,11 +121,11 @@ std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& wha
     return resample(grid.cells, own_size, size);
 }
 
-std::vector<float> read_mask(const std::string& name, GridSize size) {
+std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what) {
     Grid grid = read_grid(name, 0.0f);
     const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
     if (grid.integer_maximum > 0 && highest > 1)
         for (float& cell : grid.cells)
             cell /= static_cast<float>(grid.integer_maximum);
-    return fitted_cells(std::move(grid), size, "the mask");
+    return fitted_cells(std::move(grid), size, what);
 }

@@ -33,5 +33,5 @@ Grid stretched(const Grid& grid, GridSize size);
 std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what);
 
 /// Reads a mask for a terrain of `size`. A painted mask goes up to the largest number of its type, a drawn one up to 1:
-/// both end up from 0 to 1.
-std::vector<float> read_mask(const std::string& name, GridSize size);
+/// both end up from 0 to 1. `what` names it if it has to be resampled.
+std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what = "the mask");

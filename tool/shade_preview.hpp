@@ -4,18 +4,27 @@
 #include <vector>
 
 #include "grid.hpp"
+#include "lighting.hpp"
 
 /// Light and exaggeration of a shaded picture.
 struct ShadeOptions {
-    double azimuth = 315;    ///< where the light comes from, degrees clockwise from north
-    double altitude = 45;    ///< of the light above the horizon, degrees
+    SunPosition sun;
     double exaggeration = 1; ///< factor on all heights
     double height_unit = 1;  ///< metres in one unit of height
     bool tinted = true;      ///< colours by height, else grey
 };
 
-/// A picture of the grid, 3 bytes a cell. Cells without a value are white.
-std::vector<std::uint8_t> shade_relief(const Grid& grid, CellSize cell, const ShadeOptions& options);
+/// What ground of the colours by height reflects, from the lowest to the highest cell.
+Surface tinted_surface(const Grid& grid);
+
+/// A picture of the grid in the light of day, 3 bytes a cell. Cells without a value are white.
+std::vector<std::uint8_t> shade_relief(Host& host, const Grid& grid, CellSize cell, const ShadeOptions& options);
+
+/// A picture of the colours by height alone.
+std::vector<std::uint8_t> shade_heights(const Grid& grid);
+
+/// A picture of a sum of light: from night over sunset to day, from the least to the greatest value.
+std::vector<std::uint8_t> shade_sunlight(const Grid& grid);
 
 /// A picture of after - before: red where material was lost, blue where it was gained, white where nothing changed or
 /// where a cell has no value. `range` is the change that takes the full colour; both grids have the same size.

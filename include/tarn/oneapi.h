@@ -588,19 +588,27 @@ typedef struct lighting_Resolution {
     int32_t height;
 } lighting_Resolution;
 
-/** Parameters of Shade and SunLightIntegral. 120 bytes. */
+/**
+ * Parameters of Shade and SunLightIntegral. 120 bytes. Each reads some fields only, and looks at no others. Of those
+ * that Shade reads, all floats must be finite; sun_rings, sun_diameter and the fields of the ambient occlusion count
+ * only if the flags let their stage run.
+ */
 typedef struct lighting_Parameters {
-    lighting_Resolution resolution; /**< square, with an even side */
+    lighting_Resolution resolution; /**< square, with an even side; for Shade at most 32766 */
     float terrain_size;
     float terrain_height;
-    float sun_direction[3]; /**< unit vector towards the sun: x along a row, y down the rows, z up */
+    /**
+     * Unit vector towards the sun: x along a row, y down the rows, z up. A sun straight above lights everything, and
+     * one straight below nothing, whatever its disc.
+     */
+    float sun_direction[3];
     /**
      * Rays towards the sun's disc: 3n^2 + 3n + 1 in n rings around its centre for n of 0 to 17; with -4 and -8, so many
      * parallel rays at different points of a cell, for hard shadows with smooth edges; -1 is the same as 0. Other
      * values are refused.
      */
     int32_t sun_rings;
-    float sun_diameter; /**< apparent diameter of the sun, degrees; about 0.53 on Earth */
+    float sun_diameter; /**< apparent diameter of the sun, degrees from 0 to 180; about 0.53 on Earth */
     uint32_t hybrid_ao; /**< 0: ambient occlusion is traced at full size; else at the coarsest of hybrid_ao_levels */
     /**
      * Subdivisions of the icosahedron of ambient rays, 0 to 3: 7, 23, 94 or 371 rays, for the tracing at full size and
@@ -608,8 +616,12 @@ typedef struct lighting_Parameters {
      */
     int32_t ao_subdivisions;
     int32_t hybrid_ao_subdivisions;
-    int32_t hybrid_ao_levels; /**< levels of the hybrid pyramid, the full size included; below 2 is full size */
-    float exposure;           /**< factor on both lights */
+    /**
+     * Levels of the hybrid pyramid, the full size included; below 2 is full size. Each level halves the side, rounding
+     * down, and more levels than that leaves cells for are refused.
+     */
+    int32_t hybrid_ao_levels;
+    float exposure; /**< factor on both lights */
     float sun_intensity;
     float ambient_intensity;
     float sun_color[3]; /**< red, green, blue, as ambient_color */
@@ -630,21 +642,23 @@ typedef struct lighting_Parameters {
 /**
  * Renders a terrain as a lit image, and hands the stages of it back: the cosine towards the sun, the sun's visibility
  * and the ambient occlusion. Visibility comes from sweeps of parallel lines over the grid for each ray, with a running
- * horizon; the image is albedo * (cosine * visibility * sun + ambient * occlusion) for each colour.
- *
- * Availability: planned; this release does not export it.
+ * horizon; the image is albedo * (cosine * visibility * sun + ambient * occlusion) for each colour. Colours are linear
+ * and not limited to 1.
  *
  * - heights: in.
  * - diffuse: out if direct_light is set, else untouched and may be null. Cosine between normal and sun, from 0.
  * - shadow: out if direct_light and shadows are set, else untouched and may be null. Share of the sun's rays that
- * arrive.
+ *   arrive, from 0 to 1. The border casts no shadow: what lies beyond it is not known.
  * - ao: out if ambient_light and ambient_occlusion are set and ao_supplied is not; in if all three are set; else
- *   untouched and may be null. 1 under a free sky, 0 in full occlusion.
+ *   untouched and may be null. About 1 under a free sky, 0 in full occlusion.
  * - red, green, blue: out.
  * - albedo_red, albedo_green, albedo_blue: in, or null; `albedo` takes their place unless all three are given.
  *
- * A sun at the zenith throws no shadow. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
- * Need: 72 * width * height bytes.
+ * Grids that are not square or have an odd side are refused, and null grids of a stage that runs. The hybrid ambient
+ * occlusion traces the coarsest level of a pyramid only, and adds what the finer relief does to it: faster with each
+ * level, and smoother.
+ *
+ * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 72 * width * height bytes.
  */
 TARN_API uint32_t Shade(SyclQueue* queue, const float* heights, float* diffuse, float* shadow, float* ao, float* red,
                         float* green, float* blue, const float* albedo_red, const float* albedo_green,
@@ -656,15 +670,16 @@ TARN_API uint32_t Shade(SyclQueue* queue, const float* heights, float* diffuse, 
  * sun are drawn from the span: declination by Cooper's formula (1969), air mass by Rozenberg's (1966). One sweep at
  * half the resolution takes them all.
  *
- * Availability: planned; this release does not export it.
- *
  * - heights: in.
- * - result: out; light received, from 0, as a mean over day and night.
+ * - result: out; light received, from 0, as a mean over day and night. A surface that faced the sun all the time,
+ *   without haze, would get 2.68.
  * - parameters: reads resolution, terrain_size, terrain_height, first_day, last_day, latitude, north_offset and haze. A
- *   last_day before first_day lies in the next year; a span below one day is refused.
+ *   last_day before first_day lies in the next year; a span below one day, and a haze below 0, are refused. So are
+ *   grids that are not square or have an odd side.
  *
- * Takes no callbacks: no progress, no reports of memory, no cancel. Errors are logged through the callbacks of the
- * latest Shade, if there was one. Status 0, 2 or 3. Need: 72 * width * height bytes.
+ * Takes no callbacks: no progress, no reports of memory, no cancel. Errors, and refusals, are logged through the
+ * callbacks of the latest Shade that was not refused, so that host must still be there; before it nothing is logged.
+ * Status 0, 2 or 3. Need: 72 * width * height bytes.
  */
 TARN_API uint32_t SunLightIntegral(SyclQueue* queue, const float* heights, float* result,
                                    const lighting_Parameters* parameters);
@@ -680,7 +695,7 @@ TARN_API uint32_t SunLightIntegral(SyclQueue* queue, const float* heights, float
 typedef struct mesh_rasterizer_Parameters {
     TarnInt2 resolution;  /**< width and height of the grids */
     uint32_t point_count; /**< MeshRasterizer_RenderPointCloud only */
-    float vertical_scale; /**< height of the model's space over its width; not 0 */
+    float vertical_scale; /**< height of the model's space over its width: a height of 1.0 in widths of the frame */
     float rotation_x;     /**< degrees; a vertex turns about z first, then y, then x */
     float rotation_y;
     float rotation_z;
@@ -712,17 +727,19 @@ typedef struct mesh_rasterizer_MeshView {
  * Draws a mesh from above into a height grid: each cell gets the highest surface over its centre. The model is rotated,
  * fitted to the frame in its proportions and moved, and both sides of its triangles are drawn.
  *
- * Availability: planned; this release does not export it.
- *
  * - mesh: without triangles or vertices nothing is drawn. A triangle number out of range is refused. Triangles with a
- *   bounding box of 2^28 cells or more, without area, or with NaN coordinates draw nothing.
+ *   bounding box of 2^28 cells or more (counted in 32 bits, which wrap around), with two corners in one place, or with
+ *   NaN coordinates draw nothing.
  * - height: in and out; the floor under the model, which stays where no triangle lies above it.
  * - noise: in and out, or null; receives a random number from 0 to 1 for the triangle that won the cell.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * - parameters: reads all but point_count and the displacement. Rewritten: with supersample the resolution in it is
+ *   doubled. Hand a fresh copy to each call. A vertical_scale of 0 is refused; the fit lets the model's height span at
+ *   most 1.0 in the height grid, before scale.
  *
- * Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet, the noise of either may
- * stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 16 * (vertex_count +
- * triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
+ * With supersample 4 * width * height must not exceed 2^31 - 1, and each cell is the mean of four: where the model ends
+ * within it, of model and floor. Bounding boxes of 2^31 cells or more in all end in status_failed. Where triangles meet
+ * at one height, the noise of either may stand. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 16 * (vertex_count + triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height,
                                             float* noise, mesh_rasterizer_Parameters* parameters,
@@ -733,16 +750,23 @@ TARN_API uint32_t MeshRasterizer_RenderMesh(SyclQueue* queue, const mesh_rasteri
  * the normal, and draws the result into a height grid. There is no fit: rotation, scale, offset and rest_on_floor are
  * not read.
  *
- * Availability: planned; this release does not export it.
+ * A vertex v with the normal n moves by displacement_amount * (map + displacement_bias) * n, map being the sum of what
+ * the three maps hold at (v.x, v.y), (v.x, v.z) and (v.y, v.z), weighted by the fourth powers of the components of n
+ * across them; a coordinate of 1 is the width of the maps, or for v.y in the first their height. With
+ * horizontal_displacement the weights are the components themselves, and v moves along the direction of n in the plane
+ * of x and y. Off the maps their border cells count, and the slope of the first two cells up to a cell before them.
  *
  * - mesh: with normals, used in the length they have. Triangles are drawn only if (b - a) x (c - a) does not point
- *   towards +z in frame space, a, b, c being their vertices.
+ *   towards +z in frame space, a, b, c being their vertices; they may be of any size. A triangle number out of range is
+ *   refused.
  * - height: in and out, as for MeshRasterizer_RenderMesh.
- * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution.
- * - parameters: rewritten: with supersample the resolution in it is doubled. Hand a fresh copy to each call.
+ * - xy_map, xz_map, yz_map: in; maps for the surfaces that face along z, y and x, of the caller's resolution. They may
+ *   be one and the same.
+ * - parameters: reads resolution, vertical_scale, the displacement and supersample. Rewritten: with supersample the
+ *   resolution in it is doubled. Hand a fresh copy to each call. With a vertical_scale of 0 nothing is drawn.
  *
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * vertex_count + 16 * triangle_count +
- * k * cells bytes, with k = 28 with supersample, else 16.
+ * Supersample as for MeshRasterizer_RenderMesh. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled.
+ * Need: 32 * vertex_count + 16 * triangle_count + k * cells bytes, with k = 28 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
     SyclQueue* queue, const mesh_rasterizer_MeshView* mesh, float* height, const float* xy_map, const float* xz_map,

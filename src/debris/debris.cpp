@@ -6,6 +6,7 @@
 
 #include "debris/debris_kernels.hpp"
 #include "grid/access.hpp"
+#include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
 
 namespace tarn::debris {
@@ -14,11 +15,6 @@ namespace {
 
 /// Most work-items of one launch: implementations may number them with an int.
 constexpr std::uint64_t most_items = 0x7FFFFFFF;
-
-template <class T, sycl::access_mode mode>
-auto* elements_of(const sycl::accessor<T, 1, mode>& accessor) {
-    return &accessor[sycl::id<1>(0)];
-}
 
 /// All elements 0.
 template <class T>
@@ -61,13 +57,7 @@ Debris::Debris(const Parameters& parameters, sycl::queue& caller_queue, const Ho
 
 void Debris::run() {
     const auto columns = static_cast<std::ptrdiff_t>(context_.resolution);
-    queue_->submit([&](sycl::handler& handler) {
-        const auto rock_id = overwrite(rock_id_, handler), coverage = overwrite(coverage_, handler);
-        launch_cells(launch_on(handler, *queue_), extent_of(rock_id_), 0, [=](int x, int y, auto) {
-            cells_of(rock_id)[y * columns + x] = 0.0f;
-            cells_of(coverage)[y * columns + x] = 0.0f;
-        });
-    });
+    fill(*queue_, rock_id_, 0.0f);
     const std::uint32_t count = context_.parameters.count;
     std::uint32_t state = nonzero_state(context_.parameters.seed);
     for (std::uint64_t first = 0; first < count; first += batch_size) {

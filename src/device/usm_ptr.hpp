@@ -118,6 +118,8 @@ class usm_ptr {
 
     T* data() const { return state_->data; }
     T* host_ptr() const { return state_->host_ptr; }
+    /// Where the data goes when the last usm_ptr to it goes; null for nowhere.
+    void set_host_ptr(T* host) const { state_->host_ptr = host; }
     sycl::queue& queue() const { return state_->queue; }
     const sycl::range<D>& shape() const { return state_->shape; }
     std::size_t size() const { return state_->shape.size(); }

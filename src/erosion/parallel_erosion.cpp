@@ -7,6 +7,7 @@
 
 #include "erosion/parallel_erosion_kernels.hpp"
 #include "grid/access.hpp"
+#include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/resampling.hpp"
 #include "grid/shuffle.hpp"
@@ -15,17 +16,6 @@
 namespace tarn::parallel_erosion {
 
 namespace {
-
-template <class T>
-void clear(sycl::queue& queue, sycl::buffer<T, 2>& grid) {
-    queue.submit([&](sycl::handler& handler) {
-        const Writer<T> cells = overwrite(grid, handler);
-        launch_cells(launch_on(handler, queue), Extent<2>(grid.get_range()), 0,
-                     [=, columns = static_cast<std::ptrdiff_t>(grid.get_range()[1])](int x, int y, auto) {
-                         cells_of(cells)[y * columns + x] = T{};
-                     });
-    });
-}
 
 /// An absent grid has one element, so that kernels can take an accessor to it.
 sycl::range<2> one_if_absent(const sycl::range<2>& shape, bool is_given) {
@@ -214,11 +204,11 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel* finer)
 template <bool with_reach>
 void LaplacianLevel::init() {
     // Each pass leaves the sums cleared, and the shaping overwrites `delta` and `reach_next`.
-    clear(*queue, flow);
-    clear(*queue, sediment);
-    clear(*queue, wear);
+    fill(*queue, flow, 0.0f);
+    fill(*queue, sediment, 0.0f);
+    fill(*queue, wear, 0.0f);
     if constexpr (with_reach)
-        clear(*queue, reach);
+        fill(*queue, reach, 0.0f);
 }
 
 float LaplacianLevel::cell_width(const Parameters& parameters) const {
@@ -333,7 +323,7 @@ void ParallelErosion::erode_level(LaplacianLevel& level) {
         return;
 
     Swarm swarm(level);
-    clear(queue_, level.delta_sum);
+    fill(queue_, level.delta_sum, DeltaSum{});
     // On fewer rows or columns all places lie in the margins, where a particle ends at its birth.
     const bool has_inside = level.rows > 2 && level.cols > 2;
     std::uint32_t batch_offset = 0;

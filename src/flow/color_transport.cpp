@@ -1,0 +1,108 @@
+#include "flow/color_transport.hpp"
+
+#include <cmath>
+
+#include "flow/color_transport_kernels.hpp"
+#include "grid/access.hpp"
+#include "grid/fill.hpp"
+#include "grid/launch_cells.hpp"
+
+namespace tarn::color_transport {
+
+float prior_weight(float persistence) {
+    return maximum(16.0f / (persistence + 0.1f) - 14.0f, 0.0f);
+}
+
+float pick_distance(float transport, std::size_t rows) {
+    const auto height = static_cast<float>(rows);
+    float distance = (std::exp(transport * 5.0f) - 1.0f) * height / (std::exp(5.0f) - 1.0f);
+    if (transport >= 0.95f)
+        distance += (transport - 0.95f) * (transport - 0.95f) * 400.0f * height;
+    return distance;
+}
+
+ColorTransport::ColorTransport(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
+                               const CallerGrids& grids)
+    : tracker_(record, caller_queue), queue_(caller_queue), parameters_(parameters),
+      extent_(static_cast<std::size_t>(parameters.height), static_cast<std::size_t>(parameters.width)),
+      heights_(create_buffer(const_cast<float*>(grids.heights), extent_, queue_, false)), work_heights_(extent_),
+      red_(create_buffer(grids.red, extent_, queue_, true)), green_(create_buffer(grids.green, extent_, queue_, true)),
+      blue_(create_buffer(grids.blue, extent_, queue_, true)), loads_(extent_),
+      mask_(create_buffer(const_cast<float*>(grids.mask), extent_, queue_, false)),
+      length_map_(create_buffer(const_cast<float*>(grids.length_map), extent_, queue_, false)) {}
+
+void ColorTransport::process() {
+    copy(queue_, heights_, work_heights_);
+    flow::fill_pits(work_heights_, queue_);
+
+    std::vector<Point> particles = flow::seed_particles(mask_, extent_, parameters_.seed);
+    if (particles.empty())
+        return;
+    flow::shuffle_particles(particles, parameters_.seed);
+    auto particle_buffer = flow::create_particle_buffer(particles, queue_);
+    auto directions = flow::create_direction_buffer(parameters_.seed, parameters_.straight_trails != 0);
+    fill(queue_, loads_, Load{});
+
+    tracker_.add_total(32.0);
+    const flow::TrailLengths lengths(parameters_.width, parameters_.flow_length);
+    for (const flow::Batch& batch :
+         flow::plan_batches(static_cast<std::uint32_t>(particles.size()), extent_.size(), lengths)) {
+        color_transport_full(particle_buffer, batch.start, batch.short_count, lengths.shortest, directions);
+        color_transport_full(particle_buffer, batch.start + batch.short_count, batch.long_count, lengths.longest,
+                             directions);
+        fold(batch.norm);
+        tracker_.add(1.0);
+        if (tracker_.cancelled)
+            break;
+    }
+}
+
+void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count,
+                                          float steps, sycl::buffer<float, 1>& directions) {
+    if (count == 0)
+        return;
+    const Walk walk{steps, pick_distance(parameters_.transport, extent_[0]), parameters_.seed};
+    queue_.submit([&](sycl::handler& handler) {
+        const Reader<Point, 1> points = read(particles, handler);
+        const Reader<float, 1> table = read(directions, handler);
+        const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
+        const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
+        const Updater<Load> loads = update(loads_, handler);
+        flow::launch_particles(handler, queue_, start, count,
+                               [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
+                                rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
+                                   carry_colors<lanes.value>(
+                                       elements_of(points), first, last, walk, {cells_of(heights), columns, rows},
+                                       {cells_of(red), cells_of(green), cells_of(blue)}, elements_of(table),
+                                       has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
+                               });
+    });
+}
+
+void ColorTransport::fold(float norm) {
+    const Mix mix{norm, prior_weight(parameters_.persistence), parameters_.blend};
+    queue_.submit([&](sycl::handler& handler) {
+        const Updater<float> red = update(red_, handler), green = update(green_, handler);
+        const Updater<float> blue = update(blue_, handler), work = update(work_heights_, handler);
+        const Updater<Load> loads = update(loads_, handler);
+        launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
+                     [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
+                      feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
+                         const std::ptrdiff_t i = y * columns + x;
+                         const Load load = cells_of(loads)[i];
+                         if (load.hits > 0.0f) {
+                             const float share = 1.0f / (load.hits * mix.norm + mix.prior);
+                             float& r = cells_of(red)[i];
+                             float& g = cells_of(green)[i];
+                             float& b = cells_of(blue)[i];
+                             r = mixed(r, load.sum.red, share, mix);
+                             g = mixed(g, load.sum.green, share, mix);
+                             b = mixed(b, load.sum.blue, share, mix);
+                         }
+                         cells_of(work)[i] += load.hits * feedback;
+                         cells_of(loads)[i] = Load{};
+                     });
+    });
+}
+
+} // namespace tarn::color_transport

@@ -1,0 +1,60 @@
+// Flow: a map of where water gathers. Particles are scattered over the terrain and traced downhill in batches; the map
+// sums their visits, and the terrain that they walk over rises a little where they have been.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sycl/sycl.hpp>
+#include <tarn/oneapi.h>
+
+#include "device/call_frame.hpp"
+#include "flow/particles.hpp"
+
+namespace tarn::flow {
+
+using Parameters = flow_Parameters;
+static_assert(sizeof(Parameters) == 20);
+static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
+static_assert(offsetof(Parameters, flow_length) == 8 && offsetof(Parameters, spread) == 12);
+static_assert(offsetof(Parameters, seed) == 16);
+
+/// The module's copy of the host's callbacks.
+inline ModuleCallbacks callbacks;
+
+/// The caller's grids; the mask may be null.
+struct CallerGrids {
+    const float* heights;
+    float* flow_map;
+    const float* mask;
+};
+
+class Flow {
+  public:
+    /// Reports 0 %, then takes the caller's grids in; the flow map is written back when the object ends.
+    Flow(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
+         const CallerGrids& grids);
+
+    void process();
+
+    bool cancelled() const { return tracker_.cancelled; }
+
+  private:
+    /// Walks `count` particles from `start` on over the work heights and counts their visits.
+    void flow(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count, std::uint32_t steps,
+              sycl::buffer<float, 1>& directions);
+    /// Adds the visits of a batch to the flow map and to the work heights, and clears them.
+    void fold(float norm);
+
+    ProgressTracker tracker_;
+    sycl::queue queue_;
+    Parameters parameters_;
+    sycl::range<2> extent_;
+    Grid heights_;
+    Grid work_heights_;
+    Grid flow_map_;
+    Grid hits_;
+    Grid mask_;
+};
+
+} // namespace tarn::flow

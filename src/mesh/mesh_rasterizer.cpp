@@ -1,0 +1,273 @@
+#include "mesh/mesh_rasterizer.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "grid/resampling.hpp"
+#include "mesh/mesh_kernels.hpp"
+#include "mesh/work_expansion.hpp"
+
+namespace tarn::mesh_rasterizer {
+
+namespace {
+
+/// A list of the caller's on the device; an empty one has nothing to take over.
+template <class T, class Element>
+usm_ptr<T, 1> upload(const Element* list, std::uint32_t count, sycl::queue& queue, bool wrap_on_cpu) {
+    // Never written back, and never written to where it is wrapped.
+    T* const data = count > 0 ? reinterpret_cast<T*>(const_cast<Element*>(list)) : nullptr;
+    return {sycl::range<1>(count), queue, data, false, wrap_on_cpu};
+}
+
+struct Quaternion {
+    float w, x, y, z;
+};
+
+Quaternion operator*(const Quaternion& a, const Quaternion& b) {
+    return {a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z, a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
+            a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x, a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w};
+}
+
+/// About z first, then y, then x; in degrees, with x and z turning clockwise.
+Rotation make_rotation(float x_degrees, float y_degrees, float z_degrees) {
+    constexpr float half_radians = 0.008726646f; // pi / 360
+    const float x = -x_degrees * half_radians, y = y_degrees * half_radians, z = -z_degrees * half_radians;
+    Quaternion q = Quaternion{std::cos(x), std::sin(x), 0.0f, 0.0f} * Quaternion{std::cos(y), 0.0f, std::sin(y), 0.0f} *
+                   Quaternion{std::cos(z), 0.0f, 0.0f, std::sin(z)};
+    const float length = std::sqrt(q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z);
+    q = {q.w / length, q.x / length, q.y / length, q.z / length};
+    return {{{1.0f - 2.0f * (q.y * q.y + q.z * q.z), 2.0f * (q.x * q.y - q.w * q.z), 2.0f * (q.x * q.z + q.w * q.y)},
+             {2.0f * (q.x * q.y + q.w * q.z), 1.0f - 2.0f * (q.x * q.x + q.z * q.z), 2.0f * (q.y * q.z - q.w * q.x)},
+             {2.0f * (q.x * q.z - q.w * q.y), 2.0f * (q.y * q.z + q.w * q.x), 1.0f - 2.0f * (q.x * q.x + q.y * q.y)}}};
+}
+
+/// The transform that lets the unrotated model touch the frame on its tightest axis, times the record's scale.
+FrameTransform fit_to_frame(const Vertices& vertices, sycl::queue& queue, const Parameters& p) {
+    float min_x, max_x, min_y, max_y, min_z, max_z;
+    compute_bounding_box(vertices, queue, min_x, max_x, min_y, max_y, min_z, max_z);
+    const auto width = static_cast<float>(p.resolution.x);
+    const auto height = static_cast<float>(p.resolution.y);
+    const float cells_per_unit = p.vertical_scale * width;
+    // An axis along which the model is flat asks for an infinite scale, which another axis undercuts.
+    const float fit =
+        minimum(minimum(width / (max_x - min_x), height / (max_y - min_y)), cells_per_unit / (max_z - min_z)) * p.scale;
+    const vec3 centre((min_x + max_x) / 2.0f, (min_y + max_y) / 2.0f, (min_z + max_z) / 2.0f);
+    const vec3 origin((p.offset_x + 0.5f) * width, (0.5f - p.offset_y) * height, (p.offset_z + 0.5f) * cells_per_unit);
+    return {centre, make_rotation(p.rotation_x, p.rotation_y, p.rotation_z), fit, origin, cells_per_unit};
+}
+
+template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
+CellStore<depth_test, write_noise, write_height, write_triangle_ids>
+make_store(const Grid& height, const Grid& noise, const usm_ptr<std::uint32_t, 2>& triangle_ids) {
+    return {height.data(), noise.data(), triangle_ids.data()};
+}
+
+} // namespace
+
+Vertices upload_vertices(const MeshView& mesh, sycl::queue& queue) {
+    return upload<vec3>(mesh.vertices, mesh.vertex_count, queue, false);
+}
+
+Triangles upload_triangles(const MeshView& mesh, sycl::queue& queue) {
+    return upload<uvec3>(mesh.triangles, mesh.triangle_count, queue, true);
+}
+
+Vertices upload_normals(const MeshView& mesh, sycl::queue& queue) {
+    return upload<vec3>(mesh.normals, mesh.vertex_count, queue, true);
+}
+
+void compute_bounding_box(const Vertices& vertices, sycl::queue& queue, float& min_x, float& max_x, float& min_y,
+                          float& max_y, float& min_z, float& max_z) {
+    if (vertices.size() == 0) {
+        min_x = max_x = min_y = max_y = min_z = max_z = 0.0f;
+        return;
+    }
+    constexpr float most = std::numeric_limits<float>::max();
+    float bounds[6] = {most, -most, most, -most, most, -most};
+    {
+        const usm_ptr<float, 1> list(sycl::range<1>(6), queue, bounds, true, true);
+        float* const b = list.data();
+        const auto least = [&](int n) {
+            return sycl::reduction(b + n, sycl::minimum<float>());
+        };
+        const auto largest = [&](int n) {
+            return sycl::reduction(b + n, sycl::maximum<float>());
+        };
+        queue
+            .parallel_for(
+                vertices.shape(), least(0), largest(1), least(2), largest(3), least(4), largest(5),
+                [v = vertices.data()](sycl::id<1> i, auto& x0, auto& x1, auto& y0, auto& y1, auto& z0, auto& z1) {
+                    const vec3& vertex = v[i[0]];
+                    x0.combine(vertex.x());
+                    x1.combine(vertex.x());
+                    y0.combine(vertex.y());
+                    y1.combine(vertex.y());
+                    z0.combine(vertex.z());
+                    z1.combine(vertex.z());
+                })
+            .wait();
+    }
+    min_x = bounds[0], max_x = bounds[1];
+    min_y = bounds[2], max_y = bounds[3];
+    min_z = bounds[4], max_z = bounds[5];
+}
+
+MeshRasterizer::MeshRasterizer(sycl::queue& queue, float* height, float* noise, Parameters& parameters,
+                               Vertices& vertices, Triangles& triangles, bool with_triangle_ids,
+                               const HostCallbacks& record)
+    : tracker_(record, queue), device_queue_(&queue), parameters_(&parameters), extent_(grid_shape(parameters)),
+      height_(extent_, queue, height, true, true), noise_(extent_, queue, noise, true, true), vertices_(&vertices),
+      triangles_(&triangles), triangle_ids_(with_triangle_ids ? extent_.shape() : sycl::range<2>(0, 0), queue) {}
+
+MeshRasterizer::MeshRasterizer(sycl::queue& queue, const Grid& height, const Grid& noise, Parameters& parameters,
+                               Vertices& vertices, Triangles& triangles, bool with_triangle_ids,
+                               const HostCallbacks& record)
+    : tracker_(record, queue), device_queue_(&queue), parameters_(&parameters), extent_(grid_shape(parameters)),
+      height_(height), noise_(noise), vertices_(&vertices), triangles_(&triangles),
+      triangle_ids_(with_triangle_ids ? extent_.shape() : sycl::range<2>(0, 0), queue) {}
+
+void MeshRasterizer::process_vertices(Vertices& vertices, sycl::queue& queue, const Parameters& parameters) {
+    if (vertices.size() == 0)
+        return;
+    queue.parallel_for(vertices.shape(), [v = vertices.data(), to_frame = fit_to_frame(vertices, queue, parameters)](
+                                             sycl::id<1> i) { v[i[0]] = to_frame(v[i[0]]); });
+    if (parameters.rest_on_floor == 0)
+        return;
+    float min_x, max_x, min_y, max_y, min_z, max_z;
+    compute_bounding_box(vertices, queue, min_x, max_x, min_y, max_y, min_z, max_z);
+    queue.parallel_for(vertices.shape(),
+                       [v = vertices.data(), above_floor = min_z - parameters.offset_z](sycl::id<1> i) {
+                           v[i[0]] = v[i[0]] - vec3(above_floor, above_floor, above_floor);
+                       });
+}
+
+template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
+void MeshRasterizer::render() {
+    const auto store =
+        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+    const WorkExpansion expansion(*device_queue_, *vertices_, *triangles_, true);
+    expansion.launch(*device_queue_, extent_, store);
+}
+
+template void MeshRasterizer::render<true, true, true, false>();
+template void MeshRasterizer::render<true, false, true, false>();
+template void MeshRasterizer::render<false, true, true, false>();
+
+template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
+void MeshRasterizer::render3() {
+    if (triangles_->size() == 0)
+        return;
+    const auto store =
+        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+    const auto sizes = device_queue_->get_device().get_info<sycl::info::device::sub_group_sizes>();
+    const std::size_t lanes = sizes.empty() ? 1 : sizes.back();
+    const int width = static_cast<int>(extent_.x()), height = static_cast<int>(extent_.y());
+    const sycl::nd_range<1> items(sycl::range<1>(triangles_->size() * lanes), sycl::range<1>(lanes));
+    device_queue_->parallel_for(items, [=, vertices = vertices_->data(),
+                                        triangles = triangles_->data()](sycl::nd_item<1> item) {
+        const auto triangle = static_cast<std::uint32_t>(item.get_group(0));
+        const uvec3& corners = triangles[triangle];
+        const vec3& a = vertices[corners.x()];
+        const vec3& b = vertices[corners.y()];
+        const vec3& c = vertices[corners.z()];
+        const ClippedBox box = visible_box(a, b, c, width, height);
+        if (box.empty())
+            return;
+        const DrawnTriangle drawn(triangle, a, b, c);
+        const auto span = static_cast<std::uint32_t>(box.x1 - box.x0 + 1);
+        const std::uint32_t cells = span * static_cast<std::uint32_t>(box.y1 - box.y0 + 1);
+        for (auto i = static_cast<std::uint32_t>(item.get_local_id(0)); i < cells;
+             i += static_cast<std::uint32_t>(lanes)) {
+            const std::uint32_t row = i / span;
+            render_cell(drawn, box.x0 + static_cast<int>(i - row * span), box.y0 + static_cast<int>(row), width, store);
+        }
+    });
+}
+
+template void MeshRasterizer::render3<true, false, true, false>();
+template void MeshRasterizer::render3<false, false, false, true>();
+
+template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
+void MeshRasterizer::render3_cpu() {
+    if (triangles_->size() == 0)
+        return;
+    const auto store =
+        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+    const int width = static_cast<int>(extent_.x()), height = static_cast<int>(extent_.y());
+    // One work-item to each triangle; where there are too few to keep all cores busy, to each in each band of rows.
+    constexpr std::size_t enough_items = 4096;
+    constexpr int lowest_band = 8;
+    const int most_bands = static_cast<int>(std::max<std::size_t>(enough_items / triangles_->size(), 1));
+    const int band_rows = std::max((height - 1) / most_bands + 1, lowest_band);
+    const auto bands = static_cast<std::size_t>((height - 1) / band_rows + 1);
+    device_queue_->parallel_for(sycl::range<2>(bands, triangles_->size()),
+                                [=, vertices = vertices_->data(), triangles = triangles_->data()](sycl::id<2> index) {
+                                    const auto triangle = static_cast<std::uint32_t>(index[1]);
+                                    const uvec3& corners = triangles[triangle];
+                                    const vec3& a = vertices[corners.x()];
+                                    const vec3& b = vertices[corners.y()];
+                                    const vec3& c = vertices[corners.z()];
+                                    ClippedBox box = visible_box(a, b, c, width, height);
+                                    const int band_start = static_cast<int>(index[0]) * band_rows;
+                                    box.y0 = maximum(box.y0, band_start);
+                                    box.y1 = minimum(box.y1, band_start + (band_rows - 1));
+                                    if (box.empty())
+                                        return;
+                                    const DrawnTriangle drawn(triangle, a, b, c);
+                                    for (int y = box.y0; y <= box.y1; ++y)
+                                        render_row(drawn, box.x0, box.x1 + 1, y, width, store);
+                                });
+}
+
+template void MeshRasterizer::render3_cpu<true, false, true, false>();
+template void MeshRasterizer::render3_cpu<false, false, false, true>();
+
+void double_supersampled_resolution(Parameters& parameters) {
+    if (parameters.supersample == 0)
+        return;
+    parameters.resolution.x *= 2;
+    parameters.resolution.y *= 2;
+}
+
+Grid open_output(const sycl::range<2>& shape, sycl::queue& queue, float* host, bool supersample) {
+    Grid output(shape, queue, host, true, true);
+    if (!supersample)
+        return output;
+    output.set_host_ptr(nullptr);
+    return resampling::upsample_box(output);
+}
+
+void reduce_output(Grid& output, float* host) {
+    if (!output)
+        return;
+    output = resampling::downsample_box(output);
+    output.set_host_ptr(host);
+}
+
+void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float* noise, Parameters& parameters,
+                 const HostCallbacks& record) {
+    Vertices vertices = upload_vertices(mesh, queue);
+    Triangles triangles = upload_triangles(mesh, queue);
+    const sycl::range<2> shape = grid_shape(parameters);
+    double_supersampled_resolution(parameters);
+    // A mesh without triangles leaves the grids as they are, without a way through another resolution.
+    const bool supersample = parameters.supersample != 0 && triangles.size() > 0;
+    Grid heights = open_output(shape, queue, height, supersample);
+    Grid noises = open_output(shape, queue, noise, supersample);
+    MeshRasterizer::process_vertices(vertices, queue, parameters);
+    {
+        Parameters copy = parameters;
+        MeshRasterizer rasterizer(queue, heights, noises, copy, vertices, triangles, false, record);
+        if (noise != nullptr)
+            rasterizer.render<true, true, true, false>();
+        else
+            rasterizer.render<true, false, true, false>();
+    }
+    if (supersample) {
+        reduce_output(heights, height);
+        reduce_output(noises, noise);
+    }
+}
+
+} // namespace tarn::mesh_rasterizer

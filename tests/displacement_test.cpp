@@ -1,0 +1,301 @@
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+
+#include <tbb/global_control.h>
+
+#include "grid/bilinear.hpp"
+#include "mesh/displacement_kernels.hpp"
+#include "mesh/mesh_rasterizer.hpp"
+#include "mesh_support.hpp"
+
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
+namespace {
+
+using namespace tarn_test;
+using namespace tarn::mesh_rasterizer;
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+/// A scene with displacement maps.
+struct DisplacedScene : MeshScene {
+    DisplacedScene(int grid_width, int grid_height, float floor = 0.0f)
+        : MeshScene(grid_width, grid_height, floor), xy(heights.size()), xz(heights.size()), yz(heights.size()) {}
+
+    std::vector<float> xy, xz, yz;
+};
+
+class TriplanarDisplacement : public ::testing::Test {
+  protected:
+    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    RecordingHost host;
+
+    std::uint32_t run(sycl::queue& on, DisplacedScene& scene) {
+        const HostCallbacks record = host.callbacks();
+        const mesh_rasterizer_MeshView view = scene.mesh.view();
+        return MeshRasterizer_RenderMeshWithTriplanarDisplacement(handle(on), &view, scene.heights.data(),
+                                                                  scene.xy.data(), scene.xz.data(), scene.yz.data(),
+                                                                  &scene.parameters, &record);
+    }
+
+    void render(DisplacedScene& scene) { EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_ok)); }
+};
+
+/// How far a vertex goes along `normal`, or sideways along it, with maps that are 1, 10 and 100 all over.
+template <bool horizontal>
+float distance_of(const vec3& normal, float bias = 0.0f) {
+    const float xy = 1.0f, xz = 10.0f, yz = 100.0f;
+    const Displacement<horizontal> displace{{&xy, &xz, &yz, 1, 1}, 1.0f, 1.0f, 1.0f, 1.0f, bias, vec3(1, 1, 1)};
+    const vec3 moved = displace(vec3(0.5f, 0.5f, 0.5f), normal);
+    const float x = moved.x() - 0.5f, y = moved.y() - 0.5f, z = moved.z() - 0.5f;
+    return std::sqrt(x * x + y * y + z * z);
+}
+
+TEST(DisplacementRule, WeightsFollowTheNormal) {
+    EXPECT_NEAR(distance_of<false>(vec3(0, 0, 1)), 1.0f, 1e-6f);
+    EXPECT_NEAR(distance_of<false>(vec3(0, -1, 0)), 10.0f, 1e-5f);
+    EXPECT_NEAR(distance_of<false>(vec3(1, 0, 0)), 100.0f, 1e-4f);
+    EXPECT_NEAR(distance_of<true>(vec3(0, 1, 0)), 10.0f, 1e-5f);
+    EXPECT_NEAR(distance_of<false>(vec3(0.6f, 0, 0.8f)), (100.0f * 0.1296f + 1.0f * 0.4096f) / 0.5392f, 1e-4f);
+    EXPECT_NEAR(distance_of<true>(vec3(0.6f, 0, 0.8f)), (100.0f * 0.6f + 1.0f * 0.8f) / 1.4f, 1e-4f);
+    // As long as the normal in one form, sideways by its whole in the other.
+    EXPECT_NEAR(distance_of<false>(vec3(0, 0, 2)), 2.0f, 1e-6f);
+    EXPECT_NEAR(distance_of<false>(vec3(0, 0, 2), 0.5f), 3.0f, 1e-6f);
+    EXPECT_NEAR(distance_of<true>(vec3(0, 3, 0), -4.0f), 6.0f, 1e-5f);
+}
+
+TEST(DisplacementRule, NothingMovesWithoutADirection) {
+    EXPECT_EQ(distance_of<false>(vec3(0, 0, 0), 5.0f), 0.0f);
+    EXPECT_EQ(distance_of<true>(vec3(0, 0, 0), 5.0f), 0.0f);
+    EXPECT_EQ(distance_of<true>(vec3(0, 0, 1), 5.0f), 0.0f);
+}
+
+TEST(DisplacementRule, EachMapIsReadInItsPlane) {
+    // 4 x 3 cells: columns count by 1 in one map and rows by 1 in another.
+    std::vector<float> columns, rows, none(12, 0.0f);
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 4; ++x) {
+            columns.push_back(static_cast<float>(x));
+            rows.push_back(static_cast<float>(y));
+        }
+    const auto moved = [&](const std::vector<float>& xy, const std::vector<float>& xz, const std::vector<float>& yz,
+                           const vec3& normal) {
+        const Displacement<false> displace{
+            {xy.data(), xz.data(), yz.data(), 4, 3}, 8.0f, 6.0f, 0.5f, 1.0f, 0.0f, vec3(8, 6, 1)};
+        const vec3 v = displace(vec3(0.25f, 0.5f, 0.375f), normal);
+        return vec3(v.x() / 8 - 0.25f, v.y() / 6 - 0.5f, v.z() - 0.375f);
+    };
+    EXPECT_NEAR(moved(columns, none, none, vec3(0, 0, 1)).z(), 0.25f * 4 - 0.5f, 1e-6f);
+    EXPECT_NEAR(moved(rows, none, none, vec3(0, 0, 1)).z(), 0.5f * 3 - 0.5f, 1e-6f);
+    EXPECT_NEAR(moved(none, columns, none, vec3(0, 1, 0)).y(), 0.25f * 4 - 0.5f, 1e-6f);
+    EXPECT_NEAR(moved(none, rows, none, vec3(0, 1, 0)).y(), 0.375f * 4 - 0.5f, 1e-6f);
+    EXPECT_NEAR(moved(none, none, columns, vec3(1, 0, 0)).x(), 0.5f * 4 - 0.5f, 1e-6f);
+    EXPECT_NEAR(moved(none, none, rows, vec3(1, 0, 0)).x(), 0.375f * 4 - 0.5f, 1e-6f);
+}
+
+TEST(Bilinear, GoesOnBeforeTheNearEdgeAndStaysBeyondTheFarOne) {
+    const std::vector<float> grid = {0, 1, 4, 10, 11, 14}; // 3 x 2
+    const auto at = [&](float x, float y) {
+        return tarn::bilinear(grid.data(), 3, 2, x, y);
+    };
+    EXPECT_EQ(at(1.5f, 0.5f), 1.0f);
+    EXPECT_EQ(at(2.0f, 1.0f), 7.5f);
+    EXPECT_EQ(at(0.25f, 0.5f), -0.25f); // the slope of the first two cells
+    EXPECT_EQ(at(-0.25f, 0.5f), -0.75f);
+    EXPECT_EQ(at(0.5f, 0.0f), -5.0f);
+    EXPECT_EQ(at(-0.5f, 0.5f), 0.0f); // a whole cell before the first, both are the first
+    EXPECT_EQ(at(-7.0f, 0.5f), 0.0f);
+    EXPECT_EQ(at(2.75f, 1.5f), 14.0f);
+    EXPECT_EQ(at(9.0f, 9.0f), 14.0f);
+    EXPECT_TRUE(std::isnan(at(nan, 1.0f)));
+    at(infinity, -1e30f); // only has to stay in bounds
+}
+
+TEST_F(TriplanarDisplacement, FlatMapsLiftTheMeshByTheBias) {
+    DisplacedScene scene(12, 9, -1.0f);
+    scene.mesh = surface_mesh(3, [](float, float) { return 0.5f; });
+    scene.mesh.normals.assign(scene.mesh.vertices.size(), {0, 0, 1, 0});
+    scene.parameters.vertical_scale = 0.25f;
+    scene.parameters.displacement_bias = 0.5f;
+    scene.parameters.displacement_amount = 0.125f;
+    // Not read here.
+    scene.parameters.rotation_x = scene.parameters.scale = scene.parameters.offset_y = nan;
+    scene.parameters.rest_on_floor = 1;
+    const DisplacedScene start = scene;
+    render(scene);
+    EXPECT_EQ(count_near(scene.heights, (0.5f + 0.0625f) * 4.0f), 12 * 9);
+    scene = start;
+    scene.parameters.displacement_amount = 0.0f;
+    render(scene);
+    EXPECT_EQ(count_near(scene.heights, 2.0f), 12 * 9);
+    scene = start;
+    for (TarnUint3& t : scene.mesh.triangles)
+        std::swap(t.x, t.y);
+    render(scene);
+    EXPECT_EQ(scene.heights, std::vector<float>(12 * 9, -1.0f)); // turned away
+    scene = start;
+    scene.parameters.vertical_scale = 0.0f;
+    scene.parameters.supersample = 1;
+    render(scene);
+    EXPECT_EQ(scene.heights, std::vector<float>(12 * 9, -1.0f)); // infinitely high
+    EXPECT_EQ(host.progress, std::vector<double>(4, 0.0));
+}
+
+TEST_F(TriplanarDisplacement, SupersamplingReadsTheMapsAtTheSamePlaces) {
+    // One triangle that a single cell of the map lifts: at its corners it goes as high with and without.
+    DisplacedScene scene(16, 16, 0.0f);
+    scene.xy = rough_terrain(16, 16);
+    scene.mesh = surface_mesh(1, [](float, float) { return 0.0f; });
+    scene.mesh.normals.assign(4, {0, 0, 1, 0});
+    for (TarnFloat3& v : scene.mesh.vertices) // a flat patch around one cell's centre
+        v = {(v.x * 14.0f + 1.0f) / 16.0f, (v.y * 14.0f + 1.0f) / 16.0f, 100.0f, 0};
+    DisplacedScene doubled = scene;
+    doubled.parameters.supersample = 1;
+    render(scene);
+    render(doubled);
+    EXPECT_EQ(doubled.parameters.resolution.x, 32);
+    // Each cell is the mean over a plane, or over two that meet on the diagonal.
+    for (int y = 1; y < 15; ++y)
+        for (int x = 1; x < 15; ++x)
+            if (x + y != 14 && x + y != 15 && x + y != 16) {
+                EXPECT_NEAR(doubled.height_at(x, y), scene.height_at(x, y), 1e-3f) << x << ", " << y;
+            }
+}
+
+TEST_F(TriplanarDisplacement, BadArgumentsAreRefusedWithOneLineThatNamesThem) {
+    struct Case {
+        const char* text;
+        std::function<void(DisplacedScene&)> spoil;
+    };
+    const std::vector<Case> cases = {
+        {"width is -1",
+         [](DisplacedScene& s) {
+             s.parameters.resolution.x = -1;
+         }},
+        {"4 * width * height is ",
+         [](DisplacedScene& s) {
+             s.parameters.resolution = {40000, 40000}, s.parameters.supersample = 1;
+         }},
+        {"vertical_scale is nan",
+         [](DisplacedScene& s) {
+             s.parameters.vertical_scale = nan;
+         }},
+        {"displacement_amount is inf",
+         [](DisplacedScene& s) {
+             s.parameters.displacement_amount = infinity;
+         }},
+        {"displacement_bias is nan",
+         [](DisplacedScene& s) {
+             s.parameters.displacement_bias = nan;
+         }},
+        {"mesh.triangles is 77",
+         [](DisplacedScene& s) {
+             s.mesh.triangles[1].x = 77;
+         }},
+        {"mesh.normals is null",
+         [](DisplacedScene& s) {
+             s.mesh.normals.clear();
+         }},
+    };
+    for (const Case& bad : cases) {
+        DisplacedScene scene(6, 6);
+        scene.mesh = quad(0, 0, 1, 1, 0.5f, 0.5f);
+        scene.mesh.normals.assign(4, {0, 0, 1, 0});
+        bad.spoil(scene);
+        host.errors.clear();
+        EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_failed)) << bad.text;
+        ASSERT_EQ(host.errors.size(), 1u) << bad.text;
+        EXPECT_NE(host.errors[0].find(std::string("MeshRasterizer_RenderMeshWithTriplanarDisplacement: ") + bad.text),
+                  std::string::npos)
+            << host.errors[0];
+        EXPECT_EQ(scene.heights, std::vector<float>(36, 0.0f));
+    }
+    DisplacedScene scene(6, 6);
+    const HostCallbacks record = host.callbacks();
+    const mesh_rasterizer_MeshView empty{};
+    const float* const map = scene.xy.data();
+    const auto call = [&](float* height, const float* xy, const float* xz, const float* yz) {
+        return MeshRasterizer_RenderMeshWithTriplanarDisplacement(handle(queue), &empty, height, xy, xz, yz,
+                                                                  &scene.parameters, &record);
+    };
+    EXPECT_EQ(call(nullptr, map, map, map), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(call(scene.heights.data(), nullptr, map, map), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(call(scene.heights.data(), map, nullptr, map), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(call(scene.heights.data(), map, map, nullptr), static_cast<std::uint32_t>(status_failed));
+    EXPECT_TRUE(host.acquired.empty());
+    EXPECT_EQ(call(scene.heights.data(), map, map, map), static_cast<std::uint32_t>(status_ok));
+}
+
+/// A tangle of triangles in unit space with normals of all directions and lengths, and three rough maps.
+DisplacedScene displaced_scene() {
+    DisplacedScene scene(60, 44);
+    static_cast<MeshScene&>(scene) = tangled_scene(60, 44, 8);
+    for (TarnFloat3& v : scene.mesh.vertices) {
+        v = {v.x / 60.0f, v.y / 44.0f, v.z, 0};
+        scene.mesh.normals.push_back({v.y - 0.5f, v.z, v.x - 0.3f, 0});
+    }
+    scene.xy = scene.xz = scene.yz = rough_terrain(60, 44);
+    std::reverse(scene.xz.begin(), scene.xz.end());
+    std::rotate(scene.yz.begin(), scene.yz.begin() + 777, scene.yz.end());
+    scene.parameters.displacement_amount = 0.005f;
+    scene.parameters.displacement_bias = 2.0f;
+    return scene;
+}
+
+TEST_F(TriplanarDisplacement, ThreadsAndDevicesGiveTheSameBits) {
+    for (const int flags : {0, 1, 2, 3}) {
+        DisplacedScene start = displaced_scene();
+        start.parameters.horizontal_displacement = static_cast<std::uint8_t>(flags & 1);
+        start.parameters.supersample = static_cast<std::uint8_t>(flags & 2);
+        DisplacedScene on_cpu = start, single = start;
+        render(on_cpu);
+        EXPECT_FALSE(same_bits(on_cpu.heights, start.heights));
+        {
+            const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+            render(single);
+        }
+        EXPECT_TRUE(same_bits(single.heights, on_cpu.heights));
+#ifdef HOSTSYCL
+        for (const std::vector<std::size_t>& sizes : {std::vector<std::size_t>{1}, {4, 8}, {16, 32}}) {
+            hostsycl::simulated_device description = discrete_gpu();
+            description.sub_group_sizes = sizes;
+            SimulatedGpu gpu(description);
+            DisplacedScene on_gpu = start;
+            EXPECT_EQ(run(gpu.queue, on_gpu), static_cast<std::uint32_t>(status_ok));
+            EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
+        }
+#endif
+    }
+}
+
+#ifdef HOSTSYCL
+
+TEST_F(TriplanarDisplacement, MapsAndOutputAreNeverInMemoryTogether) {
+    SimulatedGpu gpu(integrated_gpu());
+    DisplacedScene scene(1000, 1000);
+    scene.mesh = quad(0, 0, 1, 1, 0.5f, 0.5f);
+    scene.mesh.normals.assign(4, {0, 0, 1, 0});
+    scene.parameters.supersample = 1;
+    static hostsycl::device_control* device;
+    device = &gpu.device;
+    HostCallbacks record = host.callbacks();
+    record.acquire_memory = [](std::size_t) {
+        device->reset_peak(); // the trial allocation is over
+    };
+    const mesh_rasterizer_MeshView view = scene.mesh.view();
+    EXPECT_EQ(MeshRasterizer_RenderMeshWithTriplanarDisplacement(handle(gpu.queue), &view, scene.heights.data(),
+                                                                 scene.xy.data(), scene.xz.data(), scene.yz.data(),
+                                                                 &scene.parameters, &record),
+              static_cast<std::uint32_t>(status_ok));
+    EXPECT_LT(gpu.device.counters().peak_bytes_in_use, 21u * 1000000); // the grid four times over, and once more
+    EXPECT_GE(gpu.device.counters().peak_bytes_in_use, 20u * 1000000);
+}
+
+#endif
+
+} // namespace

@@ -1,0 +1,544 @@
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+
+#include <tbb/global_control.h>
+
+#include "mesh/mesh_kernels.hpp"
+#include "mesh/mesh_rasterizer.hpp"
+#include "mesh/work_expansion.hpp"
+#include "mesh_support.hpp"
+
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
+namespace {
+
+using namespace tarn_test;
+using namespace tarn::mesh_rasterizer;
+using tarn::usm_ptr;
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+class MeshRendering : public ::testing::Test {
+  protected:
+    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    RecordingHost host;
+
+    std::uint32_t run(sycl::queue& on, MeshScene& scene, bool with_noise = true) {
+        const HostCallbacks record = host.callbacks();
+        const mesh_rasterizer_MeshView view = scene.mesh.view();
+        return MeshRasterizer_RenderMesh(handle(on), &view, scene.heights.data(),
+                                         with_noise ? scene.noise.data() : nullptr, &scene.parameters, &record);
+    }
+
+    void render(MeshScene& scene) { EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_ok)); }
+
+    /// Where `process_vertices` takes the vertices.
+    std::vector<TarnFloat3> in_frame(const std::vector<TarnFloat3>& vertices, const Parameters& parameters) {
+        const mesh_rasterizer_MeshView view{vertices.data(), static_cast<std::uint32_t>(vertices.size()), nullptr, 0,
+                                            nullptr};
+        Vertices list = upload_vertices(view, queue);
+        MeshRasterizer::process_vertices(list, queue, parameters);
+        queue.wait();
+        std::vector<TarnFloat3> result;
+        for (std::size_t i = 0; i < list.size(); ++i)
+            result.push_back({list.data()[i].x(), list.data()[i].y(), list.data()[i].z(), 0.0f});
+        return result;
+    }
+
+    /// Draws vertices that are in frame space already, by one of the class's schemes.
+    using Draw = std::function<void(MeshRasterizer&)>;
+    void draw(sycl::queue& on, MeshScene& scene, const Draw& scheme) {
+        const mesh_rasterizer_MeshView view = scene.mesh.view();
+        Vertices vertices = upload_vertices(view, on);
+        Triangles triangles = upload_triangles(view, on);
+        MeshRasterizer rasterizer(on, scene.heights.data(), scene.noise.data(), scene.parameters, vertices, triangles,
+                                  false, host.callbacks());
+        scheme(rasterizer);
+    }
+
+    Draw expanded = [](MeshRasterizer& rasterizer) {
+        rasterizer.render<true, true, true, false>();
+    };
+    Draw by_triangle = [](MeshRasterizer& rasterizer) {
+        rasterizer.render3_cpu<true, false, true, false>();
+    };
+    Draw by_group = [](MeshRasterizer& rasterizer) {
+        rasterizer.render3<true, false, true, false>();
+    };
+};
+
+void expect_vertex(const TarnFloat3& actual, float x, float y, float z, float tolerance) {
+    EXPECT_NEAR(actual.x, x, tolerance);
+    EXPECT_NEAR(actual.y, y, tolerance);
+    EXPECT_NEAR(actual.z, z, tolerance);
+}
+
+TEST_F(MeshRendering, FitTouchesTheFrameOnTheTightestAxisAndCentresTheRest) {
+    MeshScene scene(40, 20);
+    const std::vector<TarnFloat3> box = {{1, 2, 3, 0}, {5, 4, 4, 0}}; // 4 x 2 x 1
+    const auto fit = [&](float vertical_scale, float scale) {
+        scene.parameters.vertical_scale = vertical_scale;
+        scene.parameters.scale = scale;
+        return in_frame(box, scene.parameters);
+    };
+    // 10 cells a unit fill the frame in x and y at once; 10 of the 80 cells of height 2.0 are left to z.
+    expect_vertex(fit(2.0f, 1.0f)[0], 0, 0, 0.5f - 0.0625f, 1e-6f);
+    expect_vertex(fit(2.0f, 1.0f)[1], 40, 20, 0.5f + 0.0625f, 1e-6f);
+    // Only 4 cells of height: z is the tightest axis, and spans 1.0.
+    expect_vertex(fit(0.1f, 1.0f)[0], 20 - 8, 10 - 4, 0, 1e-5f);
+    expect_vertex(fit(0.1f, 1.0f)[1], 20 + 8, 10 + 4, 1, 1e-5f);
+    expect_vertex(fit(0.1f, 0.5f)[1], 20 + 4, 10 + 2, 0.75f, 1e-5f);
+    scene.parameters.offset_x = 0.25f;
+    scene.parameters.offset_y = 0.5f;
+    scene.parameters.offset_z = -2.0f;
+    expect_vertex(fit(2.0f, 1.0f)[0], 10, -10, 0.4375f - 2.0f, 1e-5f);
+}
+
+TEST_F(MeshRendering, RotationsTurnAboutZThenYThenX) {
+    MeshScene scene(100, 100);
+    // Symmetric about the origin, 2 units long in each direction, so a unit is 50 cells.
+    const std::vector<TarnFloat3> axes = {{1, 0, 0, 0},  {0, 1, 0, 0},  {0, 0, 1, 0},
+                                          {-1, 0, 0, 0}, {0, -1, 0, 0}, {0, 0, -1, 0}};
+    const auto turned = [&](float x, float y, float z) {
+        scene.parameters.rotation_x = x;
+        scene.parameters.rotation_y = y;
+        scene.parameters.rotation_z = z;
+        std::vector<TarnFloat3> result = in_frame(axes, scene.parameters);
+        for (TarnFloat3& v : result)
+            v = {v.x / 50 - 1, v.y / 50 - 1, v.z * 2 - 1, 0};
+        return result;
+    };
+    expect_vertex(turned(90, 0, 0)[1], 0, 0, -1, 1e-5f);
+    expect_vertex(turned(90, 0, 0)[2], 0, 1, 0, 1e-5f);
+    expect_vertex(turned(0, 90, 0)[0], 0, 0, -1, 1e-5f);
+    expect_vertex(turned(0, 90, 0)[2], 1, 0, 0, 1e-5f);
+    expect_vertex(turned(0, 0, 90)[0], 0, -1, 0, 1e-5f);
+    expect_vertex(turned(0, 0, 90)[1], 1, 0, 0, 1e-5f);
+    expect_vertex(turned(0, 90, 90)[1], 0, 0, -1, 1e-5f); // z takes y to x, y takes that down
+    expect_vertex(turned(90, 0, 90)[0], 0, 0, 1, 1e-5f);  // z takes x to -y, x takes that up
+    expect_vertex(turned(0, 0, 30)[0], std::sqrt(0.75f), -0.5f, 0, 1e-5f);
+    expect_vertex(turned(360, 720, -360)[0], 1, 0, 0, 1e-5f);
+}
+
+TEST_F(MeshRendering, RestingOnTheFloorTakesTheSameNumberOffAllCoordinates) {
+    MeshScene scene(32, 32);
+    scene.parameters.offset_z = 0.75f;
+    const std::vector<TarnFloat3> box = {{0, 0, 0, 0}, {4, 4, 2, 0}};
+    const std::vector<TarnFloat3> floating = in_frame(box, scene.parameters);
+    scene.parameters.rest_on_floor = 255;
+    const std::vector<TarnFloat3> resting = in_frame(box, scene.parameters);
+    const float off = floating[0].z - 0.75f;
+    EXPECT_EQ(off, 0.25f);
+    for (std::size_t i = 0; i < box.size(); ++i)
+        expect_vertex(resting[i], floating[i].x - off, floating[i].y - off, floating[i].z - off, 0.0f);
+}
+
+TEST_F(MeshRendering, BoundingBoxPassesOverNaNAndIsZeroWithoutVertices) {
+    float b[6];
+    const auto measure = [&](const std::vector<TarnFloat3>& vertices) {
+        const mesh_rasterizer_MeshView view{vertices.data(), static_cast<std::uint32_t>(vertices.size()), nullptr, 0,
+                                            nullptr};
+        compute_bounding_box(upload_vertices(view, queue), queue, b[0], b[1], b[2], b[3], b[4], b[5]);
+        return std::vector<float>(b, b + 6);
+    };
+    EXPECT_EQ(measure({}), std::vector<float>(6, 0.0f));
+    EXPECT_EQ(measure({{-2, 7, nan, 0}, {3, nan, 1, 0}, {0, 6, -1, 0}}), (std::vector<float>{-2, 3, 6, 7, -1, 1}));
+    std::vector<TarnFloat3> many(10000, {1, 1, 1, 0});
+    many[9999] = {-5, 8, 1e30f, 0};
+    EXPECT_EQ(measure(many), (std::vector<float>{-5, 1, 1, 8, 1, 1e30f}));
+}
+
+TEST_F(MeshRendering, FlatModelCoversTheWholeFrameWithoutGaps) {
+    for (const float degrees : {0.0f, 30.0f, 45.0f, 211.0f}) {
+        MeshScene scene(61, 61, -1.0f);
+        scene.mesh = surface_mesh(23, [](float, float) { return 0.0f; });
+        // Turned and large enough that its corners lie outside the frame.
+        scene.parameters.rotation_z = degrees;
+        scene.parameters.scale = degrees == 0.0f ? 1.0f : 1.5f;
+        scene.parameters.offset_z = -0.25f;
+        render(scene);
+        EXPECT_EQ(count_near(scene.heights, 0.25f), 61 * 61) << degrees;
+    }
+}
+
+TEST_F(MeshRendering, CellsOffTheModelAndUnderTheFloorKeepBothGrids) {
+    MeshScene scene(20, 20, 0.0f);
+    scene.mesh = surface_mesh(1, [](float, float) { return 0.0f; });
+    scene.parameters.scale = 0.5f;
+    std::fill(scene.heights.begin(), scene.heights.begin() + 10 * 20, 2.0f); // a floor above the model
+    render(scene);
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 20; ++x) {
+            const bool drawn = x >= 5 && x < 15 && y >= 10 && y < 15;
+            EXPECT_EQ(scene.height_at(x, y), y < 10 ? 2.0f : drawn ? 0.5f : 0.0f) << x << ", " << y;
+            EXPECT_EQ(scene.noise_at(x, y) != MeshScene::no_noise, drawn) << x << ", " << y;
+        }
+}
+
+TEST_F(MeshRendering, HighestTriangleWinsInAnyOrderAndLeavesItsNumber) {
+    // Three squares one above the other, and a slope through all of them.
+    MeshScene scene(16, 16, -10.0f);
+    for (const float z : {0.2f, 0.6f, 0.4f})
+        scene.mesh.append(quad(0, 0, 16, 16, z, z));
+    scene.mesh.append(quad(0, 0, 16, 16, 0.0f, 1.0f));
+    MeshScene reversed = scene;
+    std::reverse(reversed.mesh.triangles.begin(), reversed.mesh.triangles.end());
+    draw(queue, scene, expanded);
+    draw(queue, reversed, expanded);
+    EXPECT_TRUE(same_bits(reversed.heights, scene.heights));
+    for (int x = 0; x < 16; ++x) {
+        // The slope is enlarged with its triangle.
+        EXPECT_NEAR(scene.height_at(x, 8), std::max(0.6f, (static_cast<float>(x) + 0.5f) / 16), 0.002f);
+        const std::uint32_t first = scene.height_at(x, 8) > 0.6f ? 6 : 2;
+        EXPECT_TRUE(scene.noise_at(x, 8) == triangle_noise(first) || scene.noise_at(x, 8) == triangle_noise(first + 1));
+    }
+    // By hand: the first two steps of the generator from 1 and from its seed for zero.
+    EXPECT_EQ(triangle_noise(1), static_cast<float>(270369u * 0x2545F381u - 1u) * 2.3283064e-10f);
+    EXPECT_EQ(triangle_noise(0), triangle_noise(0xA2351342u));
+    EXPECT_GT(triangle_noise(0), 0.0f);
+}
+
+TEST_F(MeshRendering, BothSidesAreDrawnByTheExpansionAndOneByTheOtherSchemes) {
+    const auto drawn = [&](const Draw& scheme, bool turned) {
+        MeshScene scene(8, 8, -1.0f);
+        scene.mesh = quad(0, 0, 8, 8, 0.5f, 0.5f);
+        if (turned)
+            for (TarnUint3& t : scene.mesh.triangles)
+                std::swap(t.y, t.z);
+        draw(queue, scene, scheme);
+        return count_near(scene.heights, 0.5f);
+    };
+    for (const bool turned : {false, true}) {
+        EXPECT_EQ(drawn(expanded, turned), 64);
+        EXPECT_EQ(drawn(by_triangle, turned), turned ? 0 : 64);
+        EXPECT_EQ(drawn(by_group, turned), turned ? 0 : 64);
+    }
+}
+
+TEST_F(MeshRendering, EnlargementReachesTheRowsBelowInTheExpansionAlone) {
+    // The enlarged triangle reaches 3.3 cells below its own lowest corner. The box is counted with one column more than
+    // it is drawn with, which makes two further rows.
+    MeshScene scene(1003, 1010, -1.0f);
+    scene.mesh.vertices = {{0.0f, 0.0f, 0.5f, 0}, {500.0f, 1000.0f, 0.5f, 0}, {1000.5f, 1000.0f, 0.5f, 0}};
+    scene.mesh.triangles = {{0, 1, 2, 0}};
+    MeshScene other = scene;
+    draw(queue, scene, expanded);
+    draw(queue, other, by_triangle);
+    const auto lowest_row = [](const MeshScene& s) {
+        for (int y = 1009; y >= 0; --y)
+            if (s.height_at(700, y) == 0.5f)
+                return y;
+        return -1;
+    };
+    EXPECT_EQ(lowest_row(other), 1000);
+    EXPECT_EQ(lowest_row(scene), 1001);
+}
+
+TEST_F(MeshRendering, WhatHasNoAreaOrIsNoNumberDrawsNothing) {
+    const std::vector<std::vector<TarnFloat3>> corners = {
+        {{2, 3.5f, 9, 0}, {8, 3.5f, 9, 0}, {8, 3.5f, 9, 0}}, // an edge there and back
+        {{3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}},
+        {{nan, 0, 9, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},       //
+        {{0, 0, 9, 0}, {0, nan, 9, 0}, {9, 0, 9, 0}},       //
+        {{0, 0, nan, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},       //
+        {{0, 0, -infinity, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
+        {{0, 0, 9, 0}, {0, infinity, 9, 0}, {9, 0, 9, 0}},  //
+        {{-3e38f, 0, 9, 0}, {0, 9, 9, 0}, {3e38f, 3e38f, 9, 0}},
+    };
+    for (const auto& three : corners)
+        for (const Draw& scheme : {expanded, by_triangle, by_group}) {
+            MeshScene scene(10, 10, 1.0f);
+            scene.heights[0] = nan;
+            scene.mesh.vertices = three;
+            scene.mesh.triangles = {{0, 1, 2, 0}, {2, 1, 0, 0}};
+            draw(queue, scene, scheme);
+            EXPECT_EQ(std::count(scene.heights.begin(), scene.heights.end(), 1.0f), 99);
+            EXPECT_TRUE(std::isnan(scene.heights[0]));
+        }
+    MeshScene scene(10, 10, 1.0f);
+    scene.heights[0] = nan;
+    scene.mesh = quad(0, 0, 10, 10, 5.0f, 5.0f);
+    draw(queue, scene, expanded);
+    EXPECT_TRUE(std::isnan(scene.heights[0])); // no height lies above it
+    EXPECT_EQ(count_near(scene.heights, 5.0f), 99);
+}
+
+TEST_F(MeshRendering, BoxesAboveTheLimitAreDroppedAndTooManyCellsFail) {
+    // 16383 + 2 rounded columns by 16382 + 2 rows stay below 2^28, one column more does not.
+    const auto cells = [](float width, float height) {
+        return box_cells(vec3(0.5f, 0.5f, 0), vec3(width, 0.5f, 0), vec3(0.5f, height, 0));
+    };
+    EXPECT_EQ(cells(3.0f, 4.5f), 4u * 6u);
+    EXPECT_EQ(cells(16382.5f, 16382.5f), 16384u * 16384u);
+    EXPECT_EQ(cells(65535.0f, 65534.0f), 65536u); // 2^32 - 65536, wrapped around
+    EXPECT_EQ(cells(1e10f, 4.0f), 0u);
+
+    for (const float side : {16381.5f, 16382.5f}) {
+        MeshScene scene(6, 6, -1.0f);
+        scene.mesh.vertices = {{0.5f, 0.5f, 0.5f, 0}, {0.5f, side, 0.5f, 0}, {side, 0.5f, 0.5f, 0}};
+        scene.mesh.triangles = {{0, 1, 2, 0}};
+        MeshScene other = scene;
+        draw(queue, scene, expanded);
+        EXPECT_NEAR(scene.height_at(3, 3), side < 16382.0f ? 0.5f : -1.0f, 1e-5f);
+        draw(queue, other, by_triangle);
+        EXPECT_NEAR(other.height_at(3, 3), 0.5f, 1e-5f);
+    }
+
+    // Nine times 2^28 - 32768 cells, by the call itself.
+    MeshScene scene(16, 16, -1.0f);
+    scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
+    scene.mesh.triangles.assign(9, {0, 1, 2, 0});
+    scene.parameters.scale = 16380.0f / 16.0f;
+    EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(scene.heights, std::vector<float>(256, -1.0f));
+    ASSERT_EQ(host.errors.size(), 1u);
+    EXPECT_EQ(host.errors[0].find("Runtime error on device "), 0u) << host.errors[0];
+    scene.mesh.triangles.resize(1);
+    render(scene);
+    EXPECT_NE(scene.heights, std::vector<float>(256, -1.0f));
+}
+
+TEST_F(MeshRendering, SupersamplingAveragesFourCellsAndDoublesTheRecord) {
+    MeshScene scene(8, 6, -0.5f);
+    scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
+    scene.parameters.scale = 1.0f / 1.5f;     // 4 of 6 rows
+    scene.parameters.offset_x = 0.25f / 8.0f; // half a supersampled cell: covers their centres from 2.5 to 6.0
+    scene.parameters.supersample = 2;
+    MeshScene plain = scene;
+    render(scene);
+    EXPECT_EQ(scene.parameters.resolution.x, 16);
+    EXPECT_EQ(scene.parameters.resolution.y, 12);
+    EXPECT_EQ(scene.height_at(4, 3), 0.5f);
+    EXPECT_EQ(scene.height_at(1, 3), -0.5f);
+    EXPECT_EQ(scene.height_at(2, 3) + scene.height_at(6, 3), 0.5f); // together one cell, half of it floor
+    EXPECT_EQ(scene.noise_at(0, 0), MeshScene::no_noise);
+    plain.parameters.supersample = 0;
+    render(plain);
+    EXPECT_EQ(plain.parameters.resolution.x, 8);
+    EXPECT_EQ(host.progress, (std::vector<double>{0.0, 0.0}));
+    EXPECT_EQ(host.cancel_questions, 0);
+}
+
+TEST_F(MeshRendering, NothingToDrawLeavesTheGrids) {
+    for (const int supersample : {0, 1}) {
+        MeshScene scene(7, 5, 3e38f); // sums of four such heights are infinite
+        scene.parameters.supersample = static_cast<std::uint8_t>(supersample);
+        const MeshScene before = scene;
+        render(scene);
+        scene.mesh.vertices = {{1, 2, 3, 0}};
+        EXPECT_EQ(scene.parameters.resolution.x, supersample != 0 ? 14 : 7);
+        scene.parameters = before.parameters;
+        render(scene);
+        EXPECT_TRUE(same_bits(scene.heights, before.heights));
+        EXPECT_TRUE(same_bits(scene.noise, before.noise));
+    }
+    EXPECT_EQ(host.acquired.size(), 4u);
+    EXPECT_EQ(host.released, host.acquired);
+    EXPECT_TRUE(host.errors.empty());
+}
+
+TEST_F(MeshRendering, BadArgumentsAreRefusedWithOneLineThatNamesThem) {
+    struct Case {
+        const char* text;
+        std::function<void(MeshScene&)> spoil;
+    };
+    const auto sets = [](float Parameters::*field, float value) {
+        return [=](MeshScene& scene) {
+            scene.parameters.*field = value;
+        };
+    };
+    const std::vector<Case> cases = {
+        {"width is 0",
+         [](MeshScene& s) {
+             s.parameters.resolution.x = 0;
+         }},
+        {"height is -3",
+         [](MeshScene& s) {
+             s.parameters.resolution.y = -3;
+         }},
+        {"width * height is ",
+         [](MeshScene& s) {
+             s.parameters.resolution = {1 << 20, 1 << 20};
+         }},
+        {"4 * width * height is ",
+         [](MeshScene& s) {
+             s.parameters.resolution = {30000, 30000}, s.parameters.supersample = 1;
+         }},
+        {"vertical_scale is 0", sets(&Parameters::vertical_scale, 0.0f)},
+        {"vertical_scale is inf", sets(&Parameters::vertical_scale, infinity)},
+        {"rotation_x is nan", sets(&Parameters::rotation_x, nan)},
+        {"rotation_y is inf", sets(&Parameters::rotation_y, infinity)},
+        {"rotation_z is -inf", sets(&Parameters::rotation_z, -infinity)},
+        {"scale is nan", sets(&Parameters::scale, nan)},
+        {"offset_x is nan", sets(&Parameters::offset_x, nan)},
+        {"offset_y is inf", sets(&Parameters::offset_y, infinity)},
+        {"offset_z is nan", sets(&Parameters::offset_z, nan)},
+        {"mesh.triangles is 4",
+         [](MeshScene& s) {
+             s.mesh.triangles.back().z = 4;
+         }},
+        {"mesh.triangles is 4294967295",
+         [](MeshScene& s) {
+             s.mesh.triangles.front().y = UINT32_MAX;
+         }},
+        {"mesh.triangles is 0",
+         [](MeshScene& s) {
+             s.mesh.vertices.clear();
+         }},
+    };
+    const auto new_scene = [] {
+        MeshScene scene(9, 9);
+        scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
+        scene.parameters.supersample = 0;
+        return scene;
+    };
+    for (const Case& bad : cases) {
+        MeshScene scene = new_scene();
+        bad.spoil(scene);
+        const MeshScene before = scene;
+        host.errors.clear();
+        EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_failed)) << bad.text;
+        ASSERT_EQ(host.errors.size(), 1u) << bad.text;
+        EXPECT_NE(host.errors[0].find(std::string("MeshRasterizer_RenderMesh: ") + bad.text), std::string::npos)
+            << host.errors[0];
+        EXPECT_TRUE(same_bits(scene.heights, before.heights));
+        EXPECT_EQ(scene.parameters.resolution.x, before.parameters.resolution.x);
+    }
+
+    MeshScene scene = new_scene();
+    const HostCallbacks record = host.callbacks();
+    mesh_rasterizer_MeshView view = scene.mesh.view();
+    const auto refused = [&](SyclQueue* on, const mesh_rasterizer_MeshView* mesh, float* height, Parameters* parameters,
+                             const HostCallbacks* callbacks) {
+        EXPECT_EQ(MeshRasterizer_RenderMesh(on, mesh, height, nullptr, parameters, callbacks),
+                  static_cast<std::uint32_t>(status_failed));
+    };
+    SyclQueue* const on = handle(queue);
+    refused(nullptr, &view, scene.heights.data(), &scene.parameters, &record);
+    refused(on, nullptr, scene.heights.data(), &scene.parameters, &record);
+    refused(on, &view, nullptr, &scene.parameters, &record);
+    refused(on, &view, scene.heights.data(), nullptr, &record);
+    refused(on, &view, scene.heights.data(), &scene.parameters, nullptr);
+    view.triangles = nullptr;
+    refused(on, &view, scene.heights.data(), &scene.parameters, &record);
+    view = scene.mesh.view();
+    view.vertices = nullptr;
+    refused(on, &view, scene.heights.data(), &scene.parameters, &record);
+    EXPECT_TRUE(host.acquired.empty());
+    EXPECT_TRUE(host.progress.empty());
+}
+
+TEST_F(MeshRendering, AnyNumberOfThreadsGivesTheSameHeights) {
+    MeshScene many = tangled_scene(90, 70, 5), single = many, many_by_triangle = many, single_by_triangle = many;
+    render(many);
+    draw(queue, many_by_triangle, by_triangle);
+    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    render(single);
+    draw(queue, single_by_triangle, by_triangle);
+    EXPECT_TRUE(same_bits(single.heights, many.heights));
+    EXPECT_TRUE(same_bits(single_by_triangle.heights, many_by_triangle.heights));
+    EXPECT_GT(std::count_if(many.noise.begin(), many.noise.end(), [](float v) { return v != MeshScene::no_noise; }),
+              1000);
+}
+
+/// Meshes of wild numbers: what they draw is anyone's guess, but every run ends, and triangle by triangle all schemes
+/// agree on it.
+TEST_F(MeshRendering, WildMeshesAreSurvived) {
+    std::mt19937 random(11);
+    const float wild[] = {nan,   infinity, -infinity,      3e38f,         -3e38f,   1e20f,     2147483648.0f,
+                          -0.0f, 1e-40f,   -2147483648.0f, 2147483520.0f, 70000.0f, -65535.0f, 0.5f};
+    for (int round = 0; round < 200; ++round) {
+        const int width = 1 + static_cast<int>(random() % 40), height = 1 + static_cast<int>(random() % 40);
+        MeshScene scene = tangled_scene(width, height, static_cast<std::uint32_t>(round));
+        for (int n = 0; n < 6; ++n) {
+            TarnFloat3& vertex = scene.mesh.vertices[random() % scene.mesh.vertices.size()];
+            float* const coordinates[] = {&vertex.x, &vertex.y, &vertex.z};
+            *coordinates[random() % 3] = wild[random() % std::size(wild)];
+        }
+        scene.parameters.scale = round % 4 == 0 ? wild[random() % std::size(wild)] : 1.0f;
+        scene.parameters.offset_x = round % 8 == 0 ? 1e30f : 0.0f;
+        scene.parameters.supersample = static_cast<std::uint8_t>(random() % 2);
+        MeshScene by_class = scene, by_groups = scene, expanded_too = scene;
+        EXPECT_NE(run(queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
+        by_class.parameters.supersample = by_groups.parameters.supersample = 0;
+        draw(queue, by_class, by_triangle);
+        draw(queue, by_groups, by_group);
+        EXPECT_TRUE(same_bits(by_groups.heights, by_class.heights)) << round;
+        try {
+            draw(queue, expanded_too, expanded);
+        } catch (const sycl::exception& error) {
+            EXPECT_EQ(error.code(), sycl::make_error_code(sycl::errc::nd_range));
+        }
+    }
+}
+
+#ifdef HOSTSYCL
+
+TEST_F(MeshRendering, GpusGiveTheHeightsOfTheCpu) {
+    for (const int supersample : {0, 1}) {
+        MeshScene on_cpu = tangled_scene(70, 50, 3), by_triangles = on_cpu;
+        on_cpu.parameters.supersample = static_cast<std::uint8_t>(supersample);
+        const MeshScene start = on_cpu;
+        render(on_cpu);
+        draw(queue, by_triangles, by_triangle);
+        for (const std::vector<std::size_t>& sizes : {std::vector<std::size_t>{1}, {4, 8}, {16, 32}}) {
+            hostsycl::simulated_device description = discrete_gpu();
+            description.sub_group_sizes = sizes;
+            SimulatedGpu gpu(description);
+            MeshScene on_gpu = start, by_groups = start;
+            EXPECT_EQ(run(gpu.queue, on_gpu), static_cast<std::uint32_t>(status_ok));
+            EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
+            draw(gpu.queue, by_groups, by_group);
+            EXPECT_TRUE(same_bits(by_groups.heights, by_triangles.heights));
+            EXPECT_FALSE(same_bits(by_groups.heights, start.heights));
+            EXPECT_EQ(gpu.device.counters().live_allocations, 0u);
+        }
+        MeshScene without_noise = start;
+        EXPECT_EQ(run(queue, without_noise, false), static_cast<std::uint32_t>(status_ok));
+        EXPECT_TRUE(same_bits(without_noise.heights, on_cpu.heights));
+        EXPECT_TRUE(same_bits(without_noise.noise, start.noise));
+    }
+}
+
+TEST_F(MeshRendering, DeviceFaultsBecomeStatuses) {
+    SimulatedGpu gpu;
+    MeshScene scene = tangled_scene(30, 30, 4);
+    const MeshScene before = scene;
+    gpu.device.raise_asynchronous_error(3, "lost");
+    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_failed));
+    scene = before;
+    host.errors.clear();
+    gpu.device.clear_faults();
+    // The trial's allocation comes first, then those of the vertices, the triangles and the grids.
+    gpu.device.fail_allocation(4);
+    scene.parameters.supersample = 1;
+    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
+    EXPECT_TRUE(same_bits(scene.heights, before.heights));
+    EXPECT_EQ(host.errors.size(), 1u);
+    EXPECT_EQ(host.released, host.acquired);
+    gpu.device.fail_allocation(1);
+    host.errors.clear();
+    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
+    EXPECT_TRUE(host.errors.empty());
+}
+
+TEST_F(MeshRendering, TheNeedCountsTheMeshAndFourfoldGridsWithSupersampling) {
+    SimulatedGpu gpu(integrated_gpu());
+    MeshScene scene(3000, 1000, 0.0f);
+    scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
+    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_ok));
+    scene.parameters.supersample = 1;
+    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_ok));
+    const std::size_t mesh = 16 * (4 + 2);
+    EXPECT_EQ(host.acquired, (std::vector<std::size_t>{0x4000000, mesh + 52 * 3000000}));
+}
+
+#endif
+
+} // namespace

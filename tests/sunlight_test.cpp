@@ -1,0 +1,385 @@
+// SunLightIntegral: the sun's way over the days, and what reaches the ground.
+#include "lighting/lighting.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <numeric>
+
+#include <tbb/global_control.h>
+
+#include "support.hpp"
+
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
+namespace {
+
+using namespace tarn;
+using namespace tarn_test;
+using lighting::Ray;
+using lighting::sun_position;
+using lighting::sun_samples;
+using lighting::Vector;
+
+using Cells = std::vector<float>;
+
+constexpr double degree = 0.017453292519943295;
+
+lighting_Parameters parameters(int side, int first_day, int last_day, float latitude) {
+    lighting_Parameters p{};
+    p.resolution = {side, side};
+    p.terrain_size = static_cast<float>(side);
+    p.terrain_height = 1.0f;
+    p.first_day = first_day;
+    p.last_day = last_day;
+    p.latitude = latitude;
+    return p;
+}
+
+class SunLight : public ::testing::Test {
+  protected:
+    SunLight() { lighting::callbacks.set(HostCallbacks{}); }
+    ~SunLight() override { lighting::callbacks.set(HostCallbacks{}); }
+
+    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    RecordingHost host;
+
+    Cells summed(sycl::queue& on, const Cells& heights, const lighting_Parameters& p) {
+        Cells result(heights.size(), -77.0f);
+        EXPECT_EQ(SunLightIntegral(handle(on), heights.data(), result.data(), &p),
+                  static_cast<std::uint32_t>(status_ok));
+        return result;
+    }
+    Cells summed(const Cells& heights, const lighting_Parameters& p) { return summed(queue, heights, p); }
+};
+
+double elevation_of(const Vector& direction) {
+    return std::asin(static_cast<double>(direction.z)) / degree;
+}
+
+/// From north over east.
+double azimuth_of(const Vector& direction) {
+    const double a = std::atan2(static_cast<double>(direction.x), -static_cast<double>(direction.y)) / degree;
+    return a < 0.0 ? a + 360.0 : a;
+}
+
+TEST(SunPosition, NoonIsInTheSouthAtTheHeightOfTheSeason) {
+    // Declination 23.45 degrees at the solstices; 0 near day 81 and day 264.
+    const std::vector<std::tuple<float, float, double, double>> noons = {{40.0f, 172.5f, 73.45, 180.0},
+                                                                         {40.0f, 355.5f, 26.55, 180.0},
+                                                                         {40.0f, 81.5f, 50.0, 180.0},
+                                                                         {66.0f, 172.5f, 47.45, 180.0},
+                                                                         {80.0f, 355.5f, -13.45, 180.0}};
+    for (const auto& [latitude, time, elevation, azimuth] : noons) {
+        const lighting::SunPosition sun = sun_position(time, parameters(2, 1, 1, latitude));
+        EXPECT_NEAR(static_cast<double>(sun.elevation), elevation, 0.06) << latitude << ", " << time;
+        EXPECT_NEAR(elevation_of(sun.direction), elevation, 0.06);
+        EXPECT_NEAR(azimuth_of(sun.direction), azimuth, 1e-4);
+    }
+    lighting_Parameters p = parameters(2, 1, 1, 40.0f);
+    p.north_offset = 90.0f;
+    EXPECT_NEAR(azimuth_of(sun_position(172.5f, p).direction), 270.0, 1e-4);
+    p.north_offset = -225.0f;
+    EXPECT_NEAR(azimuth_of(sun_position(172.5f, p).direction), 315.0, 1e-4);
+}
+
+TEST(SunPosition, DaysBeginInTheEastAndEndInTheWest) {
+    const lighting_Parameters p = parameters(2, 1, 1, 40.0f);
+    // At the equinox the sun rises and sets exactly there; in summer north of it.
+    EXPECT_NEAR(azimuth_of(sun_position(81.25f, p).direction), 90.0, 0.5);
+    EXPECT_NEAR(azimuth_of(sun_position(81.75f, p).direction), 270.0, 0.5);
+    EXPECT_NEAR(elevation_of(sun_position(81.25f, p).direction), 0.0, 0.5);
+    EXPECT_LT(azimuth_of(sun_position(172.2f, p).direction), 70.0);
+    EXPECT_GT(azimuth_of(sun_position(172.8f, p).direction), 290.0);
+    EXPECT_NEAR(elevation_of(sun_position(172.0f, p).direction), 23.45 - 50.0, 0.06); // midnight
+    const Vector morning = sun_position(172.375f, p).direction;
+    EXPECT_NEAR(
+        std::hypot(static_cast<double>(morning.x), static_cast<double>(morning.y), static_cast<double>(morning.z)), 1.0,
+        1e-6);
+    // South of the equator noon is in the north.
+    EXPECT_LT(std::abs(std::remainder(azimuth_of(sun_position(172.49f, parameters(2, 1, 1, -40.0f)).direction), 360.0)),
+              6.0);
+}
+
+TEST(SunSamples, CountsGrowWithTheSpanAndStayBelow2000) {
+    const auto total = [](int first, int last) {
+        return sun_samples(parameters(2, first, last, 40.0f)).total;
+    };
+    EXPECT_EQ(total(100, 100), 666);
+    EXPECT_EQ(total(1, 365), 1989);
+    EXPECT_EQ(total(300, 50), total(1, 116));
+    EXPECT_EQ(total(2, 1), total(1, 365));
+    EXPECT_EQ(total(std::numeric_limits<int>::min(), std::numeric_limits<int>::max()), 2000);
+}
+
+/// The greatest and least elevation of the samples, in degrees.
+std::pair<double, double> elevations(const lighting_Parameters& p) {
+    std::pair<double, double> range{90.0, -90.0};
+    for (const Ray& ray : sun_samples(p).rays) {
+        range.first = std::min(range.first, elevation_of(ray.direction));
+        range.second = std::max(range.second, elevation_of(ray.direction));
+    }
+    return range;
+}
+
+TEST(SunSamples, CoverTheSpanAndDropTheNight) {
+    // Kept down to where z is -0.15, that is 8.6 degrees below the horizon.
+    const auto [lowest, highest] = elevations(parameters(2, 1, 365, 40.0f));
+    EXPECT_NEAR(lowest, -8.6, 0.3);
+    EXPECT_NEAR(highest, 73.45, 0.5);
+    EXPECT_NEAR(elevations(parameters(2, 355, 355, 40.0f)).second, 26.55, 0.2);
+    EXPECT_NEAR(elevations(parameters(2, 81, 81, 0.0f)).second, 90.0, 1.0);
+    // Over the new year the days go on to be winter.
+    EXPECT_LT(elevations(parameters(2, 340, 30, 40.0f)).second, 34.0);
+    EXPECT_GT(elevations(parameters(2, 30, 340, 40.0f)).second, 73.0);
+    EXPECT_TRUE(sun_samples(parameters(2, 355, 355, 85.0f)).rays.empty());
+    EXPECT_EQ(sun_samples(parameters(2, 172, 172, 85.0f)).rays.size(), 666u); // the sun stays up
+    // Half the samples at the equator are day, and those a little below the horizon come to them.
+    const lighting::SunSamples equator = sun_samples(parameters(2, 1, 365, 0.0f));
+    EXPECT_NEAR(static_cast<double>(equator.rays.size()) / equator.total, 0.5 + 8.9 / 180.0, 0.02);
+}
+
+TEST(SunSamples, HazeDimsTheSunByTheAirItGoesThrough) {
+    lighting_Parameters p = parameters(2, 172, 172, 40.0f);
+    for (const Ray& ray : sun_samples(p).rays)
+        EXPECT_EQ(ray.weight, 1.0f);
+    p.haze = 0.2f;
+    double last_weight = 1.0, last_elevation = 90.0;
+    std::vector<Ray> rays = sun_samples(p).rays;
+    std::sort(rays.begin(), rays.end(), [](const Ray& a, const Ray& b) { return a.direction.z > b.direction.z; });
+    for (const Ray& ray : rays) {
+        const double elevation = elevation_of(ray.direction);
+        // Within the half degree of the sun's disc.
+        const auto transmission = [](double angle) {
+            const double s = std::max(std::sin(angle * degree), 0.0);
+            return std::exp(-0.2 * 5.6020436 / (s + 0.025 * std::exp(-11.0 * s)));
+        };
+        EXPECT_GE(static_cast<double>(ray.weight), transmission(elevation - 0.2501) - 1e-5);
+        EXPECT_LE(static_cast<double>(ray.weight), transmission(elevation + 0.2501) + 1e-5);
+        if (elevation < last_elevation - 0.6) {
+            EXPECT_LE(static_cast<double>(ray.weight), last_weight);
+            last_weight = static_cast<double>(ray.weight);
+            last_elevation = elevation;
+        }
+    }
+    EXPECT_LT(rays.back().weight, 1e-6f);
+}
+
+TEST_F(SunLight, FlatGroundGetsTheMeanOfTheSinesOfItsSun) {
+    for (const float haze : {0.0f, 0.1f})
+        for (const float latitude : {-60.0f, 0.0f, 36.5f, 90.0f}) {
+            lighting_Parameters p = parameters(16, 1, 365, latitude);
+            p.haze = haze;
+            const lighting::SunSamples samples = sun_samples(p);
+            double sum = 0.0;
+            for (const Ray& ray : samples.rays)
+                sum += static_cast<double>(ray.weight) * std::max(static_cast<double>(ray.direction.z), 0.0);
+            const Cells result = summed(Cells(256, 100.0f), p);
+            EXPECT_TRUE(same_bits(result, Cells(256, result[0])));
+            EXPECT_NEAR(static_cast<double>(result[0]), 4.0 * 0.67 * sum / samples.total, 1e-4) << latitude;
+            EXPECT_GT(result[0], 0.03f);
+        }
+}
+
+TEST_F(SunLight, SlopesTowardsTheNoonSunGetMore) {
+    Cells ridge(64 * 64);
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x)
+            ridge[static_cast<std::size_t>(y * 64 + x)] = 16.0f - 0.5f * std::abs(static_cast<float>(y) - 31.5f);
+    const auto north_and_south = [&](const lighting_Parameters& p) {
+        const Cells result = summed(ridge, p);
+        return std::pair{result[16 * 64 + 32], result[48 * 64 + 32]};
+    };
+    const auto [north, south] = north_and_south(parameters(64, 1, 365, 45.0f));
+    EXPECT_GT(south, 1.5f * north);
+    const auto [sunny, shady] = north_and_south(parameters(64, 1, 365, -45.0f));
+    EXPECT_GT(sunny, 1.5f * shady);
+    // A grid whose rows go from south to north.
+    lighting_Parameters turned = parameters(64, 1, 365, 45.0f);
+    turned.north_offset = 180.0f;
+    const auto [top, bottom] = north_and_south(turned);
+    EXPECT_NEAR(top, south, 0.02f);
+    EXPECT_NEAR(bottom, north, 0.02f);
+    // In midwinter the north slope, steeper than the noon sun is high, gets none.
+    EXPECT_LT(north_and_south(parameters(64, 340, 20, 50.0f)).first, 0.01f);
+}
+
+TEST_F(SunLight, WallsTakeTheSunFromWhatLiesBehindThem) {
+    Cells wall(64 * 64, 0.0f);
+    for (std::size_t x = 0; x < 64; ++x)
+        wall[40 * 64 + x] = wall[41 * 64 + x] = 30.0f;
+    const lighting_Parameters p = parameters(64, 1, 365, 45.0f);
+    const Cells result = summed(wall, p), open = summed(Cells(64 * 64, 0.0f), p);
+    EXPECT_LT(result[34 * 64 + 32], 0.5f * open[0]);
+    EXPECT_GT(result[34 * 64 + 32], 0.0f);
+    EXPECT_NEAR(result[60 * 64 + 32], open[0], 0.1f * open[0]); // some light from the north goes in summer
+}
+
+TEST_F(SunLight, PolarNightIsDark) {
+    const Cells ground = rough_terrain(32, 32);
+    EXPECT_TRUE(same_bits(summed(ground, parameters(32, 355, 355, 89.0f)), Cells(1024, 0.0f)));
+    // A sun that stays a little below the horizon touches slopes that face it, but not through haze.
+    lighting_Parameters p = parameters(32, 355, 355, 70.0f);
+    EXPECT_TRUE(same_bits(summed(Cells(1024, 7.0f), p), Cells(1024, 0.0f)));
+    const Cells dusk = summed(ground, p);
+    EXPECT_GT(*std::max_element(dusk.begin(), dusk.end()), 0.01f);
+    EXPECT_EQ(*std::min_element(dusk.begin(), dusk.end()), 0.0f);
+    p.haze = 0.1f;
+    EXPECT_TRUE(same_bits(summed(ground, p), Cells(1024, 0.0f)));
+}
+
+TEST_F(SunLight, BadInputIsRefusedAndToldThroughTheLatestShade) {
+    using P = lighting_Parameters;
+    const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
+    const std::vector<std::pair<const char*, std::function<void(P&)>>> cases = {
+        {"width is 0",
+         [](P& p) {
+             p.resolution = {0, 0};
+         }},
+        {"height is 18",
+         [](P& p) {
+             p.resolution.height = 18;
+         }},
+        {"width is 17",
+         [](P& p) {
+             p.resolution = {17, 17};
+         }},
+        {"width * height",
+         [](P& p) {
+             p.resolution = {46342, 46342};
+         }},
+        {"terrain_size",
+         [=](P& p) {
+             p.terrain_size = nan;
+         }},
+        {"terrain_size",
+         [=](P& p) {
+             p.terrain_size = 0.0f;
+         }},
+        {"terrain_height",
+         [=](P& p) {
+             p.terrain_height = infinity;
+         }},
+        {"terrain_height",
+         [=](P& p) {
+             p.terrain_height = -2.0f;
+         }},
+        {"first_day",
+         [](P& p) {
+             p.first_day = p.last_day + 366;
+         }},
+        {"first_day",
+         [](P& p) {
+             p.first_day = std::numeric_limits<int>::max();
+             p.last_day = std::numeric_limits<int>::min();
+         }},
+        {"latitude",
+         [=](P& p) {
+             p.latitude = nan;
+         }},
+        {"north_offset",
+         [=](P& p) {
+             p.north_offset = -infinity;
+         }},
+        {"haze",
+         [=](P& p) {
+             p.haze = infinity;
+         }},
+        {"haze is -0.5", [=](P& p) {
+             p.haze = -0.5f;
+         }}};
+    const Cells ground = rough_terrain(16, 16), blank(256, -77.0f);
+    Cells result = blank;
+    const auto refuse_all = [&](bool told) {
+        for (const auto& [text, spoil] : cases) {
+            P p = parameters(16, 10, 20, 40.0f);
+            spoil(p);
+            host.errors.clear();
+            EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), &p),
+                      static_cast<std::uint32_t>(status_failed))
+                << text;
+            ASSERT_EQ(host.errors.size(), told ? 1u : 0u) << text;
+            if (told) {
+                EXPECT_NE(host.errors[0].find(text), std::string::npos) << host.errors[0];
+            }
+        }
+        EXPECT_TRUE(same_bits(result, blank));
+    };
+    refuse_all(false); // no Shade yet
+    EXPECT_TRUE(host.untouched());
+
+    const HostCallbacks record = host.callbacks();
+    P p = parameters(16, 10, 20, 40.0f);
+    Cells red(256), green(256), blue(256);
+    ASSERT_EQ(Shade(handle(queue), ground.data(), nullptr, nullptr, nullptr, red.data(), green.data(), blue.data(),
+                    nullptr, nullptr, nullptr, &p, &record),
+              static_cast<std::uint32_t>(status_ok));
+    refuse_all(true);
+    EXPECT_EQ(SunLightIntegral(handle(queue), nullptr, result.data(), &p), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(host.errors.back(), "SunLightIntegral: heights is null");
+    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), nullptr, &p), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), nullptr),
+              static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(SunLightIntegral(nullptr, ground.data(), result.data(), &p), static_cast<std::uint32_t>(status_failed));
+    // The fields of Shade are not looked at, the edges of the span run.
+    p.sun_rings = 99;
+    p.exposure = nan;
+    p.first_day = p.last_day + 365;
+    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), &p), static_cast<std::uint32_t>(status_ok));
+    EXPECT_EQ(host.acquired.size(), 1u); // Shade's alone
+}
+
+TEST_F(SunLight, HostileButFiniteParametersFinish) {
+    Cells ground = rough_terrain(16, 16);
+    ground[100] = std::numeric_limits<float>::quiet_NaN();
+    ground[37] = std::numeric_limits<float>::infinity();
+    for (const float value : {1e38f, -1e38f, 1e-38f, -90.0f, 1e6f})
+        for (const auto field : {&lighting_Parameters::latitude, &lighting_Parameters::north_offset}) {
+            lighting_Parameters p = parameters(16, -3000, 100000, 10.0f);
+            p.*field = value;
+            p.haze = std::abs(value);
+            summed(ground, p);
+        }
+    lighting_Parameters p = parameters(16, std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), 10.0f);
+    summed(ground, p);
+}
+
+const std::vector<int> sides = {2, 4, 14, 66, 300, 1030};
+
+TEST_F(SunLight, AnyNumberOfThreadsGivesTheSameBits) {
+    for (const int side : sides) {
+        const Cells ground = rough_terrain(side, side);
+        const lighting_Parameters p = parameters(side, 350, 350, 20.0f);
+        const Cells all_threads = summed(ground, p);
+        const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+        EXPECT_TRUE(same_bits(summed(ground, p), all_threads)) << side;
+    }
+}
+
+#ifdef HOSTSYCL
+
+TEST_F(SunLight, GpusGiveTheBitsOfTheCpuOrTheirStatus) {
+    SimulatedGpu gpu;
+    for (const int side : {2, 6, 66, 300}) {
+        const Cells ground = rough_terrain(side, side);
+        lighting_Parameters p = parameters(side, 350, 20, 50.0f);
+        p.haze = 0.05f;
+        EXPECT_TRUE(same_bits(summed(gpu.queue, ground, p), summed(ground, p))) << side;
+    }
+    const lighting_Parameters p = parameters(32, 1, 1, 0.0f), night = parameters(32, 355, 355, 89.0f);
+    Cells ground(1024, 1.0f), result(1024);
+    EXPECT_TRUE(same_bits(summed(gpu.queue, ground, night), Cells(1024, 0.0f)));
+    gpu.device.throw_on_submit(2, "queue is full");
+    EXPECT_EQ(SunLightIntegral(handle(gpu.queue), ground.data(), result.data(), &p),
+              static_cast<std::uint32_t>(status_failed));
+    const std::size_t need = 72 * 32 * 32 + (std::size_t{256} << 20);
+    SimulatedGpu small(discrete_gpu(need - 1));
+    EXPECT_EQ(SunLightIntegral(handle(small.queue), ground.data(), result.data(), &p),
+              static_cast<std::uint32_t>(status_out_of_memory));
+}
+
+#endif
+
+} // namespace

@@ -1,0 +1,183 @@
+#include "commands.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <tarn/oneapi.h>
+
+#include "grid.hpp"
+#include "host.hpp"
+#include "message.hpp"
+#include "options.hpp"
+#include "resample.hpp"
+#include "shade_preview.hpp"
+
+namespace {
+
+struct CellsCommand {
+    std::string input;
+    std::string output;
+    std::string gap_factor;
+    std::string random_output;
+    std::string preview;
+    std::string device = "cpu";
+    GroundScale ground;
+
+    float density = 48;
+    float layers = 0; ///< 0: as many as make the cells as high as they are wide
+    float gap = 0;
+    float jitter_x = 0.9f, jitter_y = 0.9f, jitter_z = 0.9f;
+    std::uint32_t seed = 1;
+    std::uint32_t hash_variant = 1;
+    // The library's own parameters of scale; 0 where they follow from the ones above.
+    float extent_x = 0, extent_y = 0, extent_z = 0;
+    float z_unit = 0, z_range = 0;
+
+    void run();
+
+  private:
+    Cellular3D_Parameters make_parameters(const Grid& grid, CellSize cell, double range) const;
+};
+
+/// The library's block is extent_x x extent_y units of cell_density lattice cells, and a height of 1 is
+/// z_range / z_unit of a unit, times extent_z. Here the unit is the longer side of the terrain, so that lattice cells
+/// are cubes on the ground unless a number of layers is asked for, and heights from 0 to 1 are those of the terrain,
+/// which has a `range` of so many metres.
+Cellular3D_Parameters CellsCommand::make_parameters(const Grid& grid, CellSize cell, double range) const {
+    const double width = grid.width * cell.x, height = grid.height * cell.y;
+    const double unit = std::max(width, height);
+    const auto given_or = [](float given, double derived) {
+        return given > 0 ? given : static_cast<float>(derived);
+    };
+    Cellular3D_Parameters p{};
+    p.grid_width = grid.width;
+    p.grid_height = grid.height;
+    p.cell_density = density;
+    p.gap = gap;
+    p.extent_x = given_or(extent_x, width / unit);
+    p.extent_y = given_or(extent_y, height / unit);
+    p.jitter_x = jitter_x;
+    p.jitter_y = jitter_y;
+    p.jitter_z = jitter_z;
+    p.seed = seed;
+    p.z_unit = given_or(z_unit, unit);
+    p.z_range = given_or(z_range, range);
+    const double stretch = layers > 0 ? static_cast<double>(layers) * static_cast<double>(p.z_unit) /
+                                            (static_cast<double>(p.z_range) * static_cast<double>(density))
+                                      : 1;
+    p.extent_z = given_or(extent_z, stretch);
+    p.hash_variant = hash_variant;
+    return p;
+}
+
+void CellsCommand::run() {
+    check_grid_name(output);
+    if (!random_output.empty())
+        check_grid_name(random_output);
+    check_folder(preview);
+    Host host(device);
+    Grid grid = read_grid(input);
+    std::vector<float> factor;
+    if (!gap_factor.empty())
+        factor = read_mask(gap_factor, {grid.width, grid.height});
+
+    const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
+    const float base = *lowest;
+    const float range = *highest > base ? *highest - base : 1.0f;
+    for (float& cell : grid.cells)
+        cell = (cell - base) / range;
+    const CellSize cell = ground.cell_of(grid);
+    Cellular3D_Parameters parameters =
+        make_parameters(grid, cell, static_cast<double>(range) * ground.height_unit_of(grid));
+    const float asked = parameters.cell_density;
+    Grid random = grid;
+    random.unit.clear();
+    host.run(format_text("rebuilding %d x %d cells", grid.width, grid.height),
+             [&](SyclQueue* queue, const HostCallbacks* callbacks) {
+                 return Cellular3D_Render(queue, grid.cells.data(), factor.empty() ? nullptr : factor.data(),
+                                          random.cells.data(), &parameters, callbacks);
+             });
+    const auto number = [](float value) {
+        return static_cast<double>(value);
+    };
+    print_detail(format_text("cell_density %g, extents %g %g %g, z_unit %g, z_range %g",
+                             number(parameters.cell_density), number(parameters.extent_x), number(parameters.extent_y),
+                             number(parameters.extent_z), number(parameters.z_unit), number(parameters.z_range)));
+    if (parameters.cell_density < asked)
+        print_note(format_text("the density is lowered from %g to %g, to what the library has room for", number(asked),
+                               number(parameters.cell_density)));
+
+    for (float& height : grid.cells)
+        height = base + height * range;
+    write_grid(output, grid);
+    if (!random_output.empty())
+        write_grid(random_output, random);
+    if (!preview.empty()) {
+        ShadeOptions shade;
+        shade.height_unit = ground.height_unit_of(grid);
+        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
+    }
+}
+
+} // namespace
+
+void add_cells_command(CLI::App& app) {
+    const auto settings = std::make_shared<CellsCommand>();
+    CLI::App* const command = app.add_subcommand("cells", "Rebuild the terrain out of three-dimensional Voronoi cells");
+    command->add_option("IN", settings->input, "Height grid")->required();
+    command->add_option("OUT", settings->output, "Rebuilt terrain: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
+        ->required();
+    command->add_option("--density", settings->density, "Cells along the longer side of the terrain, up to 512")
+        ->check(positive_number())
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    command
+        ->add_option("--layers", settings->layers,
+                     "Layers of cells from the lowest height to the highest [as high as they are wide]")
+        ->check(positive_number())
+        ->type_name("NUMBER");
+    command->add_option("--gap", settings->gap, "How far the cells draw back from one another; 0: they touch, 1: none")
+        ->check(finite_number(-1000, 1000))
+        ->type_name("CELLS")
+        ->capture_default_str();
+    command->add_option("--gap-factor", settings->gap_factor, "Factor on the gap, 0 to 1")->type_name("GRID");
+    for (const auto& [name, value] :
+         {std::pair{"--jitter-x", &settings->jitter_x}, std::pair{"--jitter-y", &settings->jitter_y},
+          std::pair{"--jitter-z", &settings->jitter_z}})
+        command->add_option(name, *value, "How far points stray from the lattice; 0: not, 1: over their whole cell")
+            ->check(finite_number(0, 1))
+            ->type_name("NUMBER")
+            ->capture_default_str();
+    command->add_option("--seed", settings->seed, "Another seed, other cells")
+        ->check(finite_number(0, std::numeric_limits<std::uint32_t>::max()))
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    command->add_option("--generator", settings->hash_variant, "Random numbers: congruential or xorshift")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, std::uint32_t>{{"congruential", 0u}, {"xorshift", 1u}}, CLI::ignore_case))
+        ->type_name("WHICH")
+        ->default_str("xorshift");
+    command->add_option("--random-out", settings->random_output, "Also write a random number of each cell, 0 to 1")
+        ->type_name("GRID");
+    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
+        ->check(png_name())
+        ->type_name("PNG");
+    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
+        ->type_name("ID")
+        ->capture_default_str();
+    settings->ground.add_options(*command);
+    const std::string own = "The library's parameters of scale, in place of those that follow from the sizes above";
+    for (const auto& [name, value] :
+         {std::pair{"--extent-x", &settings->extent_x}, std::pair{"--extent-y", &settings->extent_y},
+          std::pair{"--extent-z", &settings->extent_z}, std::pair{"--z-unit", &settings->z_unit},
+          std::pair{"--z-range", &settings->z_range}})
+        command->add_option(name, *value, "Sets the library's parameter in place of the one derived from the sizes")
+            ->check(positive_number())
+            ->type_name("NUMBER")
+            ->group(own);
+    command->callback([settings] { settings->run(); });
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <tarn/oneapi.h>
+
+#include "grid.hpp"
+#include "host.hpp"
+
+/// Where the sun stands, in degrees.
+struct SunPosition {
+    double azimuth = 315;  ///< clockwise from north, which is at the top of the picture
+    double elevation = 45; ///< above the horizon
+};
+
+/// The sun's position at a latitude on a day of a year of 365, at an hour of solar time: at 12 it stands highest.
+SunPosition sun_at(double latitude, int day, double hour);
+
+/// Sets the direction of the parameters.
+void point_at(const SunPosition& sun, lighting_Parameters& parameters);
+
+/// Parameters with both lights, shadows and ambient occlusion, at which level ground is as light as its albedo.
+lighting_Parameters light_of_day(const SunPosition& sun);
+
+/// What the ground reflects of red, green and blue, from 0 to 1, in a grid's cells. Without cells it is the grey of the
+/// parameters.
+struct Surface {
+    std::vector<float> red, green, blue;
+};
+
+/// A rendered grid; stages that did not run have no cells.
+struct LitGrid {
+    std::vector<float> diffuse, shadow, ao, red, green, blue;
+};
+
+/// Renders a grid with the library. It is padded to an even square for that, and brought back. `height_unit` is in
+/// metres, and `ao` is read if the parameters say that it is supplied.
+LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
+               const Surface& surface, const std::vector<float>& ao = {});
+
+/// The picture of a rendered grid in sRGB, 3 bytes a cell. Cells without a value are white.
+std::vector<std::uint8_t> develop(const Grid& grid, const LitGrid& lit);
+
+/// Of a value of sRGB from 0 to 1, the light that it stands for.
+double light_of(double srgb);
+
+/// The latitude of a grid's centre in degrees, if the file says where it lies.
+std::optional<double> latitude_of(const Grid& grid);
