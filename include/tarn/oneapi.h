@@ -417,7 +417,7 @@ typedef struct parallel_erosion_Parameters {
  * infinite. Those that are still on their way after 1024 + 8 * (width + height) pieces of path are given up.
  *
  * Status 0, 1, 2 or 3. Cancelling before the level just below the full size has started leaves height as it was, and
- * the other grids cleared. Need: 20 * width * height bytes; the run takes about 42 bytes a cell, 58 with a spawn_map. A
+ * the other grids cleared. Need: 20 * width * height bytes; the run takes about 42 bytes a cell, 54 with a spawn_map. A
  * device needs 64-bit atomics.
  */
 TARN_API uint32_t ParallelErosionSimulation(SyclQueue* queue, float* height, const float* spawn_map, float* flow,
