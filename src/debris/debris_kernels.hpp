@@ -415,9 +415,9 @@ struct RoundedBody {
         const std::uint32_t i = warp_index(warp_coordinate(nx * columns + columns * 0.5f),
                                            warp_coordinate(ny * columns + columns * 0.5f) + warp_start);
         const float w1 = warp.a[i], w2 = warp.b[i];
-        // The place on the body, from its centre.
-        const float bx = q * f.across_x + a * f.along_x + (n1 + w1 * 0.7f) * f.radius * 0.1f;
-        const float by = q * f.across_y + a * f.along_y + (n2 + w2 * 0.7f) * f.radius * 0.1f;
+        // The place on the body, warped on the map and then seen from the body's centre.
+        const float bx = (q * f.across_x + a * f.along_x + f.x) + (n1 + w1 * 0.7f) * f.radius * 0.1f - f.x;
+        const float by = (q * f.across_y + a * f.along_y + f.y) + (n2 + w2 * 0.7f) * f.radius * 0.1f - f.y;
         const float distance = (bx * bx + by * by) / (f.radius * f.radius * 0.1f);
         const float z = distance <= 1.0f ? sycl::sqrt(1.0f - distance) : -10.0f;
         return f.base_height +
