@@ -5,8 +5,10 @@ class App;
 }
 
 /// Each adds one subcommand, which runs as soon as its arguments are parsed and throws ToolError if it fails.
+void add_colour_command(CLI::App& app);
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
+void add_flow_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

@@ -30,6 +30,8 @@ int run(int argc, char** argv) {
     add_shape_command(app);
     add_weather_command(app);
     add_dunes_command(app);
+    add_flow_command(app);
+    add_colour_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);
