@@ -199,6 +199,27 @@ expect 64 "--restitution" debris ramp.asc out.asc --restitution 1.5
 expect 64 "--count" debris ramp.asc out.asc --count -1
 expect 3 "max_size" debris ramp.asc refused.asc --max-size 1e9
 [[ -e refused.asc ]] && fail "a refused run was written"
+# Flow is repeatable; a mask of zeros starts no trail, and a blend of 0 leaves the picture.
+asc 64 64 10 '(x - 32) * (y - 32)' >even.asc
+expect 0 "" flow "$terrain" flow.tif --preview flow.png
+expect 0 "" flow "$terrain" again.tif --seed 0 --flow-length 1 --spread 1
+expect_change 0 0 flow.tif again.tif
+expect 0 "the mask is resampled" flow "$terrain" none.tif --mask no_mask.asc
+asc 403 344 1 0 >zeros.asc
+expect_change 0 0 zeros.asc none.tif
+[[ "$(head -c 4 flow.png | tail -c 3)" == PNG ]] || fail "flow.png is no PNG"
+asc 403 344 1 'x < 200 ? 0 : 0.5' >lengths.asc
+expect 0 "" colour "$terrain" moved.png --image shaped.png --length-map lengths.asc --straight-trails
+cmp -s shaped.png moved.png && fail "no colour was moved"
+expect 0 "" colour "$terrain" unblended.png --image shaped.png --blend 0
+expect_change 0 0 shaped.png unblended.png
+expect 0 "the image is resampled from 403 x 344 to 64 x 64 cells" colour even.asc small.png --image shaped.png
+expect 64 "--image is required" colour "$terrain" moved.png
+expect 64 "must end in .png" colour "$terrain" moved.tif --image shaped.png
+expect 64 "--transport" colour "$terrain" moved.png --image shaped.png --transport 1.5
+expect 66 "cannot read 'nothing.png'" colour "$terrain" moved.png --image nothing.png
+expect 66 "it is no picture" colour "$terrain" moved.png --image shaped.tif
+expect 64 "--flow-length" flow "$terrain" flow.tif --flow-length -1
 
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc

@@ -273,6 +273,17 @@ void write_with_gdal(const std::string& path, const char* driver, const Grid& gr
     copy_to_file(path, driver, *dataset, options.List());
 }
 
+/// The transfer function of sRGB (IEC 61966-2-1) and its inverse, which clamps.
+float linear_light(float code) {
+    return code <= 0.04045f ? code / 12.92f : std::pow((code + 0.055f) / 1.055f, 2.4f);
+}
+
+float coded_light(float light) {
+    if (!(light > 0.0f))
+        return 0.0f;
+    return light <= 0.0031308f ? light * 12.92f : std::min(1.055f * std::pow(light, 1.0f / 2.4f) - 0.055f, 1.0f);
+}
+
 } // namespace
 
 Grid read_grid(const std::string& path, std::optional<float> stand_in) {
@@ -345,6 +356,40 @@ std::optional<CellSize> ground_cell_size(const Grid& grid) {
     if (!(size.x > 0 && size.y > 0 && std::isfinite(size.x) && std::isfinite(size.y)))
         return std::nullopt;
     return size;
+}
+
+Picture read_picture(const std::string& path) {
+    prepare_gdal();
+    const Dataset dataset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
+    if (!dataset)
+        refuse_input(path, gdal_error());
+    const int bands = dataset->GetRasterCount();
+    if (bands == 0)
+        refuse_input(path, "it holds no raster band");
+    Picture picture;
+    picture.width = dataset->GetRasterXSize();
+    picture.height = dataset->GetRasterYSize();
+    for (int channel = 0; channel < 3; ++channel) {
+        GDALRasterBand* const band = dataset->GetRasterBand(bands >= 3 ? channel + 1 : 1);
+        const double brightest = largest_integer(band->GetRasterDataType());
+        if (brightest == 0 || brightest > 65535 || band->GetColorTable() != nullptr)
+            refuse_input(path, "it is no picture with 8 or 16 bits a channel");
+        std::vector<float>& pixels = picture.channels[static_cast<std::size_t>(channel)];
+        pixels.resize(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height));
+        if (band->RasterIO(GF_Read, 0, 0, picture.width, picture.height, pixels.data(), picture.width, picture.height,
+                           GDT_Float32, 0, 0) != CE_None)
+            refuse_input(path, gdal_error());
+        for (float& pixel : pixels)
+            pixel = linear_light(std::max(pixel, 0.0f) / static_cast<float>(brightest));
+    }
+    return picture;
+}
+
+void write_picture(const std::string& path, const Picture& picture) {
+    std::vector<std::uint8_t> pixels(picture.channels[0].size() * 3);
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = static_cast<std::uint8_t>(std::lround(coded_light(picture.channels[i % 3][i / 3]) * 255.0f));
+    write_picture(path, picture.width, picture.height, 3, pixels);
 }
 
 void write_picture(const std::string& path, int width, int height, int channels,

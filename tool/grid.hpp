@@ -57,6 +57,20 @@ void write_grid(const std::string& path, const Grid& grid);
 /// Size of a cell on the ground, if the grid is georeferenced. Degrees are turned into metres at the grid's centre.
 std::optional<CellSize> ground_cell_size(const Grid& grid);
 
+/// A colour picture: red, green and blue of each pixel, 0 to 1, in linear light.
+struct Picture {
+    int width = 0;
+    int height = 0;
+    std::array<std::vector<float>, 3> channels;
+};
+
+/// Reads the first three bands of a file of 8 or 16 bits a band, or one grey band, as sRGB. Throws ToolError
+/// (unreadable_input).
+Picture read_picture(const std::string& path);
+
+/// Writes a picture with 8 bits a channel, as sRGB. Throws ToolError.
+void write_picture(const std::string& path, const Picture& picture);
+
 /// Writes an 8-bit picture, grey (1 channel) or RGB (3 channels, interleaved). Throws ToolError.
 void write_picture(const std::string& path, int width, int height, int channels,
                    const std::vector<std::uint8_t>& pixels);

@@ -38,6 +38,8 @@ int run(int argc, char** argv) {
     add_stamp_command(app);
     add_median_command(app);
     add_cells_command(app);
+    add_flow_command(app);
+    add_colour_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);

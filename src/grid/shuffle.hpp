@@ -2,40 +2,50 @@
 // standard's distributions and of `std::shuffle` are not: hence a draw of our own.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <random>
 #include <utility>
 
 #include <sycl/sycl.hpp>
+
+#include "device/backend.hpp"
 
 namespace tarn {
 
 /// A whole number from 0 to `last`, all equally likely: the generator's output modulo the count of numbers, drawn again
 /// where the output lies in the last, incomplete round.
 inline std::uint32_t draw_up_to(std::mt19937& generator, std::uint32_t last) {
-    constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
-    if (last == most)
-        return static_cast<std::uint32_t>(generator());
     const std::uint32_t count = last + 1u;
-    const std::uint32_t complete = most % count == last ? most : most / count * count - 1u;
+    if (count == 0)
+        return static_cast<std::uint32_t>(generator()); // all 2^32 numbers
+    const std::uint32_t last_round = 0u - count;        // where the last complete one may begin
     for (;;) {
-        const std::uint32_t number = static_cast<std::uint32_t>(generator());
-        if (number <= complete)
-            return number % count;
+        const auto output = static_cast<std::uint32_t>(generator());
+        const std::uint32_t number = output % count;
+        if (output - number <= last_round)
+            return number;
     }
 }
 
-/// Puts fewer than 2^32 values into random order: R. A. Fisher's and F. Yates' shuffle, from the front.
+/// Puts fewer than 2^32 values into random order: R. A. Fisher's and F. Yates' shuffle, from the front. The places are
+/// drawn some time before they are needed: with millions of values most of them lie outside the cache.
 template <class Values>
 void shuffle(Values& values, std::mt19937& generator) {
-    for (std::size_t i = 1; i < values.size(); ++i) {
-        const std::size_t j = draw_up_to(generator, static_cast<std::uint32_t>(i));
-        if (j != i)
-            std::swap(values[i], values[j]);
+    constexpr std::size_t ahead = 64;
+    std::array<std::uint32_t, ahead> places;
+    for (std::size_t first = 1; first < values.size(); first += ahead) {
+        const std::size_t count = std::min(ahead, values.size() - first);
+        for (std::size_t k = 0; k < count; ++k) {
+            places[k] = draw_up_to(generator, static_cast<std::uint32_t>(first + k));
+            prefetch_for_write(&values[places[k]]);
+        }
+        for (std::size_t k = 0; k < count; ++k)
+            if (places[k] != first + k)
+                std::swap(values[first + k], values[places[k]]);
     }
 }
 

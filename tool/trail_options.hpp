@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "resample.hpp"
+
+/// What flow maps and the transport of colour have in common.
+struct TrailOptions {
+    float flow_length = 1.0f;
+    float spread = 1.0f;
+    std::uint32_t seed = 0;
+    std::string mask;
+    std::string device = "cpu";
+
+    void add_options(CLI::App& command);
+
+    /// No cells if there is no mask.
+    std::vector<float> read_mask_cells(GridSize size) const;
+};
+
+/// The heights from 0 at the lowest cell to 1 at the highest: the unit of `spread`, and the zero below which no ground
+/// lies.
+std::vector<float> unit_heights(const Grid& grid);
+
+/// Null if there are no cells.
+inline const float* data_or_null(const std::vector<float>& cells) {
+    return cells.empty() ? nullptr : cells.data();
+}
