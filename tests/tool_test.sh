@@ -221,6 +221,64 @@ expect 66 "cannot read 'nothing.png'" colour "$terrain" moved.png --image nothin
 expect 66 "it is no picture" colour "$terrain" moved.png --image shaped.tif
 expect 64 "--flow-length" flow "$terrain" flow.tif --flow-length -1
 
+# Stamps stand on the ground that was there before; holes, and points outside, leave it.
+printf 'ncols 3\nnrows 6\nxllcorner 0\nyllcorner 0\ncellsize 1\n0 5 0\n5 7 5\n0 5 0\n0 0 0\n0 900 0\n0 0 0\n' >patches.asc
+printf '10.5 10.5 # the cross\n\n20.5 20.5 1\n-50 3 1\n' >points.txt
+asc 64 64 1 100 >level.asc
+expect 0 "2 stamps of 3 x 3 cells, 3 instances" --verbose stamp level.asc stamped.asc --stamps patches.asc --stamp-height 3 \
+    --stamp-scale 2 --points points.txt --ids-out ids.asc --preview stamped.png
+asc 64 64 1 'x == 20 && y == 20 ? 1900 : x == 10 && y == 10 ? 114 : (x - 10) ^ 2 + (y - 10) ^ 2 == 1 ? 110 : 100' >wanted.asc
+expect_change 0 0 wanted.asc stamped.asc
+[[ "$(tail -n 64 ids.asc | tr ' ' '\n' | grep -E '[1-9]' | sort | uniq -c | awk '{print $1}' | sort -n | xargs)" == "1 5" ]] ||
+    fail "ids.asc tells other cells apart"
+expect 0 "" stamp "$terrain" scattered.tif --stamps patches.asc --count 50 --seed 9
+expect 0 "" stamp "$terrain" unstamped.tif --stamps patches.asc --count 0
+expect_change 0 0 "$terrain" unstamped.tif
+expect_change 0 2000 "$terrain" scattered.tif
+expect 3 "instance.stamp" stamp level.asc out.tif --stamps patches.asc --points points.txt
+expect 64 "6 rows of 'patches.asc' are no whole number of stamps" stamp level.asc out.tif --stamps patches.asc \
+    --stamp-height 4 --count 1
+expect 64 "--count" stamp level.asc out.tif --stamps patches.asc
+expect 64 "--count" stamp level.asc out.tif --stamps patches.asc --count 3 --points points.txt
+expect 66 "cannot read 'nowhere.txt'" stamp level.asc out.tif --stamps patches.asc --points nowhere.txt
+for line in "1" "1 2 x" "1 2 3 4" "1 2 -1" "one two"; do
+    printf '3 3\n%s\n' "$line" >wrong.txt
+    expect 66 "line 2 of 'wrong.txt'" stamp level.asc out.tif --stamps patches.asc --points wrong.txt
+done
+
+# The median takes spikes away, whatever the size of the grid, and leaves what is level but for its rounding.
+expect 0 "403 x 344 cells are padded to 416 x 416" median "$terrain" median.tif --radius 2 --preview median.png
+expect 0 "" median "$terrain" unfiltered.tif --iterations 0
+expect_change 0 0 "$terrain" unfiltered.tif
+asc 40 20 1 'x == 39 && y == 7 || x == 5 && y == 19 ? 1e5 : 100' >spikes.asc
+asc 40 20 1 100 >without_spikes.asc
+expect 0 "" median spikes.asc despiked.asc --radius 1
+expect_change -0.0002 0 without_spikes.asc despiked.asc
+[[ "$("$tarn" median level.asc level_out.asc 2>&1)" == *padded* ]] && fail "64 x 64 cells were padded for the median"
+expect 64 "not from 1 to 8" median "$terrain" out.tif --radius 9
+expect 64 "--iterations" median "$terrain" out.tif --iterations -1
+
+# Cells: a regular lattice makes steps, a gap of 1 leaves nothing, and a seed gives the same rock every time.
+asc 64 64 1 'x < 32 ? 100 : 200' >step.asc
+expect 0 "cell_density 8, extents 1 1 0.32, z_unit 64, z_range 100" --verbose cells step.asc steps.asc --density 8 --layers 4 \
+    --jitter-x 0 --jitter-y 0 --jitter-z 0 --random-out steps_random.asc
+asc 64 64 1 'x < 32 ? 100 : 200' >wanted.asc
+expect_change -0.01 0.01 wanted.asc steps.asc
+expect 0 "" cells "$terrain" rock.tif --layers 10 --preview rock.png
+expect 0 "" cells "$terrain" rock_again.tif --layers 10 --gap 0.3 --gap-factor no_mask.asc
+expect_change 0 0 rock.tif rock_again.tif
+expect 0 "" cells "$terrain" rock_again.tif --layers 10 --generator congruential
+"$tarn" preview rock_again.tif change.png --difference rock.tif 2>&1 | grep -q 'change by -[1-9]' || fail "the generators are alike"
+expect 0 "" cells step.asc gone.asc --gap 1
+asc 64 64 1 100 >wanted.asc
+expect_change 0 0 wanted.asc gone.asc
+expect 0 "" cells level.asc flat.asc
+expect 0 "extents 2 3 4, z_unit 5, z_range 6" --verbose cells step.asc own.asc --density 2 --extent-x 2 --extent-y 3 \
+    --extent-z 4 --z-unit 5 --z-range 6
+expect 3 "cell_density" cells step.asc out.tif --extent-x 1e30
+expect 64 "--generator" cells step.asc out.tif --generator dice
+expect 64 "not from 0 to 1" cells step.asc out.tif --jitter-y 2
+
 # Every format holds the grid, as exactly as it can.
 expect 0 "" shape "$terrain" shaped.asc
 expect_change 0 0 shaped.tif shaped.asc

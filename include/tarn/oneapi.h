@@ -880,7 +880,7 @@ typedef struct Cellular3D_Parameters {
     int32_t grid_width;
     int32_t grid_height;
     float cell_density; /**< lattice cells per unit of extent_x and extent_y, above 0; above 512 it counts as 512 */
-    float gap; /**< how far a cell's faces draw back, in lattice units: 0 lets cells touch, 1 and more removes them */
+    float gap;          /**< how far a cell's faces draw back, in lattice units; from 1 on no cell is left */
     float extent_x;     /**< width of the block in units, above 0 */
     float extent_y;     /**< depth of the block in units, above 0 */
     float extent_z;     /**< factor on the block's height */
@@ -899,14 +899,16 @@ typedef struct Cellular3D_Parameters {
  * the highest solid cell.
  *
  * - queue, height, random: not null; else status_failed, with nothing called back.
- * - height: in and out; 0.0 where no cell is solid.
- * - gap_factor: in, or null; factor on `gap` at each cell.
- * - random: out; a random number from 0 to 1 of the cell that gave the height.
- * - parameters: rewritten: cell_density comes back as it was used, which is lower than it was given where the lattice
- *   would have more than 1e8 cells.
+ * - height: in and out; from 0.0 to 1.0, which is where the block ends: ground above is cut off about two lattice
+ *   cells higher. 0.0 comes back where no cell is solid.
+ * - gap_factor: in, or null; factor on `gap` at each cell; NaN leaves no cell there.
+ * - random: out; a random number from 0 to 1 of the cell that gave the height, 0.0 where none did.
+ * - parameters: rewritten: cell_density comes back as it was used: at most 512, and lower where the lattice would have
+ *   more than 1e8 cells. The lattice has about as many then, and more if the block is but a few cells thick.
  *
- * Refused: extents and a cell_density that are not above 0, a block without height (z_range * extent_z / z_unit above 0),
- * and a block so flat or so thin that its lattice has more than 2^31 - 1 cells at the lowered cell_density too.
+ * Refused: extents and a cell_density that are not above 0, a block without height (z_range * extent_z / z_unit above
+ * 0), numbers that are not finite, and a block so flat or so thin that its lattice has more than 2^31 - 1 cells at the
+ * lowered cell_density too.
  *
  * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 24 bytes per lattice cell and 12 per cell
  * of the grid, and 8 per column of the lattice if it has more columns than the grid has cells.
