@@ -54,6 +54,11 @@ run erode "$terrain" out/plains.tif --columns 512 --feature-size 2000 --iteratio
     --fill-angle 20
 run shade out/plains.tif out/plains.png "${light[@]}"
 
+# Where water gathers, and the picture's colours carried down with it.
+run flow "$terrain" out/flow.tif --preview out/flow.png
+run preview "$terrain" out/heights.png --flat
+run colour "$terrain" --image out/heights.png out/washed.png
+
 # Rocks at the foot of a valley's slopes, seen from close by.
 run debris "$terrain" out/rocks.tif --window 173 96 6 5 --resolution 960 --count 6000 --max-size 60 --min-size 8 \
     --favour-small --restitution 0.2 --preview out/rocks.png
@@ -94,3 +99,12 @@ awk 'BEGIN {
 run mesh out/knot.obj out/knot.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample --preview out/knot.png
 run mesh out/knot.obj out/knot_of_rock.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample \
     --displacement "$terrain" --displacement-amount 3 --displacement-bias -0.015 --preview out/knot_of_rock.png
+
+# Stamps, a median, and the terrain rebuilt out of cells of rock.
+printf 'ncols 5\nnrows 5\nxllcorner 0\nyllcorner 0\ncellsize 1\n%s\n' \
+    '0 40 40 40 0' '40 90 90 90 40' '40 90 120 90 40' '40 90 90 90 40' '0 40 40 40 0' >out/hill.asc
+run stamp "$terrain" out/hills.tif --stamps out/hill.asc --count 300 --seed 2 --preview out/hills.png
+run median out/hills.tif out/median.tif --radius 6 --preview out/median.png
+run cells "$terrain" out/cells.tif --density 40 --layers 10 --random-out out/cell_numbers.tif
+run shade out/cells.tif out/cells.png "${light[@]}"
+run preview out/cell_numbers.tif out/cell_numbers.png --flat
