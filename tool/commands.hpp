@@ -16,6 +16,8 @@ void add_colour_command(CLI::App& app);
 void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_flow_command(CLI::App& app);
+void add_bake_command(CLI::App& app);
+void add_points_command(CLI::App& app);
 void add_preview_command(CLI::App& app);
 void add_shade_command(CLI::App& app);
 void add_shape_command(CLI::App& app);

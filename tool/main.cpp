@@ -40,6 +40,8 @@ int run(int argc, char** argv) {
     add_cells_command(app);
     add_flow_command(app);
     add_colour_command(app);
+    add_points_command(app);
+    add_bake_command(app);
     add_preview_command(app);
     try {
         app.parse(argc, argv);

@@ -74,3 +74,17 @@ Model read_model(const std::string& path, UpAxis up) {
         print_note("'" + path + "' has vertices that are no numbers; their triangles are not drawn");
     return model;
 }
+
+std::vector<TarnFloat3> read_model_points(const std::string& path) {
+    Assimp::Importer importer;
+    const aiScene* const scene = importer.ReadFile(path, 0);
+    if (scene == nullptr)
+        throw ToolError(ExitCode::unreadable_input, "cannot read '" + path + "': " + importer.GetErrorString());
+    std::vector<TarnFloat3> points;
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m)
+        for (unsigned v = 0; v < scene->mMeshes[m]->mNumVertices; ++v) {
+            const aiVector3D& vertex = scene->mMeshes[m]->mVertices[v];
+            points.push_back({vertex.x, vertex.y, vertex.z, 0.0f});
+        }
+    return points;
+}

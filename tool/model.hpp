@@ -21,3 +21,7 @@ enum class UpAxis { by_format, y, z };
 /// Reads a model that Assimp opens (OBJ, PLY, glTF, STL and many more): all its meshes in their places. Throws
 /// ToolError (unreadable_input).
 Model read_model(const std::string& path, UpAxis up);
+
+/// Reads the vertices of a model, with or without faces, as x, y and z of the file. Throws ToolError
+/// (unreadable_input).
+std::vector<TarnFloat3> read_model_points(const std::string& path);

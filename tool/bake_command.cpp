@@ -1,0 +1,135 @@
+#include "commands.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <tarn/oneapi.h>
+
+#include "grid.hpp"
+#include "host.hpp"
+#include "message.hpp"
+#include "model.hpp"
+#include "options.hpp"
+
+namespace {
+
+struct BakeCommand {
+    std::string model;
+    std::string heights;
+    std::string output;
+    std::string hit_x_output;
+    std::string hit_y_output;
+    std::string device = "cpu";
+    UpAxis up = UpAxis::by_format;
+    bool fit_heights = false;
+    GroundScale ground;
+
+    void run();
+
+  private:
+    void fit(Model& mesh, const Grid& grid, float vertical_scale) const;
+};
+
+/// Lays the model over the whole grid. Its heights are in the grid's unit, or stretched to the grid's range.
+void BakeCommand::fit(Model& mesh, const Grid& grid, float vertical_scale) const {
+    TarnFloat3 low = mesh.vertices.front(), high = low;
+    for (const TarnFloat3& v : mesh.vertices) {
+        low = {std::min(low.x, v.x), std::min(low.y, v.y), std::min(low.z, v.z), 0.0f};
+        high = {std::max(high.x, v.x), std::max(high.y, v.y), std::max(high.z, v.z), 0.0f};
+    }
+    if (!(high.x > low.x && high.y > low.y))
+        throw ToolError(ExitCode::unreadable_input, "'" + model + "' has no extent to lay over the heights");
+    float stretch = 1, base = 0;
+    if (fit_heights) {
+        const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
+        stretch = high.z > low.z ? (*highest - *lowest) / (high.z - low.z) : 0.0f;
+        base = *lowest - low.z * stretch;
+    }
+    for (TarnFloat3& v : mesh.vertices)
+        v = {(v.x - low.x) / (high.x - low.x), (v.y - low.y) / (high.y - low.y),
+             (v.z * stretch + base) * vertical_scale, 0.0f};
+}
+
+void BakeCommand::run() {
+    check_folder(output);
+    for (const std::string& name : {hit_x_output, hit_y_output})
+        if (!name.empty())
+            check_grid_name(name);
+    Host host(device);
+    const Grid grid = read_grid(heights);
+    Model mesh = read_model(model, up);
+    const CellSize cell = ground.cell_of(grid);
+    mesh_rasterizer_Parameters parameters{};
+    parameters.resolution = {grid.width, grid.height};
+    // A height of 1 is so many widths of the grid.
+    parameters.vertical_scale =
+        static_cast<float>(ground.height_unit_of(grid) / (std::sqrt(cell.x * cell.y) * grid.width));
+    fit(mesh, grid, parameters.vertical_scale);
+    print_detail(format_text("vertical_scale %g, %zu vertices, %zu triangles",
+                             static_cast<double>(parameters.vertical_scale), mesh.vertices.size(),
+                             mesh.triangles.size()));
+
+    // Where the model does not lie, the normal of the model itself.
+    std::vector<float> red(grid.size(), 0.5f), green(grid.size(), 0.5f), blue(grid.size(), 1.0f);
+    std::vector<TarnFloat2> hits(grid.size(), TarnFloat2{-1.0f, -1.0f});
+    const mesh_rasterizer_MeshView view = mesh.view();
+    host.run(format_text("baking %d x %d normals", grid.width, grid.height), [&](SyclQueue* queue,
+                                                                                 const HostCallbacks* callbacks) {
+        return MeshRasterizer_ComputeTangentSpaceNormals(queue, &view, grid.cells.data(), red.data(), green.data(),
+                                                         blue.data(), hits.data(), &parameters, callbacks);
+    });
+
+    std::vector<std::uint8_t> pixels;
+    pixels.reserve(3 * grid.size());
+    for (std::size_t i = 0; i < grid.size(); ++i)
+        for (const float channel : {red[i], green[i], blue[i]}) {
+            const bool is_number = std::isfinite(channel);
+            pixels.push_back(
+                static_cast<std::uint8_t>(std::lround(255.0f * std::clamp(is_number ? channel : 0.5f, 0.0f, 1.0f))));
+        }
+    write_picture(output, grid.width, grid.height, 3, pixels);
+    const auto write_hits = [&](const std::string& name, float TarnFloat2::*axis) {
+        if (name.empty())
+            return;
+        Grid place = grid;
+        place.unit.clear();
+        std::transform(hits.begin(), hits.end(), place.cells.begin(),
+                       [axis](const TarnFloat2& hit) { return hit.*axis; });
+        write_grid(name, place);
+    };
+    write_hits(hit_x_output, &TarnFloat2::x);
+    write_hits(hit_y_output, &TarnFloat2::y);
+}
+
+} // namespace
+
+void add_bake_command(CLI::App& app) {
+    const auto settings = std::make_shared<BakeCommand>();
+    CLI::App* const command = app.add_subcommand("bake", "Bake the normals of a height grid onto a model of it");
+    command->add_option("MODEL", settings->model, "Model that stands in for the heights: OBJ, PLY, glTF and more")
+        ->required();
+    command->add_option("HEIGHTS", settings->heights, "Height grid with the detail")->required();
+    command->add_option("OUT", settings->output, "Normal map, in the model's tangent frame")
+        ->required()
+        ->check(png_name());
+    command->add_option("--up", settings->up, "Axis of the model that points upwards: y for glTF and OBJ, else z")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, UpAxis>{{"auto", UpAxis::by_format}, {"y", UpAxis::y}, {"z", UpAxis::z}},
+            CLI::ignore_case))
+        ->type_name("AXIS")
+        ->default_str("auto");
+    command->add_flag("--fit-heights", settings->fit_heights,
+                      "Stretch the model's heights to the range of the grid; else they are in the grid's unit");
+    command->add_option("--hit-x-out", settings->hit_x_output, "Also write the column that each cell's ray met")
+        ->type_name("GRID");
+    command->add_option("--hit-y-out", settings->hit_y_output, "Also write the row that each cell's ray met")
+        ->type_name("GRID");
+    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
+        ->type_name("ID")
+        ->capture_default_str();
+    settings->ground.add_options(*command);
+    command->callback([settings] { settings->run(); });
+}

@@ -1,0 +1,178 @@
+#include "commands.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+#include <tarn/oneapi.h>
+
+#include "grid.hpp"
+#include "host.hpp"
+#include "message.hpp"
+#include "model.hpp"
+#include "options.hpp"
+#include "resample.hpp"
+#include "shade_preview.hpp"
+
+namespace {
+
+struct Sample {
+    double x, y, z;
+};
+
+struct PointsCommand {
+    std::string input;
+    std::string output;
+    std::string image;
+    std::string image_output;
+    std::string noise_output;
+    std::string preview;
+    std::string device = "cpu";
+    int columns = 1024;
+    float floor = 0;
+    bool y_down = false;
+
+    void run();
+};
+
+/// x, y and z in the lines of a text file, with commas, semicolons or blanks between them. Lines that do not begin with
+/// three numbers are passed over, such as a heading.
+std::vector<Sample> read_text(const std::string& path) {
+    std::ifstream file(path);
+    if (!file)
+        throw ToolError(ExitCode::unreadable_input, "cannot read '" + path + "'");
+    std::vector<Sample> samples;
+    for (std::string line; std::getline(file, line);) {
+        std::replace_if(
+            line.begin(), line.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
+        std::istringstream numbers(line);
+        Sample sample{};
+        if (numbers >> sample.x >> sample.y >> sample.z)
+            samples.push_back(sample);
+    }
+    return samples;
+}
+
+std::vector<Sample> read_samples(const std::string& path) {
+    const std::string extension = std::filesystem::path(path).extension().string();
+    std::vector<Sample> samples;
+    if (extension == ".csv" || extension == ".txt" || extension == ".xyz")
+        samples = read_text(path);
+    else
+        for (const TarnFloat3& point : read_model_points(path))
+            samples.push_back(
+                {static_cast<double>(point.x), static_cast<double>(point.y), static_cast<double>(point.z)});
+    const auto is_finite = [](const Sample& s) {
+        return std::isfinite(s.x) && std::isfinite(s.y) && std::isfinite(s.z);
+    };
+    samples.erase(std::remove_if(samples.begin(), samples.end(), [&](const Sample& s) { return !is_finite(s); }),
+                  samples.end());
+    if (samples.size() < 3)
+        throw ToolError(ExitCode::unreadable_input, "'" + path + "' has fewer than three points");
+    return samples;
+}
+
+void PointsCommand::run() {
+    check_grid_name(output);
+    if (!noise_output.empty())
+        check_grid_name(noise_output);
+    for (const std::string& name : {image_output, preview})
+        check_folder(name);
+    Host host(device);
+    const std::vector<Sample> samples = read_samples(input);
+
+    // The grid that the points just fill, with square cells.
+    const auto [west, east] =
+        std::minmax_element(samples.begin(), samples.end(), [](const Sample& a, const Sample& b) { return a.x < b.x; });
+    const auto [south, north] =
+        std::minmax_element(samples.begin(), samples.end(), [](const Sample& a, const Sample& b) { return a.y < b.y; });
+    const double cell = (east->x - west->x) / columns;
+    if (!(cell > 0))
+        throw ToolError(ExitCode::unreadable_input, "the points of '" + input + "' have no extent along x");
+    const int rows = static_cast<int>(std::clamp(std::ceil((north->y - south->y) / cell), 1.0, 1e9));
+    Grid grid;
+    grid.width = columns;
+    grid.height = rows;
+    grid.cells.assign(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows), floor);
+    const double top = y_down ? south->y : north->y, row_step = y_down ? cell : -cell;
+    grid.geotransform = {west->x, cell, 0, top, 0, row_step};
+    print_note(format_text("%zu points on %d x %d cells of %.4g", samples.size(), columns, rows, cell));
+
+    std::vector<float> points;
+    points.reserve(3 * samples.size());
+    for (const Sample& s : samples) {
+        points.push_back(static_cast<float>((s.x - west->x) / cell));
+        points.push_back(static_cast<float>((s.y - top) / row_step));
+        points.push_back(static_cast<float>(s.z));
+    }
+    Picture picture;
+    if (!image.empty()) {
+        picture = read_picture(image);
+        for (std::vector<float>& channel : picture.channels)
+            channel = resample(channel, {picture.width, picture.height}, {columns, rows});
+        picture.width = columns;
+        picture.height = rows;
+    }
+    const auto channel = [&](std::size_t n) {
+        return picture.channels[n].empty() ? nullptr : picture.channels[n].data();
+    };
+
+    mesh_rasterizer_Parameters parameters{};
+    parameters.resolution = {columns, rows};
+    parameters.point_count = static_cast<std::uint32_t>(samples.size());
+    parameters.vertical_scale = 1;
+    Grid noise = grid;
+    std::fill(noise.cells.begin(), noise.cells.end(), 0.0f);
+    host.run(format_text("triangulating %zu points", samples.size()),
+             [&](SyclQueue* queue, const HostCallbacks* callbacks) {
+                 return MeshRasterizer_RenderPointCloud(queue, points.data(), grid.cells.data(), noise.cells.data(),
+                                                        channel(0), channel(1), channel(2), &parameters, callbacks);
+             });
+
+    write_grid(output, grid);
+    if (!noise_output.empty())
+        write_grid(noise_output, noise);
+    if (!image_output.empty())
+        write_picture(image_output, picture);
+    if (!preview.empty())
+        write_picture(preview, columns, rows, 3, shade_relief(host, grid, {cell, cell}, ShadeOptions{}));
+}
+
+} // namespace
+
+void add_points_command(CLI::App& app) {
+    const auto settings = std::make_shared<PointsCommand>();
+    CLI::App* const command = app.add_subcommand("points", "Make a height grid of scattered points");
+    command->add_option("CLOUD", settings->input, "Points: .csv, .txt or .xyz, or a model such as .ply")->required();
+    command->add_option("OUT", settings->output, "Heights: .tif, .tiff, .png (16 bits), .asc or .exr")->required();
+    command
+        ->add_option("--columns", settings->columns, "Width of the grid; its rows follow from the extent of the points")
+        ->check(CLI::Range(1, 1 << 20))
+        ->type_name("CELLS")
+        ->capture_default_str();
+    command->add_option("--floor", settings->floor, "Height of the cells outside the points' hull")
+        ->check(finite_number(-1e30, 1e30))
+        ->type_name("HEIGHT")
+        ->capture_default_str();
+    command->add_flag("--y-down", settings->y_down, "y counts from the top of the grid downwards");
+    CLI::Option* const image =
+        command->add_option("--image", settings->image, "Picture of the ground, of which each triangle gets one colour")
+            ->type_name("RGB");
+    command->add_option("--image-out", settings->image_output, "Write the picture of coloured triangles")
+        ->needs(image)
+        ->check(png_name())
+        ->type_name("PNG");
+    command->add_option("--noise-out", settings->noise_output, "Also write a random number of each triangle, 0 to 1")
+        ->type_name("GRID");
+    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
+        ->check(png_name())
+        ->type_name("PNG");
+    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
+        ->type_name("ID")
+        ->capture_default_str();
+    command->callback([settings] { settings->run(); });
+}
