@@ -93,12 +93,34 @@ awk 'BEGIN {
         for (j = 0; j < across; ++j) {
             p = i * across + j + 1; q = i * across + (j + 1) % across + 1
             r = (i + 1) % around * across + (j + 1) % across + 1; o = (i + 1) % around * across + j + 1
-            printf "f %d %d %d\nf %d %d %d\n", p, o, q, q, o, r
+            printf "f %d %d %d\nf %d %d %d\n", p, q, o, q, r, o
         }
 }' >out/knot.obj
 run mesh out/knot.obj out/knot.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample --preview out/knot.png
 run mesh out/knot.obj out/knot_of_rock.tif --size 900x640 --rotate-x 50 --rotate-z 30 --supersample \
-    --displacement "$terrain" --displacement-amount 3 --displacement-bias -0.015 --preview out/knot_of_rock.png
+    --displacement "$terrain" --displacement-amount 2 --displacement-bias -0.015 --preview out/knot_of_rock.png
+
+# The terrain from 20,000 of its points, each triangle in one colour of its picture, and a normal map of the terrain on a
+# model of every twelfth of its rows and columns.
+run dunes "$terrain" out/terrain.asc --sand 0 --duration 0
+awk 'BEGIN { srand(7); cell = 83 }
+    NR > 6 { for (i = 1; i <= NF; ++i) if (rand() < 0.15) printf "%.1f,%.1f,%s\n", i * cell, -(NR - 6) * cell, $i }
+' out/terrain.asc >out/points.csv
+run points out/points.csv out/points.tif --columns 512 --image out/heights.png --image-out out/triangles.png \
+    --preview out/points.png
+awk 'BEGIN { step = 12 }
+    NR > 6 && (NR - 7) % step == 0 {
+        for (across = 0; across * step < NF; ++across) printf "v %d %d %s\n", across * step, 7 - NR, $(across * step + 1)
+        ++down
+    }
+    END {
+        for (y = 0; y + 1 < down; ++y)
+            for (x = 0; x + 1 < across; ++x) {
+                a = y * across + x + 1
+                printf "f %d %d %d\nf %d %d %d\n", a, a + across, a + 1, a + 1, a + across, a + across + 1
+            }
+    }' out/terrain.asc >out/coarse.obj
+run bake out/coarse.obj "$terrain" out/normals.png --up z
 
 # Stamps, a median, and the terrain rebuilt out of cells of rock.
 printf 'ncols 5\nnrows 5\nxllcorner 0\nyllcorner 0\ncellsize 1\n%s\n' \
@@ -108,3 +130,21 @@ run median out/hills.tif out/median.tif --radius 6 --preview out/median.png
 run cells "$terrain" out/cells.tif --density 40 --layers 10 --random-out out/cell_numbers.tif
 run shade out/cells.tif out/cells.png "${light[@]}"
 run preview out/cell_numbers.tif out/cell_numbers.png --flat
+
+cat <<END
+
+out/before.png               the terrain in data/jacksboro.tif
+out/winter_afternoon.png     the same on the afternoon of the 21st of December, at its true latitude
+out/sunlight_year.png        the light of a year, from the least to the greatest, and sunlight_midwinter.png that of 21 days
+out/after.png                after its slopes have failed; difference.png is what that changed: red is loss, blue is gain
+out/weathered.png            after its slopes have weathered; depth.png is the loose cover, wear.png what came loose
+out/mountains.png            eroded into young mountains (1024 columns), terraces.png and plains.png into those (512)
+out/flow.png                 where water gathers; washed.png is the picture heights.png carried downhill
+out/rocks.png                rocks at the foot of slopes, 450 m wide
+out/dunes.png                dunes grown on a sheet of sand
+out/knot.png                 a model as a height field; knot_of_rock.png with the terrain's relief for a skin
+out/points.png               the terrain from 20,000 of its points; triangles.png with one colour a triangle
+out/normals.png              its normal map on a coarse model of it
+out/hills.png                hills stamped on it, and median.png without its small forms
+out/cells.png                rebuilt out of cells of rock; cell_numbers.png has a colour for each
+END
