@@ -118,6 +118,30 @@ expect 0 "days 345 to 10" sunlight "$terrain" winter.tif --first-day 12-11 --las
 expect_change -1 -0.001 year.tif winter.tif
 expect 64 "--latitude is needed" sunlight wall.asc out.tif
 expect 0 "cells receive 0 to 0" sunlight wall.asc night.asc --latitude 89 --first-day 12-21 --last-day 12-21
+# Points: a plane comes back wherever it is sampled, from text and from a model; a line of points has no surface.
+awk 'BEGIN { print "x;y;z"; for (y = 0; y <= 20; y += 4) for (x = 0; x <= 40; x += 5) print x ";" y ";" 2 * x - y }' >plane.csv
+expect 0 "54 points on 40 x 20 cells of 1" points plane.csv plane.asc --columns 40 --noise-out numbers.asc --preview plane.png
+{
+    printf 'ply\nformat ascii 1.0\nelement vertex 54\nproperty float x\nproperty float y\nproperty float z\n'
+    printf 'element face 1\nproperty list uchar int vertex_indices\nend_header\n'
+    tail -n +2 plane.csv | tr ';' ' '
+    echo '3 0 1 9'
+} >plane.ply
+expect 0 "cells of 1" points plane.ply from_ply_points.asc --columns 40
+expect_change 0 0 plane.asc from_ply_points.asc
+# At x = 19.5 and y = 9.5 the plane is 29.5 high; a triangle's heights are those of one half a percent larger.
+awk 'NR == 16 { exit !($20 > 29.4 && $20 < 29.6) }' plane.asc || fail "the plane of points is not 29.5 high in its middle"
+printf '1,1,0\n' >point.csv
+expect 66 "fewer than three points" points point.csv none.asc
+printf '1,1,0\n2,1,0\n3,1,0\n' >line.csv
+expect 3 "not triangulation" points line.csv none.asc --columns 8
+
+# A flat model under a ramp: all cells that the rays reach have the ramp's slope to the left.
+printf 'v 0 0 0\nv 8 0 0\nv 8 8 0\nv 0 8 0\nf 1 2 3\nf 1 3 4\n' >flat.obj
+asc 16 16 1 'x' >ramp.asc
+expect 0 "" bake flat.obj ramp.asc normals.png --up z --hit-x-out hits.asc
+expect 66 "cannot read" bake none.obj ramp.asc normals.png
+
 # Models: a pyramid, which stands upright from any file that says where up is, on the floor it is given.
 cat >pyramid.obj <<'END'
 v -1 0 -1
