@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config
     libtbb-dev libboost-context-dev                         # the bundled SYCL for CPUs
-    libboost-dev                                            # triangulation
+    libboost-dev                                            # the triangulation of point clouds
     libassimp-dev libcli11-dev libgdal-dev libopenexr-dev   # the command-line tool
     libgtest-dev libbenchmark-dev                           # tests and benchmarks
 )

@@ -10,9 +10,7 @@ namespace tarn {
 /// The cell of a coordinate, truncated toward zero; coordinates beyond the integers, and NaN, end up far off any grid.
 inline int cell_of(float coordinate) {
     constexpr float last = 2147483520.0f; // the largest float that an int holds
-    if (!(coordinate > -last))
-        return static_cast<int>(-last);
-    return static_cast<int>(minimum(coordinate, last));
+    return static_cast<int>(minimum(maximum(-last, coordinate), last));
 }
 
 /// The value at (x, y) of a grid of `width` by `height` numbers or vectors. The weights are not clamped: up to a cell

@@ -53,20 +53,25 @@ void MeshRasterizer::compute_tangent_space_normals(float* red, float* green, flo
     const Grid red_grid = output(red), green_grid = output(green), blue_grid = output(blue);
     const usm_ptr<vec2, 2> hits(extent_, queue, hit_positions, true, true);
     const NormalGrid surface_normals = compute_global_normals(height_, *parameters_);
-    const NormalBake bake{height_.data(),
-                          triangle_ids_.data(),
-                          vertices_->data(),
-                          triangles_->data(),
-                          normals.data(),
-                          tangents.data(),
-                          surface_normals.data(),
-                          red_grid.data(),
-                          green_grid.data(),
-                          blue_grid.data(),
-                          hits.data(),
-                          {parameters_->resolution.x, parameters_->resolution.y},
-                          width * parameters_->vertical_scale};
-    launch_cells(launch_on(queue), extent_, 0, [=](int x, int y, auto) { bake(x, y); });
+    NormalBake bake;
+    bake.heights = height_.data();
+    bake.triangle_ids = triangle_ids_.data();
+    bake.vertices = vertices_->data();
+    bake.triangles = triangles_->data();
+    bake.normals = normals.data();
+    bake.tangents = tangents.data();
+    bake.surface_normals = surface_normals.data();
+    bake.red = red_grid.data();
+    bake.green = green_grid.data();
+    bake.blue = blue_grid.data();
+    bake.hit_positions = hits.data();
+    bake.extent = {parameters_->resolution.x, parameters_->resolution.y};
+    bake.z_scale = width * parameters_->vertical_scale;
+    if (queue.get_device().is_cpu())
+        launch_rows(launch_on(queue), extent_, 0,
+                    [bake](int y, int first, int last, auto) { bake.bake_row(first, last, y); });
+    else
+        launch_cells(launch_on(queue), extent_, 0, [bake](int x, int y, auto) { bake(x, y); });
 }
 
 void compute_tangent_space_normals(sycl::queue& queue, const MeshView& mesh, const float* height,

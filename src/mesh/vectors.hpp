@@ -17,7 +17,7 @@ inline vec3 vector_product(const vec3& a, const vec3& b) {
 
 /// `v` in its direction with length 1; a zero vector stays zero.
 inline vec3 unit_vector(const vec3& v) {
-    const float length = std::sqrt(scalar_product(v, v));
+    const float length = sycl::sqrt(scalar_product(v, v));
     return length == 0.0f ? v : vec3(v.x() / length, v.y() / length, v.z() / length);
 }
 
