@@ -59,7 +59,7 @@
  *
  * Records cross the boundary in memory as they stand here, on platforms with 64-bit pointers; the end of this header
  * checks their layout. Fields of one byte are flags: 0 is false, anything else is true. Fields named "reserved" are not
- * read; set them to 0. Functions marked "planned" are declared so that hosts can be written against them.
+ * read; set them to 0.
  */
 #ifndef TARN_ONEAPI_H
 #define TARN_ONEAPI_H
@@ -526,15 +526,15 @@ typedef struct flow_Parameters {
  * particles are scattered, at most one per cell, and traced downhill in 32 batches; visits pass through a saturating
  * curve. Most trails have 16 steps; up to 0x40000 of them are long ones.
  *
- * Availability: planned; this release does not export it.
- *
  * - heights: in.
  * - flow_map: out; from 0 to just below 1. Left as it was if the mask lets no particle start.
  * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell.
  *
- * Pits are filled on grids that are at least 512 cells wide; these need a height of at least width / 256. A negative
- * flow_length is refused. Progress runs up to 50. Status 0, 1, 2 or 3; after a cancel the map holds the batches that
- * were done. Need: 28 * width * height bytes.
+ * Pits are filled on grids that are at least 512 cells wide; these need a height of at least width / 256. Before its
+ * first step a particle counts as having come from the height 0, so on ground above that the start is a climb. A
+ * flow_length below 0, or of more than 16777214 steps, is refused. Progress runs up to 50. Status 0, 1, 2 or 3; after a
+ * cancel the map holds the batches that were done. Need: 28 * width * height bytes; on a CPU the run takes 8 bytes a
+ * cell beside the grids, and 8 a particle.
  */
 TARN_API uint32_t FlowSimulation(SyclQueue* queue, const float* heights, float* flow_map, const float* mask,
                                  const flow_Parameters* parameters, const HostCallbacks* callbacks);
@@ -562,8 +562,6 @@ typedef struct color_transport_Parameters {
 /**
  * Moves the colours of an image along downhill trails: a particle takes up colour where it passes and lays it down
  * further on. Pits, particles and trails are those of FlowSimulation in outline, with constants of their own.
- *
- * Availability: planned; this release does not export it.
  *
  * - heights: in.
  * - red, green, blue: in and out; the image, in any linear unit.
