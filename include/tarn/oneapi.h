@@ -513,7 +513,7 @@ TARN_API uint32_t DebrisSimulation(SyclQueue* queue, float* height, float* rock_
 typedef struct flow_Parameters {
     int32_t width;
     int32_t height;
-    /** Length of the long trails as a fraction of the width, from 0. */
+    /** Length of the long trails as a fraction of the width, from 0; they have width * flow_length + 2 steps. */
     float flow_length;
     /** Height added for each visit after each batch, in units of 1e-5: pushes later trails beside earlier ones. */
     float spread;
@@ -522,19 +522,25 @@ typedef struct flow_Parameters {
 } flow_Parameters;
 
 /**
- * Draws a flow map: high where downhill trails gather. Small pits are filled on a working copy of the heights;
- * particles are scattered, at most one per cell, and traced downhill in 32 batches; visits pass through a saturating
- * curve. Most trails have 16 steps; up to 0x40000 of them are long ones.
+ * Draws a flow map: high where downhill trails gather. No water is solved for. Small pits are filled on a working copy
+ * of the heights; particles are scattered, one in each cell or by the chance of the mask, and traced downhill in 32
+ * batches. After each batch the visits of a cell pass through a saturating curve into the map, and raise the working
+ * copy by `spread`.
+ *
+ * A trail goes down the gradient with inertia and a random kick, one cell a step. All but 0x40000 of the trails have 16
+ * steps; the others, on a small grid nearly all, have as many as flow_length asks for. A trail ends before that one
+ * column short of the right and one row short of the lower edge, or at the first step beyond 4, or beyond 8 % of its
+ * steps, that does not lead down; the height before the start counts as 0.0, so that a start at or above 0.0 is such a
+ * step. None starts on level ground. The unit of the heights makes no difference but to `spread`.
  *
  * - heights: in.
  * - flow_map: out; from 0 to just below 1. Left as it was if the mask lets no particle start.
- * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell.
+ * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell. NaN starts none.
  *
- * Pits are filled on grids that are at least 512 cells wide; these need a height of at least width / 256. Before its
- * first step a particle counts as having come from the height 0, so on ground above that the start is a climb. A
- * flow_length below 0, or of more than 16777214 steps, is refused. Progress runs up to 50. Status 0, 1, 2 or 3; after a
- * cancel the map holds the batches that were done. Need: 28 * width * height bytes; on a CPU the run takes 8 bytes a
- * cell beside the grids, and 8 a particle.
+ * Pits are filled on grids of at least 512 columns, on the levels of a pyramid that are at least 256 columns wide; the
+ * height must not be below 2^n, with n = floor(log2(width / 256)) the number of these levels. Also refused: a negative
+ * flow_length, and more than 2^24 steps. Progress runs up to 50. Status 0, 1, 2 or 3; after a cancel the map holds the
+ * batches that were done. Need: 28 * width * height bytes. The particles, 8 bytes each, are in host memory as well.
  */
 TARN_API uint32_t FlowSimulation(SyclQueue* queue, const float* heights, float* flow_map, const float* mask,
                                  const flow_Parameters* parameters, const HostCallbacks* callbacks);
@@ -543,15 +549,21 @@ TARN_API uint32_t FlowSimulation(SyclQueue* queue, const float* heights, float* 
 typedef struct color_transport_Parameters {
     int32_t width;
     int32_t height;
-    /** Length of the long trails as a fraction of the width, from 0. */
+    /** Length of the long trails as a fraction of the width, from 0; they have width * flow_length + 2 steps. */
     float flow_length;
-    /** Weight of a cell's old colour in the mean is 16 / (persistence + 0.1) - 14; 0 to 1 keeps it above 0. */
+    /**
+     * A cell's old colour has the weight 16 / (persistence + 0.1) - 14 in the mean: 146 at 0, 0.5 at 1. The weight is
+     * never negative: from about 1.04 up it is 0. Above -0.1.
+     */
     float persistence;
-    /** Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. */
+    /** Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. Other values extrapolate. */
     float blend;
     /** Height added for each visit after each batch, in units of 1e-5. */
     float spread;
-    /** How far a colour travels, 0 to 1: from one cell to twice the height of the grid. */
+    /**
+     * How far a colour travels, 0 to 1: from one cell to twice the height of the grid, at random. Values below 0 count
+     * as 0, values above 1 reach farther still.
+     */
     float transport;
     /** Without the random turns of the trails. */
     uint8_t straight_trails;
@@ -560,17 +572,26 @@ typedef struct color_transport_Parameters {
 } color_transport_Parameters;
 
 /**
- * Moves the colours of an image along downhill trails: a particle takes up colour where it passes and lays it down
- * further on. Pits, particles and trails are those of FlowSimulation in outline, with constants of their own.
+ * Moves the colours of an image along downhill trails: a particle carries the colour of the cell where it started, lays
+ * it down in each cell that it visits, and takes up another one after a random distance. After each of 32 batches the
+ * cells become a weighted mean of what they were and what has been laid down in them, which is what the next batch
+ * finds.
+ *
+ * Pits, particles, batches and trails are those of FlowSimulation, but for these rules of the trails: they keep less of
+ * their direction; the short ones have as few steps as the long ones where these have less than 16; they end at the
+ * first step beyond 4, or beyond 20 % of the steps, that does not lead down, and the height before the start does not
+ * count.
  *
  * - heights: in.
- * - red, green, blue: in and out; the image, in any linear unit.
- * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell.
- * - length_map: in, or null. Factor on the length of the trails, by the cell in which they start.
+ * - red, green, blue: in and out; the image, in any linear unit. Left as it was if the mask lets no particle start.
+ * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell. NaN starts none.
+ * - length_map: in, or null. Factor on the length of the trails, by the cell in which they start. At 0 and below a
+ *   trail ends in its first cell; NaN is no limit.
  *
- * The limits on the size and on flow_length are those of FlowSimulation. Status 0, 1, 2 or 3; after a cancel the image
- * holds the batches that were done. The image may differ in its last bits from run to run. Need: 64 * width * height
- * bytes.
+ * The limits on the size and on flow_length are those of FlowSimulation. Progress runs up to 100. Status 0, 1, 2 or 3;
+ * after a cancel the image holds the batches that were done. The image may differ in its last bits from run to run:
+ * colours are added up in any order. Need: 64 * width * height bytes. The particles, 8 bytes each, are in host memory
+ * as well.
  */
 TARN_API uint32_t ColorTransportSimulation(SyclQueue* queue, const float* heights, float* red, float* green,
                                            float* blue, const float* mask, const float* length_map,
