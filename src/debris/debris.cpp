@@ -8,6 +8,7 @@
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
+#include "grid/search.hpp"
 
 namespace tarn::debris {
 
@@ -174,7 +175,7 @@ void Debris::render_bodies(Grid& warp_a, Grid& warp_b, std::uint32_t count, std:
             const std::uint64_t* const sums = elements_of(prefix);
             const Warp warp{cells_of(noise_a), cells_of(noise_b)};
             const Ground ground{cells_of(height), cells_of(rock_id), resolution};
-            for (std::uint32_t p = find_rock(sums, item + base, start, start + count - 1); item < end; ++p) {
+            for (std::uint32_t p = first_above(sums, item + base, start, start + count - 1); item < end; ++p) {
                 const std::uint64_t first = p == 0 ? 0 : sums[p - 1];
                 const std::uint64_t last = std::min(sums[p], end + base);
                 if (item + base >= last)

@@ -472,18 +472,4 @@ inline void draw_pixels(const RockFrame& frame, const Body& body, std::uint32_t 
     }
 }
 
-/// The first rock from `first` to `last`, both included, whose sum of work-items is above `key`. One without any is
-/// never that.
-inline std::uint32_t find_rock(const std::uint64_t* prefix, std::uint64_t key, std::uint32_t first,
-                               std::uint32_t last) {
-    while (first < last) {
-        const std::uint32_t middle = first + (last - first) / 2;
-        if (key < prefix[middle])
-            last = middle;
-        else
-            first = middle + 1;
-    }
-    return first;
-}
-
 } // namespace tarn::debris

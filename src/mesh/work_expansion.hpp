@@ -14,6 +14,7 @@
 #include <sycl/sycl.hpp>
 
 #include "grid/numeric.hpp"
+#include "grid/search.hpp"
 #include "mesh/mesh_kernels.hpp"
 
 namespace tarn::mesh_rasterizer {
@@ -71,17 +72,7 @@ struct ExpandedTriangles {
     std::uint32_t count;
 
     /// The first triangle whose sum exceeds `item`. One without cells is never that.
-    std::uint32_t find(std::uint32_t item) const {
-        std::uint32_t low = 0, high = count - 1;
-        while (low < high) {
-            const std::uint32_t middle = low + (high - low) / 2;
-            if (item < sums[middle])
-                high = middle;
-            else
-                low = middle + 1;
-        }
-        return low;
-    }
+    std::uint32_t find(std::uint32_t item) const { return first_above(sums, item, 0u, count - 1); }
 
     std::uint32_t first_item(std::uint32_t triangle) const { return triangle == 0 ? 0 : sums[triangle - 1]; }
 
