@@ -793,18 +793,22 @@ TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
 
 /**
  * Draws scattered height samples as a surface: a Delaunay triangulation of the points in the plane. Points within one
- * cell of the frame's rim are moved ten cells outside, so that the surface covers the frame to its edge.
+ * cell of the frame's rim, or beyond it, are moved ten cells outside, so that the surface covers the frame to its edge.
  *
- * - points: in; point_count times x, y, z, 12 bytes each, in frame space.
+ * - points: in; point_count times x, y, z, 12 bytes each, in frame space. Coordinates that are not numbers count as
+ *   beyond the right and lower rim; triangles with such a z draw nothing. Of several points in one place one is used.
+ *   May be null if point_count is 0.
  * - height: in and out; cells outside the convex hull of the points keep what they hold.
  * - noise: in and out, not null; receives a random number from 0 to 1 for the triangle over the cell.
  * - red, green, blue: in and out, or null. If all three are given, each triangle gets the one colour that most of
- *   thirteen samples of the image under it are near to, and the image is overwritten with it.
+ *   thirteen samples of the image under it are near to, and the image is overwritten with it. Where samples are not
+ *   numbers that is 0. If one is null the other two stay as they are.
  * - parameters: reads resolution and point_count.
  *
  * Fewer than three points, or points all on one line, give status_failed and the line "Error: not triangulation".
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * point_count + 8 * cells bytes, and
- * 16 more with colours.
+ * Triangles with bounding boxes of 2^31 cells or more in all fail too, and without colours one of 2^28 cells or more
+ * draws nothing. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * point_count +
+ * 8 * cells bytes, and 16 bytes more if red is given.
  */
 TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float* points, float* height, float* noise,
                                                   float* red, float* green, float* blue,
@@ -813,18 +817,23 @@ TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float*
 
 /**
  * Bakes the normals of a height grid onto a mesh in unit space that stands in for it. From each cell of the mesh a ray
- * along the interpolated vertex normal (weighted by angle; Thuermer and Wuethrich, 1998) meets the heights, and the
- * normal there is written in the tangent frame of the mesh, whose texture coordinates are x and y.
+ * along the interpolated vertex normal (weighted by angle; Thuermer and Wuethrich, 1998) meets the heights: against the
+ * normal where the mesh lies above them, along it where it lies below. The normal there is written in the tangent frame
+ * of the mesh, whose texture coordinates are x and y.
  *
  * - mesh: should cover the frame, with the winding told at the triplanar function. Cells under no triangle keep their
- *   outputs.
+ *   outputs; under several the last one counts. Triangles without area have no influence, and upright ones none on the
+ *   tangents. normals is not read. A triangle number out of range is refused.
  * - height: in; the detailed surface, 1.0 being vertical_scale * width cells.
- * - red, green, blue: out; the normal, packed from -1..1 to 0..1, with y flipped.
- * - hit_positions: out, one entry per cell; where the ray met the surface, in cells.
+ * - red, green, blue: out; the normal, packed from -1..1 to 0..1, with y flipped. Where the heights or the mesh hold no
+ *   numbers, neither do they.
+ * - hit_positions: out, one entry per cell; where the ray met the surface, in cells, from 0 to width - 1 and
+ *   height - 1. A ray that leaves the grid, or has found nothing after 2^24 steps, ends there. One that goes straight
+ *   up from the last row or column has no place on the grid: it gets (0, 0).
  * - parameters: reads resolution and vertical_scale, and supersample in the need alone.
  *
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Under two triangles either may stand. Need:
- * 16 * (vertex_count + triangle_count) + k * cells bytes, with k = 52 with supersample, else 16.
+ * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 16 * (vertex_count + triangle_count) +
+ * k * cells bytes, with k = 52 with supersample, else 16.
  */
 TARN_API uint32_t MeshRasterizer_ComputeTangentSpaceNormals(SyclQueue* queue, const mesh_rasterizer_MeshView* mesh,
                                                             const float* height, float* red, float* green, float* blue,
