@@ -1,5 +1,7 @@
 #include "cells/cellular3d.hpp"
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
@@ -12,11 +14,11 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
     const Parameters& p = *parameters;
     const std::int64_t cells = std::int64_t{p.grid_width} * p.grid_height;
     const auto above_zero = [&](const char* field, float value) {
-        check.finite(field, value).require(value > 0.0f, field, static_cast<double>(value), "above 0");
+        check.finite(field, value).require(value > 0.0f, field, value, "above 0");
     };
     check.require(p.grid_width >= 1, "grid_width", p.grid_width, "at least 1")
         .require(p.grid_height >= 1, "grid_height", p.grid_height, "at least 1")
-        .require(cells <= INT32_MAX, "grid_width * grid_height", static_cast<double>(cells), "at most 2147483647");
+        .require(cells <= INT32_MAX, "grid_width * grid_height", cells, "at most 2147483647");
     above_zero("cell_density", p.cell_density);
     check.finite("gap", p.gap);
     above_zero("extent_x", p.extent_x);
@@ -26,7 +28,7 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
         .finite("jitter_y", p.jitter_y)
         .finite("jitter_z", p.jitter_z)
         .finite("z_unit", p.z_unit)
-        .require(p.z_unit != 0.0f, "z_unit", static_cast<double>(p.z_unit), "other than 0")
+        .require(p.z_unit != 0.0f, "z_unit", p.z_unit, "other than 0")
         .finite("z_range", p.z_range);
     if (!check.passed())
         return false;
@@ -49,7 +51,7 @@ extern "C" TARN_API uint32_t Cellular3D_Render(SyclQueue* handle, float* height,
     const auto lattice = cellular3d::make_lattice(affordable);
     if (!lattice) {
         ArgumentCheck(frames::cellular3d_render, callbacks)
-            .require(false, "cell_density", static_cast<double>(parameters->cell_density),
+            .require(false, "cell_density", parameters->cell_density,
                      "in proportion to the block: its lattice cannot be formed with at most 2147483647 cells");
         return status_failed;
     }

@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
 using debris::Parameters;
-
-double number(float value) {
-    return static_cast<double>(value);
-}
 
 bool check(SyclQueue* queue, const debris::CallerGrids& grids, const Parameters* parameters,
            const HostCallbacks* callbacks) {
@@ -26,13 +24,13 @@ bool check(SyclQueue* queue, const debris::CallerGrids& grids, const Parameters*
     const Parameters& p = *parameters;
     check.require(p.resolution >= 1 && p.resolution <= 46340, "resolution", p.resolution, "from 1 to 46340")
         .finite("terrain_size", p.terrain_size)
-        .require(p.terrain_size > 0.0f, "terrain_size", number(p.terrain_size), "above 0")
+        .require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
         .finite("terrain_height", p.terrain_height)
-        .require(p.terrain_height > 0.0f, "terrain_height", number(p.terrain_height), "above 0")
+        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
         .finite("max_size", p.max_size)
-        .require(p.max_size > 0.0f, "max_size", number(p.max_size), "above 0")
+        .require(p.max_size > 0.0f, "max_size", p.max_size, "above 0")
         .finite("min_size", p.min_size)
-        .require(p.min_size >= 0.0f, "min_size", number(p.min_size), "at least 0")
+        .require(p.min_size >= 0.0f, "min_size", p.min_size, "at least 0")
         .finite("friction", p.friction)
         .finite("restitution", p.restitution);
     if (!check.passed())
@@ -42,9 +40,9 @@ bool check(SyclQueue* queue, const debris::CallerGrids& grids, const Parameters*
     return check
         .require(context.cell > 0.0f && std::isfinite(context.cell) && std::isfinite(context.slope_scale) &&
                      context.cells_per_unit > 0.0f && context.units_per_cell > 0.0f,
-                 "terrain_height", number(p.terrain_height), "in proportion to terrain_size")
+                 "terrain_height", p.terrain_height, "in proportion to terrain_size")
         .require(radius <= debris::largest_radius, p.max_size >= p.min_size ? "max_size" : "min_size",
-                 number(std::max(p.max_size, p.min_size)), "at most 15446 cells")
+                 std::max(p.max_size, p.min_size), "at most 15446 cells")
         .passed();
 }
 

@@ -16,14 +16,6 @@
 
 namespace tarn::debris {
 
-inline float length(float x, float y) {
-    return sycl::sqrt(x * x + y * y);
-}
-
-inline float length(float x, float y, float z) {
-    return sycl::sqrt(x * x + y * y + z * z);
-}
-
 /// The row or column of the grid at a coordinate of any value.
 inline int grid_index(float coordinate, int resolution) {
     return clamp_index(cell_of(coordinate), resolution);

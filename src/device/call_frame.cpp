@@ -62,8 +62,8 @@ std::uint32_t run_work(const ExportFrame& frame, sycl::queue& queue, const Modul
     else if (frame.final_wait == FinalWait::plain)
         queue.wait();
     if (frame.logs_execution_time) {
-        const auto elapsed = static_cast<std::int32_t>(ticks_now() - start);
-        module.log_info("Execution time: " + number_text(elapsed * milliseconds_per_tick) + " ms");
+        const double elapsed = static_cast<double>(ticks_now() - start) * milliseconds_per_tick;
+        module.log_info("Execution time: " + number_text(elapsed) + " ms");
     }
     release_pinned_pools(queue);
     if (frame.failure_shows && failure_flag)
@@ -71,8 +71,24 @@ std::uint32_t run_work(const ExportFrame& frame, sycl::queue& queue, const Modul
     return frame.cancel_shows && cancelled ? status_cancelled : status_ok;
 }
 
-std::string device_message(const char* prefix, sycl::queue& queue, const std::exception& error) {
-    return prefix + device_display_name(queue) + " (" + backend_name(queue.get_device()) + "): " + error.what();
+/// Logs the line that `text` makes, or, where memory for it has run out too, one that needs none.
+template <class Text>
+void log_failure(const ModuleCallbacks& module, const Text& text) {
+    std::string line;
+    try {
+        line = text();
+    } catch (...) {
+        module.log_error("Error: out of memory");
+        return;
+    }
+    module.log_error(line);
+}
+
+void log_device_failure(const ModuleCallbacks& module, const char* what, sycl::queue& queue,
+                        const std::exception& error) {
+    log_failure(module, [&] {
+        return what + device_display_name(queue) + " (" + backend_name(queue.get_device()) + "): " + error.what();
+    });
 }
 
 std::uint32_t run_behind_barrier(const ExportFrame& frame, sycl::queue& queue, const ModuleCallbacks& module,
@@ -81,12 +97,12 @@ std::uint32_t run_behind_barrier(const ExportFrame& frame, sycl::queue& queue, c
         return run_work(frame, queue, module, work);
     } catch (const sycl::exception& error) {
         if (error.code() == sycl::make_error_code(sycl::errc::memory_allocation)) {
-            module.log_error(device_message("Memory allocation error on device ", queue, error));
+            log_device_failure(module, "Memory allocation error on device ", queue, error);
             return status_out_of_memory;
         }
-        module.log_error(device_message("Runtime error on device ", queue, error));
+        log_device_failure(module, "Runtime error on device ", queue, error);
     } catch (const std::exception& error) {
-        module.log_error(std::string("Error: ") + error.what());
+        log_failure(module, [&] { return std::string("Error: ") + error.what(); });
     } catch (...) {
         module.log_error("Unknown exception occurred.");
     }
@@ -95,8 +111,8 @@ std::uint32_t run_behind_barrier(const ExportFrame& frame, sycl::queue& queue, c
 
 } // namespace
 
-std::uint32_t call_frame(const ExportFrame& frame, sycl::queue& queue, ModuleCallbacks& module,
-                         const HostCallbacks* callbacks, std::uint64_t need, const std::function<bool()>& work) {
+std::uint32_t run_in_frame(const ExportFrame& frame, sycl::queue& queue, ModuleCallbacks& module,
+                           const HostCallbacks* callbacks, std::uint64_t need, const std::function<bool()>& work) {
     if (frame.probe && !is_memory_sufficient(queue, need))
         return status_out_of_memory;
 
@@ -155,65 +171,6 @@ std::string device_display_name(sycl::queue& queue) {
 
 std::string backend_name(const sycl::device& device) {
     return backend_text(device.get_backend());
-}
-
-ProgressTracker::ProgressTracker(const HostCallbacks& record, sycl::queue& caller_queue)
-    : callbacks(record), progress(record.progress), queue(caller_queue), queue_ref(&caller_queue) {
-    progress(0.0);
-}
-
-ProgressTracker::~ProgressTracker() {
-    try {
-        release_pinned_pools(queue);
-    } catch (...) {
-        // A driver that refuses to free host memory has nobody to tell here; the run's own errors have been reported.
-    }
-}
-
-void ProgressTracker::add_total(double work) {
-    total_work += work;
-    next_report = total_work * report_step;
-}
-
-void ProgressTracker::add(double work) {
-    done_work += work;
-    if (done_work < next_report)
-        return;
-    next_report += report_step;
-    queue_ref->wait_and_throw();
-    progress(done_work * 100.0 / total_work);
-    if (callbacks.is_cancelled())
-        cancelled = true;
-}
-
-void ArgumentCheck::refuse(const std::string& reason) {
-    if (passed_ && callbacks_ != nullptr && callbacks_->log_error != nullptr)
-        callbacks_->log_error((frame_.name + (": " + reason)).c_str());
-    passed_ = false;
-}
-
-ArgumentCheck& ArgumentCheck::not_null(const char* argument, const void* pointer) {
-    if (pointer == nullptr)
-        refuse(std::string(argument) + " is null");
-    return *this;
-}
-
-ArgumentCheck& ArgumentCheck::grid_size(std::int32_t width, std::int32_t height) {
-    require(width >= 1, "width", width, "at least 1");
-    require(height >= 1, "height", height, "at least 1");
-    const std::int64_t cells = std::int64_t{width} * height;
-    require(cells <= INT32_MAX, "width * height", static_cast<double>(cells), "at most 2147483647");
-    return *this;
-}
-
-ArgumentCheck& ArgumentCheck::finite(const char* field, float value) {
-    return require(std::isfinite(value), field, static_cast<double>(value), "finite");
-}
-
-ArgumentCheck& ArgumentCheck::require(bool holds, const char* field, double value, const char* rule) {
-    if (!holds)
-        refuse(std::string(field) + " is " + number_text(value) + "; it must be " + rule);
-    return *this;
 }
 
 } // namespace tarn

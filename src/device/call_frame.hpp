@@ -1,6 +1,6 @@
-// The frame that every computing export runs in: check the arguments, probe the device's memory, tell the host how much
-// memory the run takes, run the work inside an exception barrier, wait for the device, turn what happened into a
-// status, give the memory back. What the exports do differently is data, in `frames` below.
+// The frame that every computing export runs in: probe the device's memory, tell the host how much memory the run
+// takes, run the work inside an exception barrier, wait for the device, turn what happened into a status, give the
+// memory back. What the exports do differently is data, in `frames` below.
 #pragma once
 
 #include <cstdint>
@@ -71,11 +71,19 @@ inline constexpr ExportFrame median_filter{.name = "MedianFilter",
                                            .failure_shows = false};
 } // namespace frames
 
+/// As call_frame below, for work that is called through a reference.
+std::uint32_t run_in_frame(const ExportFrame& frame, sycl::queue& queue, ModuleCallbacks& module,
+                           const HostCallbacks* callbacks, std::uint64_t need, const std::function<bool()>& work);
+
 /// Runs an export's `work` in its frame and returns the status. `need` is the device memory of the run in bytes. `work`
 /// builds the simulation object, runs it, destroys it (which writes the results back) and returns whether the host
 /// cancelled it. `callbacks` is copied into the module's record; it is null only for an export that takes none.
+template <class Work>
 std::uint32_t call_frame(const ExportFrame& frame, sycl::queue& queue, ModuleCallbacks& module,
-                         const HostCallbacks* callbacks, std::uint64_t need, const std::function<bool()>& work);
+                         const HostCallbacks* callbacks, std::uint64_t need, Work work) {
+    // By reference: a std::function that holds the work itself may have to allocate, outside the barrier.
+    return run_in_frame(frame, queue, module, callbacks, need, std::ref(work));
+}
 
 /// True if `need` bytes and a reserve of 256 MiB can be allocated on the queue's device now. Always true on a CPU.
 /// Leaves `allocation_probe_active` set: a late error of the trial must not count as a failure of the run.
@@ -90,62 +98,5 @@ std::string device_display_name(sycl::queue& queue);
 
 /// The text for the device's back end: "OpenCL", "Level Zero", "CUDA", "HIP", "Native" or "Unknown".
 std::string backend_name(const sycl::device& device);
-
-/// First member of every simulation object: counts work, reports progress, asks for a cancel. Its end, the last act of
-/// the object's destruction, lets the pinned pools of the run go.
-class ProgressTracker {
-  public:
-    /// Reports 0 %.
-    ProgressTracker(const HostCallbacks& record, sycl::queue& caller_queue);
-    ~ProgressTracker();
-    ProgressTracker(const ProgressTracker&) = delete;
-    ProgressTracker& operator=(const ProgressTracker&) = delete;
-
-    /// Plans `work` more units, before the first `add`.
-    void add_total(double work);
-
-    /// Counts `work` units as done. When a report is due it waits for the device, reports the percentage and asks
-    /// whether to cancel. The first report is due after 5 % of the work; from then on every further 0.05 units make one
-    /// due.
-    void add(double work);
-
-    HostCallbacks callbacks;
-    double done_work = 0.0;
-    double total_work = 0.0;
-    double report_step = 0.05;
-    double next_report = 0.0;
-    decltype(HostCallbacks::progress) progress;
-    sycl::queue queue;
-    sycl::queue* queue_ref;
-    bool cancelled = false;
-};
-
-/// Checks an export's arguments. The first one that does not hold is logged through the caller's record in one line
-/// that names the export, the field and its value; the export then returns status_failed before it has touched
-/// anything.
-class ArgumentCheck {
-  public:
-    ArgumentCheck(const ExportFrame& frame, const HostCallbacks* callbacks) : frame_(frame), callbacks_(callbacks) {
-        not_null("callbacks", callbacks);
-    }
-
-    /// `argument` must not be null.
-    ArgumentCheck& not_null(const char* argument, const void* pointer);
-    /// Both at least 1, and no more than 2^31 - 1 cells in all.
-    ArgumentCheck& grid_size(std::int32_t width, std::int32_t height);
-    /// Neither NaN nor infinite.
-    ArgumentCheck& finite(const char* field, float value);
-    /// `holds` must be true; `rule` says in words what `field` has to be.
-    ArgumentCheck& require(bool holds, const char* field, double value, const char* rule);
-
-    bool passed() const { return passed_; }
-
-  private:
-    void refuse(const std::string& reason);
-
-    const ExportFrame& frame_;
-    const HostCallbacks* callbacks_;
-    bool passed_ = true;
-};
 
 } // namespace tarn

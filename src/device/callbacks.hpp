@@ -14,15 +14,18 @@ class ModuleCallbacks {
   public:
     void set(const HostCallbacks& record) { record_ = record; }
 
-    void log_info(const std::string& text) const {
+    void log_info(const char* text) const {
         if (record_.log_info != nullptr)
-            record_.log_info(text.c_str());
+            record_.log_info(text);
     }
 
-    void log_error(const std::string& text) const {
+    void log_info(const std::string& text) const { log_info(text.c_str()); }
+
+    void log_error(const char* text) const {
         if (record_.log_error != nullptr)
-            record_.log_error(text.c_str());
+            record_.log_error(text);
     }
+    void log_error(const std::string& text) const { log_error(text.c_str()); }
 
   private:
     HostCallbacks record_{};

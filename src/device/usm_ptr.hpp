@@ -116,6 +116,11 @@ class usm_ptr {
             bool wrap_on_cpu) requires(D == 2)
         : usm_ptr(extent.shape(), queue, host, write_back, wrap_on_cpu) {}
 
+    /// The caller's data for reading alone: wrapped on a CPU, uploaded elsewhere, never written back.
+    static usm_ptr input(const sycl::range<D>& shape, const sycl::queue& queue, const T* host) {
+        return usm_ptr(shape, queue, const_cast<T*>(host), false, true); // no kernel writes to it
+    }
+
     T* data() const { return state_->data; }
     T* host_ptr() const { return state_->host_ptr; }
     /// Where the data goes when the last usm_ptr to it goes; null for nowhere.
@@ -145,6 +150,12 @@ sycl::buffer<T, 2> create_buffer(T* host, const sycl::range<2>& shape, sycl::que
     if (!write_back)
         buffer.set_final_data(nullptr);
     return buffer;
+}
+
+/// The caller's grid as a buffer that is only ever read.
+template <class T>
+sycl::buffer<T, 2> create_input(const T* host, const sycl::range<2>& shape, sycl::queue& queue) {
+    return create_buffer(const_cast<T*>(host), shape, queue, false); // no kernel writes to it
 }
 
 /// Lends the data of a usm_ptr to host code for its lifetime: the data itself where the host can reach it, else a

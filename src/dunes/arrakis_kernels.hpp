@@ -49,10 +49,6 @@ struct Wind {
 inline constexpr float base_wind_x = 1.0f;
 inline constexpr float base_wind_y = 0.0f;
 
-inline float length(float x, float y) {
-    return sycl::sqrt(x * x + y * y);
-}
-
 /// `a` divided by a length; a vector without length stays as it is.
 inline float normalized(float a, float vector_length) {
     return vector_length > 0.0f ? a / vector_length : a;

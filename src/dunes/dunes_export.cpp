@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
@@ -23,18 +25,16 @@ bool check(SyclQueue* queue, const float* height, const float* sand, const float
     const Parameters& p = *parameters;
     check.grid_size(p.width, p.height)
         .finite("duration", p.duration)
-        .require(p.duration >= 0.0f, "duration", static_cast<double>(p.duration), "at least 0")
+        .require(p.duration >= 0.0f, "duration", p.duration, "at least 0")
         .finite("repose_angle", p.repose_angle)
         .finite("terrain_size", p.terrain_size)
         .finite("terrain_height", p.terrain_height);
     if (!check.passed())
         return false;
     const float cell = arrakis::cell_width(p);
-    return check
-        .require(arrakis::round_count(p.duration) <= most_rounds, "duration", static_cast<double>(p.duration),
-                 "at most 838860")
+    return check.require(arrakis::round_count(p.duration) <= most_rounds, "duration", p.duration, "at most 838860")
         .require(cell > 0.0f && std::isfinite(cell) && std::isfinite(1.0f / cell),
-                 "terrain_size / (terrain_height * width)", static_cast<double>(cell), "above 0 and finite")
+                 "terrain_size / (terrain_height * width)", cell, "above 0 and finite")
         .passed();
 }
 

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
@@ -28,7 +30,7 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
         check.require(side <= parallel_erosion::longest_side, field, side, "at most 16777216");
     };
     const auto at_least = [&](const char* field, float value, float least, const char* rule) {
-        check.require(value >= least, field, static_cast<double>(value), rule);
+        check.require(value >= least, field, value, rule);
     };
     check.grid_size(width, height);
     at_most_longest_side("width", width);
@@ -48,8 +50,7 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
         .finite("terrace_deposition", p.terrace_deposition)
         .finite("terrace_angle", p.terrace_angle)
         .finite("constant_capacity", p.constant_capacity)
-        .require(p.iterations <= most_iterations, "iterations", static_cast<double>(p.iterations),
-                 "at most 1073741824");
+        .require(p.iterations <= most_iterations, "iterations", p.iterations, "at most 1073741824");
     at_least("shaping_detail", p.shaping_detail, 0.0f, "at least 0");
     if (!check.passed())
         return false;
@@ -58,17 +59,17 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
         const float cell = p.terrain_size / (columns * p.terrain_height);
         return cell > 0.0f && std::isfinite(cell) && std::isfinite(1.0f / cell);
     };
-    check.require(p.terrain_size > 0.0f, "terrain_size", static_cast<double>(p.terrain_size), "above 0")
-        .require(p.terrain_height > 0.0f, "terrain_height", static_cast<double>(p.terrain_height), "above 0")
-        .require(cell_is_usable(static_cast<float>(width)) && cell_is_usable(1.0f), "terrain_height",
-                 static_cast<double>(p.terrain_height), "in proportion to terrain_size")
-        .require(p.feature_size > 0.0f, "feature_size", static_cast<double>(p.feature_size), "above 0");
+    check.require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
+        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
+        .require(cell_is_usable(static_cast<float>(width)) && cell_is_usable(1.0f), "terrain_height", p.terrain_height,
+                 "in proportion to terrain_size")
+        .require(p.feature_size > 0.0f, "feature_size", p.feature_size, "above 0");
     if (!check.passed())
         return false;
     Parameters planned = p;
     return check
-        .require(std::isfinite(parallel_erosion::plan(planned, false).level_float), "feature_size",
-                 static_cast<double>(p.feature_size), "in proportion to terrain_size")
+        .require(std::isfinite(parallel_erosion::plan(planned, false).level_float), "feature_size", p.feature_size,
+                 "in proportion to terrain_size")
         .passed();
 }
 

@@ -14,6 +14,7 @@
 #include "device/backend.hpp"
 #include "erosion/parallel_erosion.hpp"
 #include "grid/atomic.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
@@ -54,10 +55,6 @@ struct Setting {
                mask_of(y < static_cast<float>(rows) - 1.5f);
     }
 };
-
-inline float length(float x, float y) {
-    return sycl::sqrt(x * x + y * y);
-}
 
 /// A particle that begins its life at a random place.
 inline Particle newborn(std::uint32_t seed, std::uint32_t id, const Setting& s) {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "device/call_frame.hpp"
+#include "device/argument_check.hpp"
 #include "flow/particles.hpp"
 #include "flow/pit_filling.hpp"
 
@@ -22,9 +22,9 @@ void check_trails(ArgumentCheck& check, const Parameters& p) {
     const std::string rule = "at least " + std::to_string(least) + " for this width, to be halved as often";
     check.require(p.height >= least, "height", p.height, rule.c_str())
         .finite("flow_length", p.flow_length)
-        .require(p.flow_length >= 0.0f, "flow_length", static_cast<double>(p.flow_length), "at least 0")
-        .require(TrailLengths(p.width, p.flow_length).longest <= longest_trail, "flow_length",
-                 static_cast<double>(p.flow_length), "at most 16777214 / width")
+        .require(p.flow_length >= 0.0f, "flow_length", p.flow_length, "at least 0")
+        .require(TrailLengths(p.width, p.flow_length).longest <= longest_trail, "flow_length", p.flow_length,
+                 "at most 16777214 / width")
         .finite("spread", p.spread);
 }
 

@@ -8,7 +8,8 @@
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
 
-#include "device/call_frame.hpp"
+#include "device/callbacks.hpp"
+#include "device/progress_tracker.hpp"
 #include "flow/particles.hpp"
 
 namespace tarn::color_transport {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "device/argument_check.hpp"
 #include "flow/checks.hpp"
 
 namespace {
@@ -24,7 +25,7 @@ bool check(SyclQueue* queue, const color_transport::CallerGrids& grids, const Pa
     flow::check_trails(check, p);
     return check.finite("persistence", p.persistence)
         .require(p.persistence > -0.1f && std::isfinite(color_transport::prior_weight(p.persistence)), "persistence",
-                 static_cast<double>(p.persistence), "above -0.1")
+                 p.persistence, "above -0.1")
         .finite("blend", p.blend)
         .finite("transport", p.transport)
         .passed();

@@ -1,5 +1,6 @@
 #include "flow/flow.hpp"
 
+#include "device/argument_check.hpp"
 #include "flow/checks.hpp"
 
 namespace {

@@ -10,16 +10,13 @@
 #include "device/backend.hpp"
 #include "flow/particles.hpp"
 #include "grid/atomic.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
 namespace tarn::flow {
 
 inline constexpr std::uint32_t direction_count = 32;
-
-inline float length(float x, float y) {
-    return sycl::sqrt(x * x + y * y);
-}
 
 struct Sample {
     float height;

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstdint>
 
+#include <sycl/sycl.hpp>
+
 namespace tarn {
 
 /// The smaller and the larger of two values, as selects: `a` where the comparison does not hold, NaN included.
@@ -23,20 +25,13 @@ inline float kept_if(bool kept, float value) {
     return std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) & (0u - static_cast<std::uint32_t>(kept)));
 }
 
-/// A condition as 32 bits, all set or none: what loops over vectors combine with bitwise operations and blend by, where
-/// a chain of selects would be turned into branches.
-using Mask = std::uint32_t;
-
-inline Mask mask_of(bool condition) {
-    return 0u - static_cast<Mask>(condition);
+/// Written out, so that every SYCL implementation rounds alike.
+inline float length(float x, float y) {
+    return sycl::sqrt(x * x + y * y);
 }
 
-inline std::uint32_t blend(Mask mask, std::uint32_t set, std::uint32_t clear) {
-    return (set & mask) | (clear & ~mask);
-}
-
-inline float blend(Mask mask, float set, float clear) {
-    return std::bit_cast<float>(blend(mask, std::bit_cast<std::uint32_t>(set), std::bit_cast<std::uint32_t>(clear)));
+inline float length(float x, float y, float z) {
+    return sycl::sqrt(x * x + y * y + z * z);
 }
 
 inline int clamp_index(int index, int size) {

@@ -6,7 +6,7 @@
 
 #include <sycl/sycl.hpp>
 
-#include "device/call_frame.hpp"
+#include "device/progress_tracker.hpp"
 #include "lighting/parameters.hpp"
 #include "lighting/rays.hpp"
 #include "lighting/sweep.hpp"

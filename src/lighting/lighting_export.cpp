@@ -3,14 +3,12 @@
 #include <bit>
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
 using lighting::Parameters;
-
-double number(float value) {
-    return static_cast<double>(value);
-}
 
 /// Sweeps wrap at the grid's edges with one period for both axes, and pyramids start with an even split.
 ArgumentCheck& check_grid(ArgumentCheck& check, const lighting::Resolution& resolution) {
@@ -28,12 +26,12 @@ ArgumentCheck& check_scale(ArgumentCheck& check, const Parameters& p) {
         return scale > 0.0f && std::isfinite(scale);
     };
     return check.finite("terrain_size", p.terrain_size)
-        .require(p.terrain_size > 0.0f, "terrain_size", number(p.terrain_size), "above 0")
+        .require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
         .finite("terrain_height", p.terrain_height)
-        .require(p.terrain_height > 0.0f, "terrain_height", number(p.terrain_height), "above 0")
+        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
         .require(is_usable(static_cast<float>(p.resolution.width)) && is_usable(1.0f) &&
                      std::isfinite(p.terrain_size * 32.0f),
-                 "terrain_height", number(p.terrain_height), "in proportion to terrain_size");
+                 "terrain_height", p.terrain_height, "in proportion to terrain_size");
 }
 
 ArgumentCheck& check_sun_disc(ArgumentCheck& check, const Parameters& p) {
@@ -41,8 +39,7 @@ ArgumentCheck& check_sun_disc(ArgumentCheck& check, const Parameters& p) {
     return check
         .require(rings == -8 || rings == -4 || (rings >= -1 && rings <= lighting::most_sun_rings), "sun_rings", rings,
                  "-8, -4 or from -1 to 17")
-        .require(p.sun_diameter >= 0.0f && p.sun_diameter <= 180.0f, "sun_diameter", number(p.sun_diameter),
-                 "from 0 to 180");
+        .require(p.sun_diameter >= 0.0f && p.sun_diameter <= 180.0f, "sun_diameter", p.sun_diameter, "from 0 to 180");
 }
 
 ArgumentCheck& check_occlusion(ArgumentCheck& check, const Parameters& p) {
@@ -119,7 +116,7 @@ bool check_sun_light_integral(SyclQueue* queue, const float* heights, const floa
         .finite("latitude", p.latitude)
         .finite("north_offset", p.north_offset)
         .finite("haze", p.haze)
-        .require(p.haze >= 0.0f, "haze", number(p.haze), "at least 0")
+        .require(p.haze >= 0.0f, "haze", p.haze, "at least 0")
         .passed();
 }
 

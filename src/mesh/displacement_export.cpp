@@ -1,3 +1,4 @@
+#include "device/argument_check.hpp"
 #include "mesh/mesh_check.hpp"
 #include "mesh/mesh_rasterizer.hpp"
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "device/call_frame.hpp"
+#include "device/argument_check.hpp"
 #include "mesh/mesh_rasterizer.hpp"
 
 namespace tarn::mesh_rasterizer {
@@ -12,7 +12,7 @@ namespace tarn::mesh_rasterizer {
 inline void check_resolution(ArgumentCheck& check, const Parameters& p, bool supersample) {
     check.grid_size(p.resolution.x, p.resolution.y);
     const std::int64_t cells = std::int64_t{p.resolution.x} * p.resolution.y;
-    check.require(!supersample || 4 * cells <= INT32_MAX, "4 * width * height", 4.0 * static_cast<double>(cells),
+    check.require(!supersample || 4 * cells <= INT32_MAX, "4 * width * height", 4 * cells,
                   "at most 2147483647 with supersample");
 }
 

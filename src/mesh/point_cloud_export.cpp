@@ -1,3 +1,4 @@
+#include "device/argument_check.hpp"
 #include "device/call_frame.hpp"
 #include "mesh/point_cloud.hpp"
 

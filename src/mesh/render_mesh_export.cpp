@@ -1,3 +1,4 @@
+#include "device/argument_check.hpp"
 #include "mesh/mesh_check.hpp"
 #include "mesh/mesh_rasterizer.hpp"
 
@@ -16,7 +17,7 @@ bool check(const SyclQueue* queue, const MeshView* mesh, const float* height, co
     const Parameters& p = *parameters;
     mesh_rasterizer::check_resolution(check, p, p.supersample != 0);
     check.finite("vertical_scale", p.vertical_scale)
-        .require(p.vertical_scale != 0.0f, "vertical_scale", static_cast<double>(p.vertical_scale), "other than 0")
+        .require(p.vertical_scale != 0.0f, "vertical_scale", p.vertical_scale, "other than 0")
         .finite("rotation_x", p.rotation_x)
         .finite("rotation_y", p.rotation_y)
         .finite("rotation_z", p.rotation_z)

@@ -1,3 +1,4 @@
+#include "device/argument_check.hpp"
 #include "mesh/mesh_check.hpp"
 #include "mesh/tangent_space.hpp"
 
@@ -24,7 +25,7 @@ bool check(const SyclQueue* queue, const MeshView* mesh, const float* height, co
     const Parameters& p = *parameters;
     mesh_rasterizer::check_resolution(check, p, false);
     check.finite("vertical_scale", p.vertical_scale)
-        .require(p.vertical_scale != 0.0f, "vertical_scale", static_cast<double>(p.vertical_scale), "other than 0");
+        .require(p.vertical_scale != 0.0f, "vertical_scale", p.vertical_scale, "other than 0");
     if (check.passed())
         mesh_rasterizer::check_mesh(check, *mesh);
     return check.passed();

@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "device/argument_check.hpp"
 #include "device/call_frame.hpp"
 #include "stamps/stamp_instancer.hpp"
 
@@ -32,11 +33,10 @@ bool check(const SyclQueue* queue, const float* heights, const float* ids, const
     const std::int64_t floats = std::int64_t{p.stamps_width} * p.stamps_height;
     const std::int64_t stamp_cells = std::int64_t{p.stamp_width} * p.stamp_height;
     check
-        .require(floats <= INT32_MAX, "stamps_width * stamps_height", static_cast<double>(floats), "at most 2147483647")
+        .require(floats <= INT32_MAX, "stamps_width * stamps_height", floats, "at most 2147483647")
         // Divided, since the product of all three could leave 64 bits.
         .require(p.instance_count == 0 || stamp_cells <= INT32_MAX / p.instance_count,
-                 "instance_count * stamp_width * stamp_height",
-                 static_cast<double>(p.instance_count) * static_cast<double>(stamp_cells), "at most 2147483647");
+                 "instance_count * stamp_width * stamp_height", p.instance_count * stamp_cells, "at most 2147483647");
     if (!check.passed())
         return false;
     const std::int64_t stamp_count = floats / stamp_cells;

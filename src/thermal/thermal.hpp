@@ -9,7 +9,8 @@
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
 
-#include "device/call_frame.hpp"
+#include "device/callbacks.hpp"
+#include "device/progress_tracker.hpp"
 #include "device/usm_ptr.hpp"
 
 namespace tarn::thermal {

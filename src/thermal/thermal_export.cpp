@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
@@ -23,12 +25,12 @@ bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters
     const Parameters& p = *parameters;
     check.grid_size(p.width, p.height)
         .finite("duration", p.duration)
-        .require(p.duration >= 0.0f, "duration", static_cast<double>(p.duration), "at least 0")
-        .require(p.duration <= longest_duration, "duration", static_cast<double>(p.duration), "at most 6553")
+        .require(p.duration >= 0.0f, "duration", p.duration, "at least 0")
+        .require(p.duration <= longest_duration, "duration", p.duration, "at most 6553")
         .finite("erosion_rate", p.erosion_rate)
         .finite("curvature_bias", p.curvature_bias)
         .finite("repose_angle", p.repose_angle)
-        .require(p.repose_angle >= 0.0f, "repose_angle", static_cast<double>(p.repose_angle), "at least 0")
+        .require(p.repose_angle >= 0.0f, "repose_angle", p.repose_angle, "at least 0")
         .finite("feature_size", p.feature_size)
         .finite("terrain_size", p.terrain_size)
         .finite("terrain_height", p.terrain_height)
@@ -39,12 +41,12 @@ bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters
         const float scale = p.terrain_size / (width * p.terrain_height);
         return scale > 0.0f && std::isfinite(scale) && std::isfinite(1.0f / scale);
     };
-    return check.require(p.terrain_size > 0.0f, "terrain_size", static_cast<double>(p.terrain_size), "above 0")
-        .require(p.terrain_height > 0.0f, "terrain_height", static_cast<double>(p.terrain_height), "above 0")
+    return check.require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
+        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
         .require(p.feature_size > 0.0f && std::isfinite(thermal::Schedule::level_count(p)), "feature_size",
-                 static_cast<double>(p.feature_size), "above 0, and in proportion to terrain_size")
+                 p.feature_size, "above 0, and in proportion to terrain_size")
         .require(scale_is_usable(static_cast<float>(p.width)) && scale_is_usable(1.0f), "terrain_height",
-                 static_cast<double>(p.terrain_height), "in proportion to terrain_size")
+                 p.terrain_height, "in proportion to terrain_size")
         .passed();
 }
 

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "device/argument_check.hpp"
+
 namespace {
 
 using namespace tarn;
@@ -20,7 +22,7 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
     const Parameters& p = *parameters;
     check.grid_size(p.width, p.height)
         .finite("level_divisor", p.level_divisor)
-        .require(p.level_divisor != 0.0f, "level_divisor", static_cast<double>(p.level_divisor), "other than 0")
+        .require(p.level_divisor != 0.0f, "level_divisor", p.level_divisor, "other than 0")
         .finite("scale_numerator", p.scale_numerator)
         .finite("level_multiplier", p.level_multiplier)
         .finite("blend", p.blend)
@@ -31,10 +33,10 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
     const float width = static_cast<float>(p.width);
     const float ratio = width * p.level_multiplier / p.level_divisor;
     return check
-        .require(std::isfinite(ratio) && ratio > 0.0f, "width * level_multiplier / level_divisor",
-                 static_cast<double>(ratio), "above 0 and finite")
-        .require(is_scale_usable(p, width) && is_scale_usable(p, 1.0f), "scale_numerator",
-                 static_cast<double>(p.scale_numerator), "other than 0, and in proportion to width * level_divisor")
+        .require(std::isfinite(ratio) && ratio > 0.0f, "width * level_multiplier / level_divisor", ratio,
+                 "above 0 and finite")
+        .require(is_scale_usable(p, width) && is_scale_usable(p, 1.0f), "scale_numerator", p.scale_numerator,
+                 "other than 0, and in proportion to width * level_divisor")
         .passed();
 }
 
