@@ -1,4 +1,5 @@
 #include "device/call_frame.hpp"
+#include "device/progress_tracker.hpp"
 
 #include <functional>
 #include <stdexcept>

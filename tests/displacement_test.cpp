@@ -181,15 +181,15 @@ TEST_F(TriplanarDisplacement, BadArgumentsAreRefusedWithOneLineThatNamesThem) {
          [](DisplacedScene& s) {
              s.parameters.resolution = {40000, 40000}, s.parameters.supersample = 1;
          }},
-        {"vertical_scale is nan",
+        {"vertical_scale is not a number",
          [](DisplacedScene& s) {
              s.parameters.vertical_scale = nan;
          }},
-        {"displacement_amount is inf",
+        {"displacement_amount is infinite",
          [](DisplacedScene& s) {
              s.parameters.displacement_amount = infinity;
          }},
-        {"displacement_bias is nan",
+        {"displacement_bias is not a number",
          [](DisplacedScene& s) {
              s.parameters.displacement_bias = nan;
          }},

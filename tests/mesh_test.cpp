@@ -371,14 +371,14 @@ TEST_F(MeshRendering, BadArgumentsAreRefusedWithOneLineThatNamesThem) {
              s.parameters.resolution = {30000, 30000}, s.parameters.supersample = 1;
          }},
         {"vertical_scale is 0", sets(&Parameters::vertical_scale, 0.0f)},
-        {"vertical_scale is inf", sets(&Parameters::vertical_scale, infinity)},
-        {"rotation_x is nan", sets(&Parameters::rotation_x, nan)},
-        {"rotation_y is inf", sets(&Parameters::rotation_y, infinity)},
-        {"rotation_z is -inf", sets(&Parameters::rotation_z, -infinity)},
-        {"scale is nan", sets(&Parameters::scale, nan)},
-        {"offset_x is nan", sets(&Parameters::offset_x, nan)},
-        {"offset_y is inf", sets(&Parameters::offset_y, infinity)},
-        {"offset_z is nan", sets(&Parameters::offset_z, nan)},
+        {"vertical_scale is infinite", sets(&Parameters::vertical_scale, infinity)},
+        {"rotation_x is not a number", sets(&Parameters::rotation_x, nan)},
+        {"rotation_y is infinite", sets(&Parameters::rotation_y, infinity)},
+        {"rotation_z is minus infinity", sets(&Parameters::rotation_z, -infinity)},
+        {"scale is not a number", sets(&Parameters::scale, nan)},
+        {"offset_x is not a number", sets(&Parameters::offset_x, nan)},
+        {"offset_y is infinite", sets(&Parameters::offset_y, infinity)},
+        {"offset_z is not a number", sets(&Parameters::offset_z, nan)},
         {"mesh.triangles is 4",
          [](MeshScene& s) {
              s.mesh.triangles.back().z = 4;
