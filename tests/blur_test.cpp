@@ -1,7 +1,5 @@
 #include "grid/blur.hpp"
 
-#include <algorithm>
-
 #ifdef HOSTSYCL
 #include "simulated_gpu.hpp"
 #endif

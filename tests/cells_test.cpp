@@ -2,16 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
-#include <limits>
 #include <map>
 #include <set>
-
-#include <tbb/global_control.h>
-
-#ifdef HOSTSYCL
-#include "simulated_gpu.hpp"
-#endif
 
 #include "cells/cellular3d_kernels.hpp"
 #include "support.hpp"
@@ -20,11 +12,6 @@ namespace {
 
 using namespace tarn;
 using namespace tarn_test;
-
-using Cells = std::vector<float>;
-
-const float nan = std::numeric_limits<float>::quiet_NaN();
-const float infinity = std::numeric_limits<float>::infinity();
 
 TEST(CellularKernels, HashAndRandomNumbersAreTheSameOnEveryMachine) {
     // Worked out by hand with whole numbers of any length.
@@ -61,7 +48,7 @@ Cellular3D_Parameters jittered(int side = 64) {
 
 class Cellular : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
     RecordingHost host;
     std::uint32_t status = 0;
 
@@ -70,7 +57,7 @@ class Cellular : public ::testing::Test {
     };
 
     Result run(sycl::queue& on, Cellular3D_Parameters& p, const Cells& ground, const Cells& gap_factor = {}) {
-        Result result{ground, Cells(ground.size(), nan)};
+        Result result{ground, Cells(ground.size(), not_a_number)};
         const HostCallbacks record = host.callbacks();
         status = Cellular3D_Render(handle(on), result.height.data(), gap_factor.empty() ? nullptr : gap_factor.data(),
                                    result.random.data(), &p, &record);
@@ -79,7 +66,7 @@ class Cellular : public ::testing::Test {
 
     Result finished(Cellular3D_Parameters p, const Cells& ground, const Cells& gap_factor = {}) {
         Result result = run(queue, p, ground, gap_factor);
-        EXPECT_EQ(status, static_cast<std::uint32_t>(status_ok));
+        EXPECT_EQ(status, ok);
         EXPECT_TRUE(host.errors.empty());
         return result;
     }
@@ -145,7 +132,7 @@ TEST_F(Cellular, GapFactorScalesTheGapWhereItStands) {
     auto p = jittered();
     p.gap = 0.2f;
     EXPECT_TRUE(same_bits(finished(p, hills(), level(1.0f)).height, finished(p, hills()).height));
-    EXPECT_TRUE(same_bits(finished(p, hills(), level(nan)).height, level(0.0f)));
+    EXPECT_TRUE(same_bits(finished(p, hills(), level(not_a_number)).height, level(0.0f)));
     Cells half = level(0.0f);
     std::fill(half.begin(), half.begin() + 32 * 64, 10.0f);
     const Result result = finished(p, hills(), half);
@@ -158,7 +145,7 @@ TEST_F(Cellular, GapFactorScalesTheGapWhereItStands) {
 }
 
 TEST_F(Cellular, GroundBelowTheBlockGivesNothing) {
-    for (const float ground : {0.0f, -5.0f, nan, -infinity}) {
+    for (const float ground : {0.0f, -5.0f, not_a_number, -infinity}) {
         const Result result = finished(parameters(), level(ground));
         EXPECT_TRUE(same_bits(result.height, level(0.0f)));
         EXPECT_TRUE(same_bits(result.random, level(0.0f)));
@@ -216,7 +203,7 @@ TEST_F(Cellular, BudgetCoarsensTheLatticeAndRewritesTheRecord) {
     dense.cell_density = 1000.0f;
     capped.cell_density = 512.0f;
     const Result a = run(queue, dense, level(0.5f, 16)), b = run(queue, capped, level(0.5f, 16));
-    EXPECT_EQ(status, static_cast<std::uint32_t>(status_ok));
+    EXPECT_EQ(status, ok);
     EXPECT_EQ(dense.cell_density, 512.0f);
     EXPECT_TRUE(same_bits(a.height, b.height));
 
@@ -229,168 +216,5 @@ TEST_F(Cellular, BudgetCoarsensTheLatticeAndRewritesTheRecord) {
     EXPECT_NEAR(budget.cell_density, 512.0 * std::cbrt(1e8 / cells), 0.01);
     EXPECT_NEAR(static_cast<double>(budget.need), 24e8 + 12 * 256, 2e4);
 }
-
-TEST_F(Cellular, OneThreadGivesTheBitsOfMany) {
-    auto p = jittered(100);
-    p.gap = 0.1f;
-    const Result many = finished(p, hills(100, 100));
-    const tbb::global_control one{tbb::global_control::max_allowed_parallelism, 1};
-    const Result single = finished(p, hills(100, 100));
-    EXPECT_TRUE(same_bits(many.height, single.height));
-    EXPECT_TRUE(same_bits(many.random, single.random));
-}
-
-TEST_F(Cellular, HostileRecordsFinish) {
-    for (const auto& [field, value] : {std::pair{&Cellular3D_Parameters::gap, -1e30f},
-                                       {&Cellular3D_Parameters::jitter_x, 1e30f},
-                                       {&Cellular3D_Parameters::jitter_z, -1e6f},
-                                       {&Cellular3D_Parameters::extent_x, 1e-6f},
-                                       {&Cellular3D_Parameters::cell_density, 1e-3f},
-                                       {&Cellular3D_Parameters::z_range, 1e-4f}}) {
-        for (const std::uint32_t variant : {0u, 1u}) {
-            auto p = jittered(20);
-            p.grid_width = 31;
-            p.hash_variant = variant;
-            p.*field = value;
-            run(queue, p, hills(31, 20));
-            EXPECT_EQ(status, static_cast<std::uint32_t>(status_ok));
-        }
-    }
-    for (const float bad : {nan, infinity, -infinity, 3e38f}) {
-        Cells ground = hills();
-        for (std::size_t i = 0; i < ground.size(); i += 5)
-            ground[i] = bad;
-        finished(jittered(), ground);
-        finished(jittered(), hills(), ground);
-    }
-    auto single = jittered(1);
-    EXPECT_EQ(run(queue, single, {0.5f}).height.size(), 1u);
-    EXPECT_TRUE(host.errors.empty());
-}
-
-TEST_F(Cellular, RefusalsNameTheFieldAndTouchNothing) {
-    struct Case {
-        const char* field;
-        std::function<void(Cellular3D_Parameters&)> spoil;
-    };
-    const std::vector<Case> cases = {
-        {"grid_width",
-         [](auto& p) {
-             p.grid_width = 0;
-         }},
-        {"grid_height",
-         [](auto& p) {
-             p.grid_height = -4;
-         }},
-        {"cell_density",
-         [](auto& p) {
-             p.cell_density = 0.0f;
-         }},
-        {"cell_density",
-         [](auto& p) {
-             p.cell_density = nan;
-         }},
-        {"gap",
-         [](auto& p) {
-             p.gap = nan;
-         }},
-        {"extent_x",
-         [](auto& p) {
-             p.extent_x = -1.0f;
-         }},
-        {"extent_y",
-         [](auto& p) {
-             p.extent_y = infinity;
-         }},
-        {"extent_z",
-         [](auto& p) {
-             p.extent_z = nan;
-         }},
-        {"jitter_y",
-         [](auto& p) {
-             p.jitter_y = nan;
-         }},
-        {"z_unit",
-         [](auto& p) {
-             p.z_unit = 0.0f;
-         }},
-        {"z_range",
-         [](auto& p) {
-             p.z_range = nan;
-         }},
-        {"z_range * extent_z / z_unit",
-         [](auto& p) {
-             p.z_range = -1.0f;
-         }},
-        {"cell_density",
-         [](auto& p) {
-             p.extent_x = 1e30f;
-         }},
-    };
-    const Cells ground = hills(16, 16);
-    for (const Case& bad : cases) {
-        auto p = jittered(16);
-        bad.spoil(p);
-        const auto before = p;
-        host.errors.clear();
-        const Result result = run(queue, p, ground);
-        EXPECT_EQ(status, static_cast<std::uint32_t>(status_failed)) << bad.field;
-        ASSERT_EQ(host.errors.size(), 1u) << bad.field;
-        EXPECT_NE(host.errors[0].find(bad.field), std::string::npos) << host.errors[0];
-        EXPECT_TRUE(same_bits(result.height, ground));
-        EXPECT_EQ(std::memcmp(&p, &before, sizeof(p)), 0) << bad.field;
-    }
-}
-
-TEST_F(Cellular, NullGridsFailWithoutACallback) {
-    auto p = jittered(16);
-    Cells height = hills(16, 16), random = height;
-    const HostCallbacks record = host.callbacks();
-    const auto failed = static_cast<std::uint32_t>(status_failed);
-    EXPECT_EQ(Cellular3D_Render(nullptr, height.data(), nullptr, random.data(), &p, &record), failed);
-    EXPECT_EQ(Cellular3D_Render(handle(queue), nullptr, nullptr, random.data(), &p, &record), failed);
-    EXPECT_EQ(Cellular3D_Render(handle(queue), height.data(), nullptr, nullptr, &p, &record), failed);
-    EXPECT_TRUE(host.untouched());
-    EXPECT_EQ(Cellular3D_Render(handle(queue), height.data(), nullptr, random.data(), nullptr, &record), failed);
-    EXPECT_EQ(Cellular3D_Render(handle(queue), height.data(), nullptr, random.data(), &p, nullptr), failed);
-    EXPECT_EQ(host.errors.size(), 1u);
-}
-
-#ifdef HOSTSYCL
-TEST_F(Cellular, ACellAWorkItemOnAGpuGivesTheBitsOfRunsOnACpu) {
-    SimulatedGpu gpu;
-    for (const std::uint32_t variant : {0u, 1u})
-        for (const float jitter : {0.0f, 1.0f}) {
-            auto p = jittered(50);
-            p.grid_width = 77;
-            p.cell_density = 11.0f;
-            p.jitter_x = p.jitter_y = p.jitter_z = jitter;
-            p.hash_variant = variant;
-            p.gap = 0.15f;
-            const Cells ground = hills(77, 50), factor = hills(77, 50);
-            const Result there = run(gpu.queue, p, ground, factor), here = run(queue, p, ground, factor);
-            EXPECT_TRUE(same_bits(there.height, here.height)) << variant << ", " << jitter;
-            EXPECT_TRUE(same_bits(there.random, here.random)) << variant << ", " << jitter;
-        }
-    EXPECT_TRUE(host.errors.empty());
-    EXPECT_EQ(gpu.device.counters().live_allocations, 0u);
-}
-
-TEST_F(Cellular, ErrorsOfTheDeviceEndTheRun) {
-    SimulatedGpu gpu;
-    auto p = jittered(16);
-    gpu.device.throw_on_submit(6, "lost");
-    run(gpu.queue, p, hills(16, 16));
-    EXPECT_EQ(status, static_cast<std::uint32_t>(status_failed));
-    for (unsigned n = 1; n <= 7; ++n) { // three lists, two grids, two layers
-        gpu.device.clear_faults();
-        gpu.device.fail_allocation(n + 1); // after the frame's trial
-        run(gpu.queue, p, hills(16, 16));
-        EXPECT_EQ(status, static_cast<std::uint32_t>(status_out_of_memory)) << n;
-    }
-    EXPECT_EQ(host.released, host.acquired);
-    EXPECT_EQ(gpu.device.counters().live_allocations, 0u);
-}
-#endif
 
 } // namespace

@@ -2,19 +2,11 @@
 #include "lighting/lighting.hpp"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 #include <limits>
 #include <numeric>
 #include <set>
 
-#include <tbb/global_control.h>
-
 #include "support.hpp"
-
-#ifdef HOSTSYCL
-#include "simulated_gpu.hpp"
-#endif
 
 namespace {
 
@@ -22,12 +14,6 @@ using namespace tarn;
 using namespace tarn_test;
 using lighting::Ray;
 using lighting::Vector;
-
-using Cells = std::vector<float>;
-
-const float nan = std::numeric_limits<float>::quiet_NaN();
-const float infinity = std::numeric_limits<float>::infinity();
-constexpr float untouched = -77.0f;
 
 /// Cells one unit of height wide, all stages on, the sun half-way up at the right.
 lighting_Parameters parameters(int side) {
@@ -69,7 +55,7 @@ struct Albedo {
 
 class Lighting : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
     RecordingHost host;
 
     Image run(sycl::queue& on, const Cells& heights, const lighting_Parameters& p, const Albedo& albedo = {},
@@ -86,7 +72,7 @@ class Lighting : public ::testing::Test {
     Image shaded(const Cells& heights, const lighting_Parameters& p, const Albedo& albedo = {},
                  const Cells* ao = nullptr) {
         Image image = run(queue, heights, p, albedo, ao);
-        EXPECT_EQ(image.status, static_cast<std::uint32_t>(status_ok));
+        EXPECT_EQ(image.status, ok);
         EXPECT_TRUE(host.errors.empty());
         return image;
     }
@@ -100,17 +86,6 @@ class Lighting : public ::testing::Test {
         EXPECT_TRUE(same_bits(actual.blue, expected.blue));
     }
 };
-
-/// A terrain of whole numbers, the same on every platform.
-Cells rubble(int side) {
-    Cells cells;
-    std::uint32_t state = 12345u;
-    for (int i = 0; i < side * side; ++i) {
-        state = state * 1664525u + 1013904223u;
-        cells.push_back(static_cast<float>(state >> 29) + static_cast<float>((i % side) / 8 + (i / side) / 16));
-    }
-    return cells;
-}
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Rays
@@ -341,25 +316,6 @@ TEST_F(Lighting, HollowsAreDarkerThanSummits) {
     EXPECT_LT(shaded(shaft, p).ao[40 * 64 + 20], 0.05f);
 }
 
-/// Hashes that a scan of the lines one by one, in plain loops, gives.
-std::uint64_t hash(const Cells& cells) {
-    std::uint64_t value = 14695981039346656037u;
-    for (const float cell : cells)
-        value = (value ^ std::bit_cast<std::uint32_t>(cell)) * 1099511628211u;
-    return value;
-}
-
-TEST_F(Lighting, BitsAreThoseOfSingleLines) {
-    lighting_Parameters p = parameters(320);
-    p.ao_subdivisions = 1;
-    p.sun_rings = -8;
-    set_sun(p, -0.5f, 0.625f, 0.125f);
-    const Image image = shaded(rubble(320), p);
-    EXPECT_EQ(hash(image.shadow), 4885370174069891877u);
-    EXPECT_EQ(hash(image.ao), 17925983335276562081u);
-    EXPECT_EQ(hash(image.diffuse), 12252833416843418441u);
-}
-
 // ---------------------------------------------------------------------------------------------------------------------
 // The pipeline
 
@@ -427,264 +383,5 @@ TEST_F(Lighting, EveryCombinationOfFlagsComposesWhatItsStagesGive) {
         }
     }
 }
-
-TEST_F(Lighting, GridsOfStagesThatDoNotRunMayBeAbsent) {
-    const HostCallbacks record = host.callbacks();
-    const Cells ground = rough_terrain(16, 16);
-    Cells d(256), s(256), a(256), r(256), g(256), b(256);
-    const auto status = [&](const lighting_Parameters& p, float* diffuse, float* shadow, float* ao) {
-        return Shade(handle(queue), ground.data(), diffuse, shadow, ao, r.data(), g.data(), b.data(), nullptr, nullptr,
-                     nullptr, &p, &record);
-    };
-    lighting_Parameters p = parameters(16);
-    EXPECT_EQ(status(p, nullptr, s.data(), a.data()), static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(host.errors.back(), "Shade: diffuse is null");
-    EXPECT_EQ(status(p, d.data(), nullptr, a.data()), static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(host.errors.back(), "Shade: shadow is null");
-    p.ao_supplied = 1;
-    EXPECT_EQ(status(p, d.data(), s.data(), nullptr), static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(host.errors.back(), "Shade: ao is null");
-    p.shadows = p.ambient_occlusion = 0;
-    EXPECT_EQ(status(p, d.data(), nullptr, nullptr), static_cast<std::uint32_t>(status_ok));
-    p.direct_light = 0;
-    EXPECT_EQ(status(p, nullptr, nullptr, nullptr), static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(host.errors.size(), 3u);
-}
-
-TEST_F(Lighting, FrameReportsOnceAndAsksNothing) {
-    host.cancel_at = 1;
-    shaded(rough_terrain(32, 32), parameters(32));
-    EXPECT_EQ(host.progress, std::vector<double>{0.0});
-    EXPECT_EQ(host.cancel_questions, 0);
-    EXPECT_EQ(host.acquired, std::vector<std::size_t>{0x4000000});
-    EXPECT_EQ(host.released, host.acquired);
-    shaded(Cells(1024 * 1024, 0.0f), [] {
-        lighting_Parameters p = parameters(1024);
-        p.shadows = p.ambient_occlusion = 0;
-        return p;
-    }());
-    EXPECT_EQ(host.acquired.back(), std::size_t{72} * 1024 * 1024);
-}
-
-TEST_F(Lighting, BadInputIsRefusedWithOneLineThatNamesTheField) {
-    using Spoil = std::function<void(lighting_Parameters&)>;
-    const auto set = [](auto field, auto value) -> Spoil {
-        return [=](lighting_Parameters& p) {
-            p.*field = value;
-        };
-    };
-    using P = lighting_Parameters;
-    const auto resolution = [](int width, int height) -> Spoil {
-        return [=](P& p) {
-            p.resolution = {width, height};
-        };
-    };
-    std::vector<std::pair<std::string, Spoil>> cases = {
-        {"width is 0", resolution(0, 0)},
-        {"height is -8", resolution(8, -8)},
-        {"width is -2147483648", resolution(std::numeric_limits<int>::min(), std::numeric_limits<int>::min())},
-        {"height is 14", resolution(16, 14)},
-        {"width is 15", resolution(15, 15)},
-        {"width is 32768", resolution(32768, 32768)},
-        {"width * height", resolution(65536, 65536)},
-        {"terrain_size", set(&P::terrain_size, 0.0f)},
-        {"terrain_size", set(&P::terrain_size, infinity)},
-        {"terrain_height", set(&P::terrain_height, -1.0f)},
-        {"terrain_height", set(&P::terrain_height, 1e-44f)},
-        {"sun_rings is 18", set(&P::sun_rings, 18)},
-        {"sun_rings is -2", set(&P::sun_rings, -2)},
-        {"sun_rings is -9", set(&P::sun_rings, -9)},
-        {"sun_rings", set(&P::sun_rings, std::numeric_limits<int>::min())},
-        {"sun_diameter", set(&P::sun_diameter, -0.5f)},
-        {"sun_diameter", set(&P::sun_diameter, 181.0f)},
-        {"ao_subdivisions is 4", set(&P::ao_subdivisions, 4)},
-        {"ao_subdivisions is -1", set(&P::ao_subdivisions, -1)},
-        {"hybrid_ao_subdivisions is 4",
-         [](P& p) {
-             p.hybrid_ao = 7;
-             p.hybrid_ao_subdivisions = 4;
-         }},
-        {"hybrid_ao_levels is 6; it must be at most 5",
-         [](P& p) {
-             p.hybrid_ao = 1;
-             p.hybrid_ao_levels = 6;
-         }},
-        {"hybrid_ao_levels", [](P& p) {
-             p.hybrid_ao = 1;
-             p.hybrid_ao_levels = std::numeric_limits<int>::max();
-         }}};
-    for (const float value : {nan, infinity, -infinity}) {
-        for (const auto& [name, field] :
-             std::vector<std::pair<const char*, float P::*>>{{"terrain_size", &P::terrain_size},
-                                                             {"terrain_height", &P::terrain_height},
-                                                             {"sun_diameter", &P::sun_diameter},
-                                                             {"exposure", &P::exposure},
-                                                             {"sun_intensity", &P::sun_intensity},
-                                                             {"ambient_intensity", &P::ambient_intensity},
-                                                             {"albedo", &P::albedo}})
-            cases.emplace_back(name, set(field, value));
-        for (int i = 0; i < 3; ++i) {
-            cases.emplace_back("sun_direction", [=](P& p) { p.sun_direction[i] = value; });
-            cases.emplace_back("sun_color", [=](P& p) { p.sun_color[i] = value; });
-            cases.emplace_back("ambient_color", [=](P& p) { p.ambient_color[i] = value; });
-        }
-    }
-    const Cells ground = rough_terrain(16, 16), blank(256, untouched);
-    for (const auto& [text, spoil] : cases) {
-        P p = parameters(16);
-        spoil(p);
-        host.errors.clear();
-        const Image image = run(queue, ground, p);
-        EXPECT_EQ(image.status, static_cast<std::uint32_t>(status_failed)) << text;
-        ASSERT_EQ(host.errors.size(), 1u) << text;
-        EXPECT_NE(host.errors[0].find(text), std::string::npos) << host.errors[0];
-        EXPECT_TRUE(same_bits(image.red, blank) && same_bits(image.diffuse, blank) && same_bits(image.ao, blank));
-    }
-    EXPECT_TRUE(host.acquired.empty() && host.progress.empty());
-
-    // What no stage of the run looks at may hold anything.
-    P p = parameters(16);
-    p.sun_rings = 99;
-    p.hybrid_ao_levels = 99;
-    p.shadows = 0;
-    p.first_day = 1000;
-    p.latitude = p.haze = nan;
-    host.errors.clear();
-    shaded(ground, p);
-    p.ao_supplied = 1;
-    p.ao_subdivisions = -7;
-    shaded(ground, p, {}, &ground);
-}
-
-TEST_F(Lighting, NullArgumentsAreRefused) {
-    const HostCallbacks record = host.callbacks();
-    const lighting_Parameters p = parameters(8);
-    Cells c(64);
-    float* const data = c.data();
-    const auto shade = [&](SyclQueue* on, const float* heights, float* red, float* blue,
-                           const lighting_Parameters* params, const HostCallbacks* callbacks) {
-        return Shade(on, heights, data, data, data, red, data, blue, nullptr, nullptr, nullptr, params, callbacks);
-    };
-    SyclQueue* const on = handle(queue);
-    constexpr auto failed = static_cast<std::uint32_t>(status_failed);
-    EXPECT_EQ(shade(nullptr, data, data, data, &p, &record), failed);
-    EXPECT_EQ(shade(on, nullptr, data, data, &p, &record), failed);
-    EXPECT_EQ(shade(on, data, nullptr, data, &p, &record), failed);
-    EXPECT_EQ(shade(on, data, data, nullptr, &p, &record), failed);
-    EXPECT_EQ(shade(on, data, data, data, nullptr, &record), failed);
-    EXPECT_EQ(host.errors,
-              (std::vector<std::string>{"Shade: queue is null", "Shade: heights is null", "Shade: red is null",
-                                        "Shade: blue is null", "Shade: parameters is null"}));
-    EXPECT_EQ(shade(on, data, data, data, &p, nullptr), failed);
-    EXPECT_EQ(host.errors.size(), 5u);
-}
-
-TEST_F(Lighting, NonFiniteGroundAndExtremeParametersFinish) {
-    Cells ground = rough_terrain(160, 160);
-    for (std::size_t i = 0; i < ground.size(); i += 37)
-        ground[i] = i % 5 == 0 ? nan : i % 5 == 1 ? infinity : i % 5 == 2 ? -infinity : i % 5 == 3 ? 3e38f : -3e38f;
-    for (const std::uint32_t hybrid : {0u, 1u})
-        for (const auto& [x, y, z] : std::vector<std::array<float, 3>>{{0.6f, 0.0f, 0.8f},
-                                                                       {1e-38f, 0.0f, 1.0f},
-                                                                       {1e-45f, -1e-45f, 1.0f},
-                                                                       {3e38f, 3e38f, 3e38f},
-                                                                       {1e-30f, 1e-30f, 1e-30f},
-                                                                       {0.0f, 1.0f, 0.0f}})
-            for (const float height : {1e-30f, 1.0f, 1e30f})
-                for (const float diameter : {0.53f, 179.9f, 180.0f}) {
-                    lighting_Parameters p = parameters(160);
-                    p.hybrid_ao = hybrid;
-                    p.sun_rings = 2;
-                    p.ao_subdivisions = p.hybrid_ao_subdivisions = 1;
-                    p.sun_direction[0] = x;
-                    p.sun_direction[1] = y;
-                    p.sun_direction[2] = z;
-                    p.sun_diameter = diameter;
-                    p.terrain_height = height;
-                    const Image image = shaded(ground, p);
-                    EXPECT_TRUE(std::all_of(image.shadow.begin(), image.shadow.end(),
-                                            [](float share) { return share >= 0.0f && share <= 1.000001f; }));
-                }
-}
-
-/// Sizes with one strip, with two and four of them, and with strips of different widths.
-const std::vector<int> sides = {2, 4, 6, 34, 126, 258, 514};
-
-TEST_F(Lighting, AnyNumberOfThreadsGivesTheSameBits) {
-    for (const int side : sides) {
-        lighting_Parameters p = parameters(side);
-        set_sun(p, 0.5f, -0.3f, 0.4f);
-        p.sun_rings = 2;
-        p.ao_subdivisions = 1;
-        const Cells ground = rough_terrain(side, side);
-        for (const std::uint32_t hybrid : {0u, 1u}) {
-            p.hybrid_ao = hybrid;
-            p.hybrid_ao_levels = 2;
-            const Image all_threads = shaded(ground, p);
-            const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
-            expect_same(shaded(ground, p), all_threads);
-        }
-    }
-}
-
-#ifdef HOSTSYCL
-
-TEST_F(Lighting, ALineAWorkItemOnAGpuGivesTheBitsOfStripsOnACpu) {
-    SimulatedGpu gpu;
-    for (const int side : sides) {
-        const Cells ground = rough_terrain(side, side);
-        for (const int rings : {0, 1, 3, -4, -8})
-            for (const auto& [x, y, z] : std::vector<std::array<float, 3>>{
-                     {0.5f, -0.3f, 0.4f}, {-0.2f, 0.6f, 0.9f}, {1.0f, 1.0f, 0.5f}, {-1.0f, 0.0f, 0.01f}}) {
-                lighting_Parameters p = parameters(side);
-                set_sun(p, x, y, z);
-                p.sun_rings = rings;
-                p.sun_diameter = 3.0f;
-                p.ao_subdivisions = 0;
-                p.hybrid_ao_subdivisions = 1;
-                p.hybrid_ao = rings == 1 ? 1 : 0;
-                p.hybrid_ao_levels = 2;
-                const Image there = run(gpu.queue, ground, p);
-                EXPECT_EQ(there.status, static_cast<std::uint32_t>(status_ok));
-                expect_same(there, shaded(ground, p));
-            }
-    }
-}
-
-TEST_F(Lighting, ErrorsOfTheDeviceEndTheRun) {
-    SimulatedGpu gpu;
-    device_callbacks.set(host.callbacks());
-    const Cells ground = rough_terrain(32, 32);
-    const lighting_Parameters p = parameters(32);
-    gpu.device.throw_on_submit(1, "queue is full"); // in the task beside the one that builds the rays
-    EXPECT_EQ(run(gpu.queue, ground, p).status, static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(host.errors.back(), "Runtime error on device Discrete GPU (Level Zero): queue is full");
-    EXPECT_EQ(host.released, host.acquired);
-    device_callbacks.set(HostCallbacks{});
-
-    const std::size_t need = 72 * 32 * 32 + (std::size_t{256} << 20);
-    SimulatedGpu small(discrete_gpu(need - 1)), enough(discrete_gpu(need));
-    EXPECT_EQ(run(small.queue, ground, p).status, static_cast<std::uint32_t>(status_out_of_memory));
-    EXPECT_EQ(run(enough.queue, ground, p).status, static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(gpu.device.counters().bytes_in_use, 0u);
-}
-
-TEST_F(Lighting, OnlyGridsThatTheRunReadsGoToTheDevice) {
-    const Cells ground = rough_terrain(32, 32);
-    lighting_Parameters p = parameters(32);
-    const auto uploaded = [&](const Cells* ao) {
-        SimulatedGpu gpu;
-        EXPECT_EQ(run(gpu.queue, ground, p, {}, ao).status, static_cast<std::uint32_t>(status_ok));
-        return gpu.device.counters().bytes_copied_to_device;
-    };
-    p.direct_light = 0;
-    const auto traced = uploaded(nullptr);
-    p.ao_supplied = 1;
-    EXPECT_EQ(uploaded(&ground), traced - lighting::ambient_rays(2).rays.size() * 40 + ground.size() * sizeof(float));
-    p.ambient_occlusion = 0;
-    EXPECT_EQ(uploaded(&ground), ground.size() * sizeof(float));
-}
-
-#endif
 
 } // namespace

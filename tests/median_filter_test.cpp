@@ -1,9 +1,6 @@
 #include "filters/median_filter.hpp"
 
 #include <algorithm>
-#include <limits>
-
-#include <tbb/global_control.h>
 
 #include "filters/median_filter_kernels.hpp"
 #include "support.hpp"
@@ -18,12 +15,12 @@ using namespace tarn_test;
 
 class MedianFilter : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
 
     static std::vector<float> filtered(sycl::queue& on, std::vector<float> cells, unsigned resolution, int radius,
                                        unsigned iterations) {
         const median_filter_Parameters parameters{resolution, radius, iterations};
-        EXPECT_EQ(::MedianFilter(handle(on), cells.data(), &parameters), static_cast<std::uint32_t>(status_ok));
+        EXPECT_EQ(::MedianFilter(handle(on), cells.data(), &parameters), ok);
         return cells;
     }
     std::vector<float> filtered(const std::vector<float>& cells, unsigned resolution, int radius,
@@ -89,40 +86,18 @@ TEST_F(MedianFilter, ValuesBehindThePaddingGiveThePadding) {
     EXPECT_TRUE(same_bits(filtered(high, 32, 3), std::vector<float>(32 * 32, padded)));
 }
 
-TEST_F(MedianFilter, ArgumentsThatCannotRunLeaveTheGrid) {
-    const std::vector<float> terrain = rough_terrain(48, 48);
-    for (const int radius : {0, -1, std::numeric_limits<int>::min()})
-        EXPECT_TRUE(same_bits(filtered(terrain, 32, radius), terrain)) << radius;
-    for (const unsigned resolution : {0u, 1u, 31u, 33u, 48u, 46368u, 65536u, 0x80000000u, 0xFFFFFFE0u})
-        EXPECT_TRUE(same_bits(filtered(terrain, resolution, 3), terrain)) << resolution;
-    std::vector<float> cells = terrain;
-    const median_filter_Parameters parameters{32, 3, 1};
-    EXPECT_EQ(::MedianFilter(nullptr, cells.data(), &parameters), static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(::MedianFilter(handle(queue), nullptr, &parameters), static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(::MedianFilter(handle(queue), cells.data(), nullptr), static_cast<std::uint32_t>(status_ok));
-    EXPECT_TRUE(same_bits(cells, terrain));
-}
-
-TEST_F(MedianFilter, AnyNumberOfThreadsGivesTheSameBits) {
-    const std::vector<float> terrain = rough_terrain(192, 192);
-    const std::vector<float> all_threads = filtered(terrain, 192, 5, 2);
-    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
-    EXPECT_TRUE(same_bits(filtered(terrain, 192, 5, 2), all_threads));
-}
-
 #ifdef HOSTSYCL
 
 /// Terrains whose samples a partial sort would order differently from the full one.
 std::vector<std::vector<float>> awkward_terrains(int side) {
     const auto cells = static_cast<std::size_t>(side * side);
-    const float infinity = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
     std::vector<std::vector<float>> terrains(4, rough_terrain(side, side));
     for (std::size_t i = 0; i < cells; ++i) {
         const auto draw = static_cast<std::uint32_t>(i) * 2654435761u >> 28;
         if (draw < 6)
             terrains[0][i] = draw % 2 == 0 ? 0.0f : -0.0f;
         if (draw == 3)
-            terrains[1][i] = i % 3 == 0 ? -nan : nan;
+            terrains[1][i] = i % 3 == 0 ? -not_a_number : not_a_number;
         if (draw < 4)
             terrains[2][i] = draw == 0 ? infinity : draw == 1 ? -infinity : 3e8f;
         if (i % 7 != 0)

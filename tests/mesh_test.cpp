@@ -1,19 +1,11 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <limits>
-#include <random>
-
-#include <tbb/global_control.h>
 
 #include "mesh/mesh_kernels.hpp"
 #include "mesh/mesh_rasterizer.hpp"
 #include "mesh/work_expansion.hpp"
 #include "mesh_support.hpp"
-
-#ifdef HOSTSYCL
-#include "simulated_gpu.hpp"
-#endif
 
 namespace {
 
@@ -21,12 +13,9 @@ using namespace tarn_test;
 using namespace tarn::mesh_rasterizer;
 using tarn::usm_ptr;
 
-constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-constexpr float infinity = std::numeric_limits<float>::infinity();
-
 class MeshRendering : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
     RecordingHost host;
 
     std::uint32_t run(sycl::queue& on, MeshScene& scene, bool with_noise = true) {
@@ -36,7 +25,7 @@ class MeshRendering : public ::testing::Test {
                                          with_noise ? scene.noise.data() : nullptr, &scene.parameters, &record);
     }
 
-    void render(MeshScene& scene) { EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_ok)); }
+    void render(MeshScene& scene) { EXPECT_EQ(run(queue, scene), ok); }
 
     /// Where `process_vertices` takes the vertices.
     std::vector<TarnFloat3> in_frame(const std::vector<TarnFloat3>& vertices, const Parameters& parameters) {
@@ -148,7 +137,8 @@ TEST_F(MeshRendering, BoundingBoxPassesOverNaNAndIsZeroWithoutVertices) {
         return std::vector<float>(b, b + 6);
     };
     EXPECT_EQ(measure({}), std::vector<float>(6, 0.0f));
-    EXPECT_EQ(measure({{-2, 7, nan, 0}, {3, nan, 1, 0}, {0, 6, -1, 0}}), (std::vector<float>{-2, 3, 6, 7, -1, 1}));
+    EXPECT_EQ(measure({{-2, 7, not_a_number, 0}, {3, not_a_number, 1, 0}, {0, 6, -1, 0}}),
+              (std::vector<float>{-2, 3, 6, 7, -1, 1}));
     std::vector<TarnFloat3> many(10000, {1, 1, 1, 0});
     many[9999] = {-5, 8, 1e30f, 0};
     EXPECT_EQ(measure(many), (std::vector<float>{-5, 1, 1, 8, 1, 1e30f}));
@@ -244,17 +234,17 @@ TEST_F(MeshRendering, WhatHasNoAreaOrIsNoNumberDrawsNothing) {
     const std::vector<std::vector<TarnFloat3>> corners = {
         {{2, 3.5f, 9, 0}, {8, 3.5f, 9, 0}, {8, 3.5f, 9, 0}}, // an edge there and back
         {{3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}},
-        {{nan, 0, 9, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},       //
-        {{0, 0, 9, 0}, {0, nan, 9, 0}, {9, 0, 9, 0}},       //
-        {{0, 0, nan, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},       //
-        {{0, 0, -infinity, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
-        {{0, 0, 9, 0}, {0, infinity, 9, 0}, {9, 0, 9, 0}},  //
+        {{not_a_number, 0, 9, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
+        {{0, 0, 9, 0}, {0, not_a_number, 9, 0}, {9, 0, 9, 0}}, //
+        {{0, 0, not_a_number, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
+        {{0, 0, -infinity, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},    //
+        {{0, 0, 9, 0}, {0, infinity, 9, 0}, {9, 0, 9, 0}},     //
         {{-3e38f, 0, 9, 0}, {0, 9, 9, 0}, {3e38f, 3e38f, 9, 0}},
     };
     for (const auto& three : corners)
         for (const Draw& scheme : {expanded, by_triangle, by_group}) {
             MeshScene scene(10, 10, 1.0f);
-            scene.heights[0] = nan;
+            scene.heights[0] = not_a_number;
             scene.mesh.vertices = three;
             scene.mesh.triangles = {{0, 1, 2, 0}, {2, 1, 0, 0}};
             draw(queue, scene, scheme);
@@ -262,7 +252,7 @@ TEST_F(MeshRendering, WhatHasNoAreaOrIsNoNumberDrawsNothing) {
             EXPECT_TRUE(std::isnan(scene.heights[0]));
         }
     MeshScene scene(10, 10, 1.0f);
-    scene.heights[0] = nan;
+    scene.heights[0] = not_a_number;
     scene.mesh = quad(0, 0, 10, 10, 5.0f, 5.0f);
     draw(queue, scene, expanded);
     EXPECT_TRUE(std::isnan(scene.heights[0])); // no height lies above it
@@ -295,7 +285,7 @@ TEST_F(MeshRendering, BoxesAboveTheLimitAreDroppedAndTooManyCellsFail) {
     scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
     scene.mesh.triangles.assign(9, {0, 1, 2, 0});
     scene.parameters.scale = 16380.0f / 16.0f;
-    EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_failed));
+    EXPECT_EQ(run(queue, scene), failed);
     EXPECT_EQ(scene.heights, std::vector<float>(256, -1.0f));
     ASSERT_EQ(host.errors.size(), 1u);
     EXPECT_EQ(host.errors[0].find("Runtime error on device "), 0u) << host.errors[0];
@@ -324,221 +314,5 @@ TEST_F(MeshRendering, SupersamplingAveragesFourCellsAndDoublesTheRecord) {
     EXPECT_EQ(host.progress, (std::vector<double>{0.0, 0.0}));
     EXPECT_EQ(host.cancel_questions, 0);
 }
-
-TEST_F(MeshRendering, NothingToDrawLeavesTheGrids) {
-    for (const int supersample : {0, 1}) {
-        MeshScene scene(7, 5, 3e38f); // sums of four such heights are infinite
-        scene.parameters.supersample = static_cast<std::uint8_t>(supersample);
-        const MeshScene before = scene;
-        render(scene);
-        scene.mesh.vertices = {{1, 2, 3, 0}};
-        EXPECT_EQ(scene.parameters.resolution.x, supersample != 0 ? 14 : 7);
-        scene.parameters = before.parameters;
-        render(scene);
-        EXPECT_TRUE(same_bits(scene.heights, before.heights));
-        EXPECT_TRUE(same_bits(scene.noise, before.noise));
-    }
-    EXPECT_EQ(host.acquired.size(), 4u);
-    EXPECT_EQ(host.released, host.acquired);
-    EXPECT_TRUE(host.errors.empty());
-}
-
-TEST_F(MeshRendering, BadArgumentsAreRefusedWithOneLineThatNamesThem) {
-    struct Case {
-        const char* text;
-        std::function<void(MeshScene&)> spoil;
-    };
-    const auto sets = [](float Parameters::*field, float value) {
-        return [=](MeshScene& scene) {
-            scene.parameters.*field = value;
-        };
-    };
-    const std::vector<Case> cases = {
-        {"width is 0",
-         [](MeshScene& s) {
-             s.parameters.resolution.x = 0;
-         }},
-        {"height is -3",
-         [](MeshScene& s) {
-             s.parameters.resolution.y = -3;
-         }},
-        {"width * height is ",
-         [](MeshScene& s) {
-             s.parameters.resolution = {1 << 20, 1 << 20};
-         }},
-        {"4 * width * height is ",
-         [](MeshScene& s) {
-             s.parameters.resolution = {30000, 30000}, s.parameters.supersample = 1;
-         }},
-        {"vertical_scale is 0", sets(&Parameters::vertical_scale, 0.0f)},
-        {"vertical_scale is infinite", sets(&Parameters::vertical_scale, infinity)},
-        {"rotation_x is not a number", sets(&Parameters::rotation_x, nan)},
-        {"rotation_y is infinite", sets(&Parameters::rotation_y, infinity)},
-        {"rotation_z is minus infinity", sets(&Parameters::rotation_z, -infinity)},
-        {"scale is not a number", sets(&Parameters::scale, nan)},
-        {"offset_x is not a number", sets(&Parameters::offset_x, nan)},
-        {"offset_y is infinite", sets(&Parameters::offset_y, infinity)},
-        {"offset_z is not a number", sets(&Parameters::offset_z, nan)},
-        {"mesh.triangles is 4",
-         [](MeshScene& s) {
-             s.mesh.triangles.back().z = 4;
-         }},
-        {"mesh.triangles is 4294967295",
-         [](MeshScene& s) {
-             s.mesh.triangles.front().y = UINT32_MAX;
-         }},
-        {"mesh.triangles is 0",
-         [](MeshScene& s) {
-             s.mesh.vertices.clear();
-         }},
-    };
-    const auto new_scene = [] {
-        MeshScene scene(9, 9);
-        scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
-        scene.parameters.supersample = 0;
-        return scene;
-    };
-    for (const Case& bad : cases) {
-        MeshScene scene = new_scene();
-        bad.spoil(scene);
-        const MeshScene before = scene;
-        host.errors.clear();
-        EXPECT_EQ(run(queue, scene), static_cast<std::uint32_t>(status_failed)) << bad.text;
-        ASSERT_EQ(host.errors.size(), 1u) << bad.text;
-        EXPECT_NE(host.errors[0].find(std::string("MeshRasterizer_RenderMesh: ") + bad.text), std::string::npos)
-            << host.errors[0];
-        EXPECT_TRUE(same_bits(scene.heights, before.heights));
-        EXPECT_EQ(scene.parameters.resolution.x, before.parameters.resolution.x);
-    }
-
-    MeshScene scene = new_scene();
-    const HostCallbacks record = host.callbacks();
-    mesh_rasterizer_MeshView view = scene.mesh.view();
-    const auto refused = [&](SyclQueue* on, const mesh_rasterizer_MeshView* mesh, float* height, Parameters* parameters,
-                             const HostCallbacks* callbacks) {
-        EXPECT_EQ(MeshRasterizer_RenderMesh(on, mesh, height, nullptr, parameters, callbacks),
-                  static_cast<std::uint32_t>(status_failed));
-    };
-    SyclQueue* const on = handle(queue);
-    refused(nullptr, &view, scene.heights.data(), &scene.parameters, &record);
-    refused(on, nullptr, scene.heights.data(), &scene.parameters, &record);
-    refused(on, &view, nullptr, &scene.parameters, &record);
-    refused(on, &view, scene.heights.data(), nullptr, &record);
-    refused(on, &view, scene.heights.data(), &scene.parameters, nullptr);
-    view.triangles = nullptr;
-    refused(on, &view, scene.heights.data(), &scene.parameters, &record);
-    view = scene.mesh.view();
-    view.vertices = nullptr;
-    refused(on, &view, scene.heights.data(), &scene.parameters, &record);
-    EXPECT_TRUE(host.acquired.empty());
-    EXPECT_TRUE(host.progress.empty());
-}
-
-TEST_F(MeshRendering, AnyNumberOfThreadsGivesTheSameHeights) {
-    MeshScene many = tangled_scene(90, 70, 5), single = many, many_by_triangle = many, single_by_triangle = many;
-    render(many);
-    draw(queue, many_by_triangle, by_triangle);
-    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
-    render(single);
-    draw(queue, single_by_triangle, by_triangle);
-    EXPECT_TRUE(same_bits(single.heights, many.heights));
-    EXPECT_TRUE(same_bits(single_by_triangle.heights, many_by_triangle.heights));
-    EXPECT_GT(std::count_if(many.noise.begin(), many.noise.end(), [](float v) { return v != MeshScene::no_noise; }),
-              1000);
-}
-
-/// Meshes of wild numbers: what they draw is anyone's guess, but every run ends, and triangle by triangle all schemes
-/// agree on it.
-TEST_F(MeshRendering, WildMeshesAreSurvived) {
-    std::mt19937 random(11);
-    const float wild[] = {nan,   infinity, -infinity,      3e38f,         -3e38f,   1e20f,     2147483648.0f,
-                          -0.0f, 1e-40f,   -2147483648.0f, 2147483520.0f, 70000.0f, -65535.0f, 0.5f};
-    for (int round = 0; round < 200; ++round) {
-        const int width = 1 + static_cast<int>(random() % 40), height = 1 + static_cast<int>(random() % 40);
-        MeshScene scene = tangled_scene(width, height, static_cast<std::uint32_t>(round));
-        for (int n = 0; n < 6; ++n) {
-            TarnFloat3& vertex = scene.mesh.vertices[random() % scene.mesh.vertices.size()];
-            float* const coordinates[] = {&vertex.x, &vertex.y, &vertex.z};
-            *coordinates[random() % 3] = wild[random() % std::size(wild)];
-        }
-        scene.parameters.scale = round % 4 == 0 ? wild[random() % std::size(wild)] : 1.0f;
-        scene.parameters.offset_x = round % 8 == 0 ? 1e30f : 0.0f;
-        scene.parameters.supersample = static_cast<std::uint8_t>(random() % 2);
-        MeshScene by_class = scene, by_groups = scene, expanded_too = scene;
-        EXPECT_NE(run(queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
-        by_class.parameters.supersample = by_groups.parameters.supersample = 0;
-        draw(queue, by_class, by_triangle);
-        draw(queue, by_groups, by_group);
-        EXPECT_TRUE(same_bits(by_groups.heights, by_class.heights)) << round;
-        try {
-            draw(queue, expanded_too, expanded);
-        } catch (const sycl::exception& error) {
-            EXPECT_EQ(error.code(), sycl::make_error_code(sycl::errc::nd_range));
-        }
-    }
-}
-
-#ifdef HOSTSYCL
-
-TEST_F(MeshRendering, GpusGiveTheHeightsOfTheCpu) {
-    for (const int supersample : {0, 1}) {
-        MeshScene on_cpu = tangled_scene(70, 50, 3), by_triangles = on_cpu;
-        on_cpu.parameters.supersample = static_cast<std::uint8_t>(supersample);
-        const MeshScene start = on_cpu;
-        render(on_cpu);
-        draw(queue, by_triangles, by_triangle);
-        for (const std::vector<std::size_t>& sizes : {std::vector<std::size_t>{1}, {4, 8}, {16, 32}}) {
-            hostsycl::simulated_device description = discrete_gpu();
-            description.sub_group_sizes = sizes;
-            SimulatedGpu gpu(description);
-            MeshScene on_gpu = start, by_groups = start;
-            EXPECT_EQ(run(gpu.queue, on_gpu), static_cast<std::uint32_t>(status_ok));
-            EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
-            draw(gpu.queue, by_groups, by_group);
-            EXPECT_TRUE(same_bits(by_groups.heights, by_triangles.heights));
-            EXPECT_FALSE(same_bits(by_groups.heights, start.heights));
-            EXPECT_EQ(gpu.device.counters().live_allocations, 0u);
-        }
-        MeshScene without_noise = start;
-        EXPECT_EQ(run(queue, without_noise, false), static_cast<std::uint32_t>(status_ok));
-        EXPECT_TRUE(same_bits(without_noise.heights, on_cpu.heights));
-        EXPECT_TRUE(same_bits(without_noise.noise, start.noise));
-    }
-}
-
-TEST_F(MeshRendering, DeviceFaultsBecomeStatuses) {
-    SimulatedGpu gpu;
-    MeshScene scene = tangled_scene(30, 30, 4);
-    const MeshScene before = scene;
-    gpu.device.raise_asynchronous_error(3, "lost");
-    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_failed));
-    scene = before;
-    host.errors.clear();
-    gpu.device.clear_faults();
-    // The trial's allocation comes first, then those of the vertices, the triangles and the grids.
-    gpu.device.fail_allocation(4);
-    scene.parameters.supersample = 1;
-    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
-    EXPECT_TRUE(same_bits(scene.heights, before.heights));
-    EXPECT_EQ(host.errors.size(), 1u);
-    EXPECT_EQ(host.released, host.acquired);
-    gpu.device.fail_allocation(1);
-    host.errors.clear();
-    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_out_of_memory));
-    EXPECT_TRUE(host.errors.empty());
-}
-
-TEST_F(MeshRendering, TheNeedCountsTheMeshAndFourfoldGridsWithSupersampling) {
-    SimulatedGpu gpu(integrated_gpu());
-    MeshScene scene(3000, 1000, 0.0f);
-    scene.mesh = quad(0, 0, 1, 1, 0.0f, 0.0f);
-    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_ok));
-    scene.parameters.supersample = 1;
-    EXPECT_EQ(run(gpu.queue, scene), static_cast<std::uint32_t>(status_ok));
-    const std::size_t mesh = 16 * (4 + 2);
-    EXPECT_EQ(host.acquired, (std::vector<std::size_t>{0x4000000, mesh + 52 * 3000000}));
-}
-
-#endif
 
 } // namespace

@@ -42,7 +42,7 @@ const std::vector<Operation>& operations() {
 
 class Resampling : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
 
     Grid grid(std::vector<float>& cells, int width, int height) {
         EXPECT_EQ(cells.size(), static_cast<std::size_t>(width) * static_cast<std::size_t>(height));

@@ -1,15 +1,7 @@
 #include <algorithm>
-#include <functional>
-#include <limits>
-
-#include <tbb/global_control.h>
 
 #include "stamps/stamp_instancer_kernels.hpp"
 #include "support.hpp"
-
-#ifdef HOSTSYCL
-#include "simulated_gpu.hpp"
-#endif
 
 namespace {
 
@@ -56,28 +48,11 @@ struct Scene {
 
 class Stamps : public ::testing::Test {
   protected:
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
     RecordingHost host;
 
-    void populate(Scene& scene) {
-        EXPECT_EQ(scene.run(queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
-    }
+    void populate(Scene& scene) { EXPECT_EQ(scene.run(queue, host.callbacks()), ok); }
 };
-
-/// Rough ground under many stamps of different shapes, some of them half off the grid.
-Scene busy_scene() {
-    Scene scene(70, 50, 0.0f);
-    scene.heights = rough_terrain(70, 50);
-    std::vector<float> cells;
-    for (int n = 0; n < 3 * 5 * 4; ++n)
-        cells.push_back(n % 4 == 3 ? 0.0f : static_cast<float>(n % 7) - 2.5f);
-    scene.set_stamps(5, 4, cells);
-    for (int n = 0; n < 300; ++n)
-        scene.instances.push_back(at(static_cast<float>(n * 37 % 800) * 0.1f - 5.0f,
-                                     static_cast<float>(n * 53 % 601) * 0.1f - 5.0f,
-                                     static_cast<std::uint32_t>(n % 3)));
-    return scene;
-}
 
 TEST_F(Stamps, LieOnWholeCellsWithTheirCentreInTheCellOfThePosition) {
     struct Case {
@@ -129,7 +104,7 @@ TEST_F(Stamps, HighestWinsAndALowerOneLeavesHeightAndId) {
     scene.set_stamps(1, 1, {5.0f, 3.0f, -2.0f});
     scene.instances = {at(2.5f, 2.5f, 1), at(2.5f, 2.5f, 0), at(6.5f, 6.5f, 2)};
     scene.ids.assign(scene.ids.size(), 0.25f);
-    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
+    const Threads one(1);
     populate(scene);
     EXPECT_EQ(scene.height_at(2, 2), 6.0f);
     EXPECT_EQ(scene.id_at(2, 2), tarn::stamp_instancer::instance_id(1));
@@ -165,111 +140,19 @@ TEST_F(Stamps, IdsAreOneNumberAnInstanceAboveZero) {
 }
 
 TEST_F(Stamps, WildPositionsAndHeightsStayOffTheGrid) {
-    const float infinity = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
     Scene scene(6, 6, 1.0f);
     scene.set_stamps(3, 3, std::vector<float>(9, 7.0f));
-    for (const float wild : {nan, infinity, -infinity, 3e38f, -3e38f, 2147483648.0f, -2147483648.0f}) {
+    for (const float wild : {not_a_number, infinity, -infinity, 3e38f, -3e38f, 2147483648.0f, -2147483648.0f}) {
         scene.instances.push_back(at(wild, 3.0f));
         scene.instances.push_back(at(3.0f, wild));
     }
     populate(scene);
     EXPECT_EQ(scene.heights, std::vector<float>(36, 1.0f));
 
-    scene.heights.assign(36, nan);
+    scene.heights.assign(36, not_a_number);
     scene.instances = {at(3.0f, 3.0f)};
     populate(scene);
     EXPECT_EQ(scene.ids, std::vector<float>(36, 0.0f));
 }
-
-TEST_F(Stamps, NoInstancesLeaveTheGrids) {
-    Scene scene(6, 6, 1.0f);
-    scene.set_stamps(3, 3, std::vector<float>(9, 7.0f));
-    scene.parameters.instance_count = 0;
-    const HostCallbacks record = host.callbacks();
-    EXPECT_EQ(StampInstancer_Populate(handle(queue), scene.heights.data(), scene.ids.data(), scene.stamps.data(),
-                                      nullptr, &scene.parameters, &record),
-              static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(scene.heights, std::vector<float>(36, 1.0f));
-    EXPECT_EQ(host.acquired, std::vector<std::size_t>{0x4000000});
-    EXPECT_EQ(host.released, host.acquired);
-    EXPECT_TRUE(host.progress.empty());
-}
-
-TEST_F(Stamps, BadRecordsAreRefusedWithOneLineThatNamesTheField) {
-    constexpr int most = std::numeric_limits<int>::max();
-    struct Case {
-        const char* field;
-        std::function<void(stamp_instancer_Parameters&)> spoil;
-    };
-    const auto sets = [](int stamp_instancer_Parameters::*field, int value) {
-        return [=](stamp_instancer_Parameters& p) {
-            p.*field = value;
-        };
-    };
-    using Record = stamp_instancer_Parameters;
-    const std::vector<Case> cases = {
-        {"width", sets(&Record::width, 0)},
-        {"height", sets(&Record::height, -1)},
-        {"width * height", sets(&Record::width, most)},
-        {"stamps_width", sets(&Record::stamps_width, 0)},
-        {"stamps_height", sets(&Record::stamps_height, -5)},
-        {"stamps_width * stamps_height", sets(&Record::stamps_width, most)},
-        {"stamp_width", sets(&Record::stamp_width, 0)},
-        {"stamp_height", sets(&Record::stamp_height, std::numeric_limits<int>::min())},
-        {"instance_count", sets(&Record::instance_count, -1)},
-        {"instance_count * stamp_width * stamp_height", sets(&Record::stamp_width, most)},
-        {"instance.stamp", sets(&Record::stamp_width, 6)}, // the last stamp is no longer whole
-    };
-    for (const Case& bad : cases) {
-        Scene scene = busy_scene(), untouched = scene;
-        scene.parameters.instance_count = 300;
-        bad.spoil(scene.parameters);
-        host.errors.clear();
-        const HostCallbacks record = host.callbacks();
-        EXPECT_EQ(StampInstancer_Populate(handle(queue), scene.heights.data(), scene.ids.data(), scene.stamps.data(),
-                                          scene.instances.data(), &scene.parameters, &record),
-                  static_cast<std::uint32_t>(status_failed))
-            << bad.field;
-        ASSERT_EQ(host.errors.size(), 1u) << bad.field;
-        EXPECT_NE(host.errors[0].find(": " + std::string(bad.field) + " is "), std::string::npos) << host.errors[0];
-        EXPECT_TRUE(same_bits(scene.heights, untouched.heights));
-    }
-    Scene scene = busy_scene();
-    scene.instances.back().stamp = 0xFFFFFFFFu;
-    EXPECT_EQ(scene.run(queue, host.callbacks()), static_cast<std::uint32_t>(status_failed));
-    EXPECT_TRUE(host.acquired.empty());
-}
-
-TEST_F(Stamps, AnyNumberOfThreadsGivesTheSameHeights) {
-    Scene all_threads = busy_scene();
-    populate(all_threads);
-    Scene single = busy_scene();
-    const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
-    populate(single);
-    EXPECT_TRUE(same_bits(single.heights, all_threads.heights));
-    EXPECT_FALSE(same_bits(single.heights, rough_terrain(70, 50)));
-}
-
-#ifdef HOSTSYCL
-
-TEST_F(Stamps, GpusGiveTheHeightsOfTheCpuAndKeepTheInstances) {
-    Scene on_cpu = busy_scene();
-    populate(on_cpu);
-    SimulatedGpu gpu;
-    Scene on_gpu = busy_scene();
-    EXPECT_EQ(on_gpu.run(gpu.queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
-    EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
-    for (std::size_t i = 0; i < on_cpu.ids.size(); ++i)
-        EXPECT_EQ(on_gpu.ids[i] != 0.0f, on_cpu.ids[i] != 0.0f) << i;
-    EXPECT_EQ(on_gpu.instances[7].height, -12345.0f);
-    EXPECT_NE(on_cpu.instances[7].height, -12345.0f);
-    EXPECT_EQ(host.acquired, (std::vector<std::size_t>{0x4000000, 0x4000000}));
-    EXPECT_EQ(host.released, host.acquired);
-    on_gpu.instances.clear();
-    EXPECT_EQ(on_gpu.run(gpu.queue, host.callbacks()), static_cast<std::uint32_t>(status_ok));
-    EXPECT_TRUE(same_bits(on_gpu.heights, on_cpu.heights));
-}
-
-#endif
 
 } // namespace

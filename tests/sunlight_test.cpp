@@ -2,17 +2,9 @@
 #include "lighting/lighting.hpp"
 
 #include <algorithm>
-#include <functional>
 #include <limits>
-#include <numeric>
-
-#include <tbb/global_control.h>
 
 #include "support.hpp"
-
-#ifdef HOSTSYCL
-#include "simulated_gpu.hpp"
-#endif
 
 namespace {
 
@@ -22,8 +14,6 @@ using lighting::Ray;
 using lighting::sun_position;
 using lighting::sun_samples;
 using lighting::Vector;
-
-using Cells = std::vector<float>;
 
 constexpr double degree = 0.017453292519943295;
 
@@ -43,13 +33,12 @@ class SunLight : public ::testing::Test {
     SunLight() { lighting::callbacks.set(HostCallbacks{}); }
     ~SunLight() override { lighting::callbacks.set(HostCallbacks{}); }
 
-    sycl::queue queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+    sycl::queue queue = cpu_queue();
     RecordingHost host;
 
     Cells summed(sycl::queue& on, const Cells& heights, const lighting_Parameters& p) {
         Cells result(heights.size(), -77.0f);
-        EXPECT_EQ(SunLightIntegral(handle(on), heights.data(), result.data(), &p),
-                  static_cast<std::uint32_t>(status_ok));
+        EXPECT_EQ(SunLightIntegral(handle(on), heights.data(), result.data(), &p), ok);
         return result;
     }
     Cells summed(const Cells& heights, const lighting_Parameters& p) { return summed(queue, heights, p); }
@@ -229,157 +218,5 @@ TEST_F(SunLight, PolarNightIsDark) {
     p.haze = 0.1f;
     EXPECT_TRUE(same_bits(summed(ground, p), Cells(1024, 0.0f)));
 }
-
-TEST_F(SunLight, BadInputIsRefusedAndToldThroughTheLatestShade) {
-    using P = lighting_Parameters;
-    const float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
-    const std::vector<std::pair<const char*, std::function<void(P&)>>> cases = {
-        {"width is 0",
-         [](P& p) {
-             p.resolution = {0, 0};
-         }},
-        {"height is 18",
-         [](P& p) {
-             p.resolution.height = 18;
-         }},
-        {"width is 17",
-         [](P& p) {
-             p.resolution = {17, 17};
-         }},
-        {"width * height",
-         [](P& p) {
-             p.resolution = {46342, 46342};
-         }},
-        {"terrain_size",
-         [=](P& p) {
-             p.terrain_size = nan;
-         }},
-        {"terrain_size",
-         [=](P& p) {
-             p.terrain_size = 0.0f;
-         }},
-        {"terrain_height",
-         [=](P& p) {
-             p.terrain_height = infinity;
-         }},
-        {"terrain_height",
-         [=](P& p) {
-             p.terrain_height = -2.0f;
-         }},
-        {"first_day",
-         [](P& p) {
-             p.first_day = p.last_day + 366;
-         }},
-        {"first_day",
-         [](P& p) {
-             p.first_day = std::numeric_limits<int>::max();
-             p.last_day = std::numeric_limits<int>::min();
-         }},
-        {"latitude",
-         [=](P& p) {
-             p.latitude = nan;
-         }},
-        {"north_offset",
-         [=](P& p) {
-             p.north_offset = -infinity;
-         }},
-        {"haze",
-         [=](P& p) {
-             p.haze = infinity;
-         }},
-        {"haze is -0.5", [=](P& p) {
-             p.haze = -0.5f;
-         }}};
-    const Cells ground = rough_terrain(16, 16), blank(256, -77.0f);
-    Cells result = blank;
-    const auto refuse_all = [&](bool told) {
-        for (const auto& [text, spoil] : cases) {
-            P p = parameters(16, 10, 20, 40.0f);
-            spoil(p);
-            host.errors.clear();
-            EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), &p),
-                      static_cast<std::uint32_t>(status_failed))
-                << text;
-            ASSERT_EQ(host.errors.size(), told ? 1u : 0u) << text;
-            if (told) {
-                EXPECT_NE(host.errors[0].find(text), std::string::npos) << host.errors[0];
-            }
-        }
-        EXPECT_TRUE(same_bits(result, blank));
-    };
-    refuse_all(false); // no Shade yet
-    EXPECT_TRUE(host.untouched());
-
-    const HostCallbacks record = host.callbacks();
-    P p = parameters(16, 10, 20, 40.0f);
-    Cells red(256), green(256), blue(256);
-    ASSERT_EQ(Shade(handle(queue), ground.data(), nullptr, nullptr, nullptr, red.data(), green.data(), blue.data(),
-                    nullptr, nullptr, nullptr, &p, &record),
-              static_cast<std::uint32_t>(status_ok));
-    refuse_all(true);
-    EXPECT_EQ(SunLightIntegral(handle(queue), nullptr, result.data(), &p), static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(host.errors.back(), "SunLightIntegral: heights is null");
-    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), nullptr, &p), static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), nullptr),
-              static_cast<std::uint32_t>(status_failed));
-    EXPECT_EQ(SunLightIntegral(nullptr, ground.data(), result.data(), &p), static_cast<std::uint32_t>(status_failed));
-    // The fields of Shade are not looked at, the edges of the span run.
-    p.sun_rings = 99;
-    p.exposure = nan;
-    p.first_day = p.last_day + 365;
-    EXPECT_EQ(SunLightIntegral(handle(queue), ground.data(), result.data(), &p), static_cast<std::uint32_t>(status_ok));
-    EXPECT_EQ(host.acquired.size(), 1u); // Shade's alone
-}
-
-TEST_F(SunLight, HostileButFiniteParametersFinish) {
-    Cells ground = rough_terrain(16, 16);
-    ground[100] = std::numeric_limits<float>::quiet_NaN();
-    ground[37] = std::numeric_limits<float>::infinity();
-    for (const float value : {1e38f, -1e38f, 1e-38f, -90.0f, 1e6f})
-        for (const auto field : {&lighting_Parameters::latitude, &lighting_Parameters::north_offset}) {
-            lighting_Parameters p = parameters(16, -3000, 100000, 10.0f);
-            p.*field = value;
-            p.haze = std::abs(value);
-            summed(ground, p);
-        }
-    lighting_Parameters p = parameters(16, std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), 10.0f);
-    summed(ground, p);
-}
-
-const std::vector<int> sides = {2, 4, 14, 66, 300, 1030};
-
-TEST_F(SunLight, AnyNumberOfThreadsGivesTheSameBits) {
-    for (const int side : sides) {
-        const Cells ground = rough_terrain(side, side);
-        const lighting_Parameters p = parameters(side, 350, 350, 20.0f);
-        const Cells all_threads = summed(ground, p);
-        const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
-        EXPECT_TRUE(same_bits(summed(ground, p), all_threads)) << side;
-    }
-}
-
-#ifdef HOSTSYCL
-
-TEST_F(SunLight, GpusGiveTheBitsOfTheCpuOrTheirStatus) {
-    SimulatedGpu gpu;
-    for (const int side : {2, 6, 66, 300}) {
-        const Cells ground = rough_terrain(side, side);
-        lighting_Parameters p = parameters(side, 350, 20, 50.0f);
-        p.haze = 0.05f;
-        EXPECT_TRUE(same_bits(summed(gpu.queue, ground, p), summed(ground, p))) << side;
-    }
-    const lighting_Parameters p = parameters(32, 1, 1, 0.0f), night = parameters(32, 355, 355, 89.0f);
-    Cells ground(1024, 1.0f), result(1024);
-    EXPECT_TRUE(same_bits(summed(gpu.queue, ground, night), Cells(1024, 0.0f)));
-    gpu.device.throw_on_submit(2, "queue is full");
-    EXPECT_EQ(SunLightIntegral(handle(gpu.queue), ground.data(), result.data(), &p),
-              static_cast<std::uint32_t>(status_failed));
-    const std::size_t need = 72 * 32 * 32 + (std::size_t{256} << 20);
-    SimulatedGpu small(discrete_gpu(need - 1));
-    EXPECT_EQ(SunLightIntegral(handle(small.queue), ground.data(), result.data(), &p),
-              static_cast<std::uint32_t>(status_out_of_memory));
-}
-
-#endif
 
 } // namespace

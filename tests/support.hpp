@@ -4,20 +4,24 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
+#include <tbb/global_control.h>
 
 namespace tarn_test {
 
-/// A host's record of callbacks that notes every call. One at a time: the callbacks are plain functions.
+/// A host's record of callbacks that notes every call. The callbacks are plain functions: the latest host alone hears.
 class RecordingHost {
   public:
-    RecordingHost() { current() = this; }
-    ~RecordingHost() { current() = nullptr; }
+    RecordingHost() : previous_(std::exchange(current(), this)) {}
+    ~RecordingHost() { current() = previous_; }
     RecordingHost(const RecordingHost&) = delete;
     RecordingHost& operator=(const RecordingHost&) = delete;
 
@@ -63,10 +67,52 @@ class RecordingHost {
         static RecordingHost* host = nullptr;
         return host;
     }
+
+    RecordingHost* previous_;
 };
+
+using Cells = std::vector<float>;
+
+inline constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
+inline constexpr float infinity = std::numeric_limits<float>::infinity();
+
+/// What an output holds before a run.
+inline constexpr float untouched = -77.0f;
+
+inline constexpr auto ok = static_cast<std::uint32_t>(status_ok);
+inline constexpr auto cancelled = static_cast<std::uint32_t>(status_cancelled);
+inline constexpr auto out_of_memory = static_cast<std::uint32_t>(status_out_of_memory);
+inline constexpr auto failed = static_cast<std::uint32_t>(status_failed);
+
+/// Limits the kernels to so many threads while it lives.
+class Threads {
+  public:
+    explicit Threads(std::size_t count) : limit_(tbb::global_control::max_allowed_parallelism, count) {}
+
+  private:
+    tbb::global_control limit_;
+};
+
+inline sycl::queue cpu_queue() {
+    return sycl::queue{sycl::cpu_selector_v, sycl::property_list{sycl::property::queue::in_order()}};
+}
+
+inline double sum(const Cells& cells) {
+    return std::accumulate(cells.begin(), cells.end(), 0.0);
+}
 
 inline SyclQueue* handle(sycl::queue& queue) {
     return reinterpret_cast<SyclQueue*>(&queue);
+}
+
+/// Ground of `height(x, y)`.
+template <class Height>
+Cells ground(int width, int rows, Height height) {
+    Cells cells;
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < width; ++x)
+            cells.push_back(height(static_cast<float>(x), static_cast<float>(y)));
+    return cells;
 }
 
 /// Uneven ground without any symmetry: waves of several lengths and a repeatable roughness.
