@@ -1,8 +1,13 @@
 #include "hostsycl/launch.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
+#include <exception>
+#include <latch>
+#include <thread>
+#include <vector>
 
 #include <tbb/blocked_range.h>
 #include <tbb/global_control.h>
@@ -88,10 +93,33 @@ std::size_t thread_count() {
     return std::min(allowed, static_cast<std::size_t>(std::max(1, tbb::this_task_arena::max_concurrency())));
 }
 
+/// Whether the system lets this process have `threads` threads. TBB is not asked to find out: a worker that it cannot
+/// start ends the loop halfway, or the process. Until the answer has been yes the question is asked again every time,
+/// since limits and other processes change.
+bool can_start_workers(std::size_t threads) {
+    static std::atomic<std::size_t> proven{1};
+    if (threads <= proven.load(std::memory_order_relaxed))
+        return true;
+    std::latch all_started(1);
+    std::vector<std::jthread> trial;
+    bool possible = true;
+    try {
+        trial.reserve(threads);
+        while (trial.size() + 1 < threads)
+            trial.emplace_back([&] { all_started.wait(); });
+    } catch (const std::exception&) {
+        possible = false;
+    }
+    all_started.count_down();
+    if (possible)
+        proven.store(threads, std::memory_order_relaxed);
+    return possible;
+}
+
 void run_parallel(piece_function function, const void* work, std::size_t begin, std::size_t end, std::size_t row,
                   double nanoseconds_per_cell) {
     const std::size_t threads = thread_count();
-    if (threads == 1) {
+    if (threads == 1 || !can_start_workers(threads)) {
         function(work, begin, end);
         return;
     }

@@ -1,6 +1,7 @@
 #include "hostsycl/work_group.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -20,10 +21,12 @@ namespace sycl::detail {
 
 namespace {
 
-/// Stacks of fibers. A page that faults stands below each, as far as the system has room for so many mappings.
+/// Stacks of fibers. A page that faults stands below each of the first ones: such a stack takes two of the 65,530
+/// mappings that a process may have by default, where stacks without the page share one.
 class stack_pool {
   public:
     static constexpr std::size_t stack_bytes = std::size_t{256} << 10;
+    static constexpr int most_guarded_stacks = 8192;
 
     ~stack_pool() {
         for (void* stack : free_)
@@ -40,8 +43,9 @@ class stack_pool {
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
             if (memory == MAP_FAILED)
                 throw std::bad_alloc();
-            // Without it a stack still works.
-            static_cast<void>(mprotect(memory, static_cast<std::size_t>(getpagesize()), PROT_NONE));
+            static std::atomic<int> guarded_stacks{0};
+            if (guarded_stacks.fetch_add(1, std::memory_order_relaxed) < most_guarded_stacks)
+                static_cast<void>(mprotect(memory, static_cast<std::size_t>(getpagesize()), PROT_NONE));
         }
         boost::context::stack_context stack;
         stack.size = stack_bytes;
@@ -91,7 +95,8 @@ class fiber_scheduler {
                 std::min(execution.sub_group_size_, execution.items_ - (i - 1) * execution.sub_group_size_);
     }
 
-    /// Barrier 0 is that of the group, 1 + i that of sub-group i.
+    /// Barrier 0 is that of the group, 1 + i that of sub-group i. What fails for want of memory fails before the item
+    /// counts as having come.
     void synchronise(std::size_t barrier_number, std::size_t rank, void* record, collective_function function) {
         barrier& meeting = barriers_[barrier_number];
         meeting.function = function;
@@ -99,20 +104,17 @@ class fiber_scheduler {
             meeting.records.resize(meeting.size);
             meeting.records[rank] = record;
         }
-        if (++meeting.arrived == meeting.size) {
+        if (meeting.arrived + 1 == meeting.size) {
             open(meeting);
             return;
         }
-        meeting.waiting.push_back(current_);
-        std::size_t next = 0;
-        if (ready_.empty() && execution_.next_item < execution_.items_) {
-            next = make_fiber();
-        } else {
-            next = take_ready();
-            if (next == current_)
-                return;
-        }
-        switch_to(next);
+        const bool starts_items = ready_.empty() && execution_.next_item < execution_.items_;
+        const std::size_t fiber = starts_items ? make_fiber() : none;
+        ++meeting.arrived;
+        append(meeting.waiting, current_);
+        const std::size_t next = starts_items ? fiber : take_ready();
+        if (next != current_)
+            switch_to(next);
     }
 
     /// Called on the thread's own stack when it has no items left to start: returns when all items have ended.
@@ -122,16 +124,28 @@ class fiber_scheduler {
     }
 
   private:
+    static constexpr std::size_t none = static_cast<std::size_t>(-1);
+
+    /// Contexts in the order of their coming, linked by their own fields: a context is in one list at most, and moving
+    /// it needs no memory.
+    struct context_list {
+        std::size_t first = none;
+        std::size_t last = none;
+
+        bool empty() const { return first == none; }
+    };
+
     struct barrier {
         std::size_t size = 0;
         std::size_t arrived = 0;
         collective_function function = nullptr;
         std::vector<void*> records;
-        std::vector<std::size_t> waiting;
+        context_list waiting;
     };
 
     struct stack_of_items {
         boost::context::fiber suspended;
+        std::size_t next = none;
 #if defined(HOSTSYCL_ADDRESS_SANITIZER)
         void* fake_stack = nullptr;
         const void* bottom = nullptr;
@@ -147,8 +161,20 @@ class fiber_scheduler {
             meeting.function(meeting.records.data(), meeting.records.size());
         std::fill(meeting.records.begin(), meeting.records.end(), nullptr);
         meeting.arrived = 0;
-        ready_.insert(ready_.end(), meeting.waiting.begin(), meeting.waiting.end());
-        meeting.waiting.clear();
+        while (!meeting.waiting.empty())
+            append(ready_, take(meeting.waiting));
+    }
+
+    void append(context_list& list, std::size_t number) {
+        contexts_[number].next = none;
+        (list.empty() ? list.first : contexts_[list.last].next) = number;
+        list.last = number;
+    }
+
+    std::size_t take(context_list& list) {
+        const std::size_t number = list.first;
+        list.first = contexts_[number].next;
+        return number;
     }
 
     /// A context that can go on. If there is none, some items of a group have ended and the others wait for them, which
@@ -158,20 +184,16 @@ class fiber_scheduler {
             for (barrier& meeting : barriers_)
                 if (!meeting.waiting.empty())
                     open(meeting);
-        const std::size_t next = ready_.front();
-        ready_.pop_front();
-        return next;
+        return take(ready_);
     }
 
     std::size_t make_fiber() {
-        std::size_t number = contexts_.size();
-        if (!unused_.empty()) {
-            number = unused_.back();
-            unused_.pop_back();
-        } else {
+        if (unused_.empty()) {
             contexts_.emplace_back();
+            append(unused_, contexts_.size() - 1);
         }
         const auto stack = this_thread_stacks().take();
+        const std::size_t number = take(unused_);
         contexts_[number].suspended =
             boost::context::fiber(std::allocator_arg, boost::context::preallocated(stack.sp, stack.size, stack),
                                   pooled_stack(), [this, number](boost::context::fiber&& from) {
@@ -213,7 +235,7 @@ class fiber_scheduler {
 #if defined(HOSTSYCL_THREAD_SANITIZER)
             __tsan_destroy_fiber(contexts_[previous_].sanitizer_fiber);
 #endif
-            unused_.push_back(previous_);
+            append(unused_, previous_);
         }
         current_ = self;
     }
@@ -242,8 +264,8 @@ class fiber_scheduler {
     std::vector<barrier> barriers_;
     // References to contexts must stay valid while more are made.
     std::deque<stack_of_items> contexts_;
-    std::vector<std::size_t> unused_;
-    std::deque<std::size_t> ready_;
+    context_list unused_;
+    context_list ready_;
     std::size_t current_ = 0;
     std::size_t previous_ = 0;
 };

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdlib>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -9,7 +10,9 @@
 
 #include <gtest/gtest.h>
 #include <sycl/sycl.hpp>
+#include <sys/resource.h>
 #include <tbb/global_control.h>
+#include <unistd.h>
 
 namespace {
 
@@ -78,6 +81,26 @@ TEST(LaunchTest, FewHeavyItemsUseAllThreads) {
 TEST(LaunchTest, GlobalControlLimitsTheThreads) {
     const tbb::global_control one(tbb::global_control::max_allowed_parallelism, 1);
     EXPECT_EQ(threads_of_heavy_launch(32), 1u);
+}
+
+TEST(LaunchDeathTest, WithoutThreadsTheCallerDoesAll) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto run_alone = [] {
+        const rlimit one{1, 1};
+        // The limit does not bind the superuser.
+        if (setrlimit(RLIMIT_NPROC, &one) != 0 || (geteuid() == 0 && setuid(65534) != 0))
+            std::_Exit(2);
+        const tbb::global_control four(tbb::global_control::max_allowed_parallelism, 4);
+        std::vector<int> hits(1 << 22, 0);
+        sycl::queue queue;
+        queue.parallel_for(hits.size(), [data = hits.data()](sycl::id<1> i) { data[i] += 1; });
+        int total = 0;
+        queue.parallel_for(hits.size(), sycl::reduction(&total, sycl::plus<int>()),
+                           [data = hits.data()](sycl::id<1> i, auto& sum) { sum += data[i]; });
+        std::_Exit(threads_of_heavy_launch(32) == 1 && hits == std::vector<int>(1 << 22, 1) && total == 1 << 22 ? 0
+                                                                                                                : 1);
+    };
+    EXPECT_EXIT(run_alone(), testing::ExitedWithCode(0), "");
 }
 
 TEST(LaunchTest, LightLaunchesStayOnTheCallingThread) {

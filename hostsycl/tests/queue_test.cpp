@@ -95,42 +95,53 @@ TEST(QueueTest, ExceptionsCarryCodeMessageAndContext) {
     EXPECT_NE(std::error_code(static_cast<int>(sycl::errc::invalid), std::generic_category()), placed.code());
 }
 
-TEST(QueueTest, WhatKernelsThrowComesToTheHandlerInOrderAndOnce) {
+TEST(QueueTest, WhatKernelsThrowIsThrownBySubmit) {
+    sycl::queue queue;
+    EXPECT_THROW(queue.single_task([] { throw std::out_of_range("gone"); }), std::out_of_range);
+    EXPECT_THROW(queue.parallel_for(100000,
+                                    [](sycl::id<1> i) {
+                                        if (i == 99999)
+                                            throw std::runtime_error("gone");
+                                    }),
+                 std::runtime_error);
+    EXPECT_NO_THROW(queue.wait_and_throw());
+}
+
+TEST(QueueTest, AsynchronousErrorsComeToTheHandlerInOrderAndOnce) {
+    hostsycl::simulated_device_guard gpu;
     std::vector<std::string> seen;
-    sycl::queue queue{[&](sycl::exception_list errors) {
-        for (const auto& error : errors)
-            seen.push_back(message_of(error));
-    }};
-    queue.single_task([] { throw std::runtime_error("first"); });
-    queue.parallel_for(100000, [](sycl::id<1> i) {
-        if (i == 99999)
-            throw std::runtime_error("second");
-    });
+    sycl::queue queue{gpu.get(), [&](sycl::exception_list errors) {
+                          for (const auto& error : errors)
+                              seen.push_back(message_of(error));
+                      }};
+    gpu.raise_asynchronous_error(1, "first");
+    gpu.raise_asynchronous_error(2, "second");
+    queue.single_task([] {});
+    queue.single_task([] {});
     queue.wait();
     EXPECT_TRUE(seen.empty()) << "wait alone delivers nothing";
     queue.wait_and_throw();
     EXPECT_EQ(seen, (std::vector<std::string>{"first", "second"}));
-    queue.throw_asynchronous();
-    EXPECT_EQ(seen.size(), 2u);
-    queue.single_task([] { throw std::runtime_error("third"); }).wait_and_throw();
+    gpu.raise_asynchronous_error(1, "third");
+    queue.single_task([] {}).wait_and_throw();
     EXPECT_EQ(seen.size(), 3u);
-}
-
-TEST(QueueTest, WhatAHandlerThrowsReachesTheCaller) {
-    sycl::queue queue{[](sycl::exception_list errors) {
-        std::rethrow_exception(*errors.begin());
-    }};
-    queue.single_task([] { throw std::out_of_range("gone"); });
-    EXPECT_THROW(queue.wait_and_throw(), std::out_of_range);
-    EXPECT_NO_THROW(queue.wait_and_throw());
+    sycl::queue throwing{gpu.get(), [](sycl::exception_list errors) {
+                             std::rethrow_exception(*errors.begin());
+                         }};
+    gpu.raise_asynchronous_error(1, std::make_exception_ptr(std::out_of_range("gone")));
+    throwing.single_task([] {});
+    EXPECT_THROW(throwing.wait_and_throw(), std::out_of_range);
+    EXPECT_NO_THROW(throwing.wait_and_throw());
 }
 
 TEST(QueueDeathTest, WithoutHandlerAnErrorEndsTheProgram) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_DEATH(
         {
-            sycl::queue queue;
-            queue.single_task([] { throw std::runtime_error("unseen"); });
+            hostsycl::simulated_device_guard gpu;
+            sycl::queue queue(gpu.get());
+            gpu.raise_asynchronous_error(1, "unseen");
+            queue.single_task([] {});
             queue.wait_and_throw();
         },
         "unseen");

@@ -2,11 +2,11 @@
 // values are combined in the order of the blocks. The result is thus the same bits for any number of threads.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <tuple>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "hostsycl/functional.hpp"
 #include "hostsycl/launch.hpp"
@@ -117,13 +117,11 @@ class reduction_launch {
   public:
     reduction_launch(const RunBlock& run_block, std::size_t total, const Reductions&... reductions)
         : run_block_(run_block), reductions_(reductions...), total_(total),
-          block_((total + reduction_blocks - 1) / reduction_blocks) {
-        if (block_ > 0)
-            partials_.resize((total + block_ - 1) / block_);
-    }
+          block_((total + reduction_blocks - 1) / reduction_blocks),
+          blocks_(block_ == 0 ? 0 : (total + block_ - 1) / block_) {}
 
     void run() {
-        run_adaptive(&reduction_launch::run_blocks, this, partials_.size(), 1);
+        run_adaptive(&reduction_launch::run_blocks, this, blocks_, 1);
         finish(std::index_sequence_for<Reductions...>());
     }
 
@@ -159,9 +157,9 @@ class reduction_launch {
     void finish_one() {
         auto& reduction = std::get<I>(reductions_);
         auto result = reduction.starts_at_identity ? reduction.identity : *reduction.target;
-        for (const auto& partial : partials_)
-            if (std::get<I>(partial).used)
-                result = reduction.operation(result, std::get<I>(partial).value);
+        for (std::size_t block = 0; block < blocks_; ++block)
+            if (const auto& partial = std::get<I>(partials_[block]); partial.used)
+                result = reduction.operation(result, partial.value);
         *reduction.target = result;
     }
 
@@ -169,7 +167,9 @@ class reduction_launch {
     std::tuple<Reductions...> reductions_;
     std::size_t total_;
     std::size_t block_;
-    std::vector<std::tuple<partial_result<typename Reductions::value_type>...>> partials_;
+    std::size_t blocks_;
+    // On the stack: a reduction needs no memory that could be missing.
+    std::array<std::tuple<partial_result<typename Reductions::value_type>...>, reduction_blocks> partials_;
 };
 
 template <class Kernel, int D, class... Reductions>

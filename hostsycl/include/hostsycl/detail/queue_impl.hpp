@@ -32,16 +32,12 @@ struct queue_impl : std::enable_shared_from_this<queue_impl> {
             meet_submit_faults();
     }
 
-    /// Runs a kernel; what it throws becomes an asynchronous error.
+    /// Runs a kernel. If it throws, or cannot be run for want of memory, the submission throws: an asynchronous error
+    /// could be dropped, and the results would be wrong without a word.
     template <class Body>
     void run_kernel(const Body& body) {
-        if (!begin_kernel())
-            return;
-        try {
+        if (begin_kernel())
             body();
-        } catch (...) {
-            report(std::current_exception());
-        }
     }
 
     void report(std::exception_ptr error);
