@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building Tarn.oneAPI takes and this machine lacks. Does nothing if none is missing.
+#   scripts/setup.sh             what it takes to build and test
+#   scripts/setup.sh --checks    and what scripts/check.sh and the build with clang take
 set -euo pipefail
 
 packages=(
@@ -9,6 +11,9 @@ packages=(
     libassimp-dev libcli11-dev libgdal-dev libopenexr-dev   # the command-line tool
     libgtest-dev libbenchmark-dev                           # tests and benchmarks
 )
+if [[ ${1-} == --checks ]]; then
+    packages+=(clang clang-format clang-tidy)
+fi
 
 is_installed() {
     [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]

@@ -46,16 +46,29 @@
  * Refusals. A call whose arguments cannot run returns status_failed, after one log_error line that names the field and
  * its value, and before acquire_memory: NaN or infinite parameters, sizes outside the range above, null pointers that a
  * comment does not allow, and what each comment adds. Values out of range that have a sensible meaning are clamped as
- * the comments say. A call without callbacks to log through is refused in silence.
+ * the comments say. Parameters that a run does not read are not looked at. A call without callbacks to log through is
+ * refused in silence, and so is a null queue or grid of ThermalShaper_Process and Cellular3D_Render.
+ *
+ * Cells that are not finite. One NaN or infinite height would spread over a whole terrain with the material that is
+ * moved. So the simulations that move material (ThermalShaper_Process, ThermalSimulation, ParallelErosionSimulation,
+ * DuneSimulation, DebrisSimulation) refuse a call with such a height, or with such sand: fill holes first. All other
+ * calls take such cells; they spoil only those results that depend on them.
  *
  * Memory. On a device that is no CPU a run starts with a trial: its need in bytes, which each comment gives, plus
  * 256 MiB must be free on the device, or the call returns status_out_of_memory and calls nothing back. Then
  * acquire_memory tells the host what the run takes, and release_memory, with the same number, that it has gone. The two
- * always balance, also when a run fails or is cancelled. The need is an estimate: an allocation that fails later in the
- * run ends it with status_out_of_memory and a log_error line.
+ * always balance, also when a run fails or is cancelled. The need is an estimate. An allocation on the device that fails
+ * later in the run ends it with status_out_of_memory, one in the host's memory with status_failed, both after a
+ * log_error line.
  *
- * Repeatability. Runs with the same arguments give the same bits on a CPU, whatever the number of its threads, except
- * where a comment says otherwise.
+ * Repeatability. Runs with the same arguments give the same bits on a CPU, whatever the number of its threads and
+ * whatever processor the library was built for. Four calls add or write in the order in which threads get there, so that
+ * some of their results may differ between runs on several threads, in the last bits unless it says more:
+ *
+ *     DuneSimulation            heights, sand, wind_trace
+ *     ColorTransportSimulation  red, green, blue
+ *     DebrisSimulation          rock_id and speed, where rocks overlap: those of either
+ *     StampInstancer_Populate   ids, where stamps overlap: that of either
  *
  * Records cross the boundary in memory as they stand here, on platforms with 64-bit pointers; the end of this header
  * checks their layout. Fields of one byte are flags: 0 is false, anything else is true. Fields named "reserved" are not
@@ -109,7 +122,7 @@ typedef enum TarnStatus {
  * also those that a call does not use; the reserved pointers may be null.
  *
  * A C++ host may throw from progress and is_cancelled: the run ends with a log_error line and status_failed. The other
- * four must return.
+ * four must return. MedianFilter and DebrisSimulation have no status for a failure; their comments say what they do.
  */
 typedef struct HostCallbacks {
     /**
@@ -215,7 +228,7 @@ typedef struct SyclQueue SyclQueue;
  *   also with no record. Give it back with FreeDevices.
  * - count: receives the number of records.
  *
- * Both must not be null. When memory runs out the results are null and 0.
+ * Both must not be null; a call with a null one does nothing but log a line. A scan that fails gives null and 0.
  */
 TARN_API void GetDevices(DeviceInfo** devices, int32_t* count);
 
@@ -235,13 +248,15 @@ TARN_API void FreeDeviceInfo(DeviceInfo* info);
  * Makes a queue on a device. Costs a look at all devices but for "cpu"; no device is tested.
  *
  * - device_id: "cpu" for the CPU that the SYCL runtime prefers, or an identity string as told at TARN_KIND_TOKEN_CPU.
- * All five fields must match a device, which need not be one of GetDevices. A device with a slash in one of its texts
- * has no identity string.
+ *   All five fields must match a device, which need not be one of GetDevices. A device with a slash in one of its texts
+ *   has no identity string.
  * - callbacks: copied; the device functions and the error handlers of all queues log through the record of the latest
- *   call. An error that the device reports later is logged as "Caught asynchronous SYCL exception: ..." and makes the
- *   run it falls into return status_failed.
+ *   call. An error that the device reports late is logged as "Caught asynchronous SYCL exception: ..." and makes the
+ *   run it falls into return status_failed. One case is an exception: after the memory trial of a run, errors that
+ *   arrive before the run's first allocation of device memory are dropped, since they may be the trial's own.
  *
- * Returns null if an argument is null, no device matches, its driver needs an update, or the runtime refuses.
+ * Returns null if an argument is null, no device matches, its driver needs an update, or the runtime refuses; no line
+ * says which.
  *
  * A side effect on the whole process: from the first call on, C++ std::cerr writes to the null device, so that the SYCL
  * runtime's own messages stay off the host's console. The file descriptor and C's stderr are left alone.
@@ -875,8 +890,7 @@ typedef struct stamp_instancer_Parameters {
  *
  * Refused: stamp sizes below 1, a stamp number past the array, and instance_count * stamp_width * stamp_height above
  * 2^31 - 1. Status 0, 2 or 3: no progress, no cancel. Heights are repeatable; where instances overlap, the id of either
- * may stand. Need:
- * 8 * width * height + 4 * stamps_width * stamps_height + 16 * instance_count bytes.
+ * may stand. Need: 8 * width * height + 4 * stamps_width * stamps_height + 16 * instance_count bytes.
  */
 TARN_API uint32_t StampInstancer_Populate(SyclQueue* queue, float* heights, float* ids, const float* stamps,
                                           stamp_instancer_Instance* instances,

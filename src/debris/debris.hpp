@@ -14,13 +14,6 @@
 namespace tarn::debris {
 
 using Parameters = debris_Parameters;
-static_assert(sizeof(Parameters) == 48);
-static_assert(offsetof(Parameters, resolution) == 0 && offsetof(Parameters, terrain_size) == 4);
-static_assert(offsetof(Parameters, terrain_height) == 8 && offsetof(Parameters, count) == 12);
-static_assert(offsetof(Parameters, max_size) == 16 && offsetof(Parameters, min_size) == 20);
-static_assert(offsetof(Parameters, friction) == 24 && offsetof(Parameters, restitution) == 28);
-static_assert(offsetof(Parameters, draw_unmoved) == 36 && offsetof(Parameters, favour_small) == 40);
-static_assert(offsetof(Parameters, seed) == 44);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

@@ -16,8 +16,7 @@ namespace {
 
 constexpr std::size_t smallest_memory = 0x40000000; // 1 GiB
 
-/// Hashes of the kind tokens that hosts may use. The first five have been accepted from the start; the others belong to
-/// the readable tokens of the public header.
+/// Hashes of the kind tokens that hosts may use. The last five are those of the readable tokens of the public header.
 struct KindToken {
     std::uint32_t hash;
     std::int32_t kind;
@@ -35,7 +34,7 @@ constexpr std::array<KindToken, 10> kind_tokens{{
     {0xB32A04CAu, 5}, // "accelerator"
 }};
 
-/// Hash of the back end text that marks a CPU device as kind 1. None of the texts of backend_name has it so far.
+/// Hash of the back end text that marks a CPU device as kind 1. None of the texts of backend_name has it.
 constexpr std::uint32_t native_backend_hash = 0xF8D70BF0u;
 
 std::int32_t device_kind(const sycl::device& device, const std::string& backend) {

@@ -56,8 +56,7 @@ extern "C" {
 
 TARN_API void GetDevices(DeviceInfo** devices, int32_t* count) {
     if (devices == nullptr || count == nullptr) {
-        device_callbacks.log_error(std::string("GetDevices: ") + (devices == nullptr ? "devices" : "count") +
-                                   " is null");
+        device_callbacks.log_error(devices == nullptr ? "GetDevices: devices is null" : "GetDevices: count is null");
         return;
     }
     *devices = nullptr;
@@ -69,13 +68,12 @@ TARN_API void GetDevices(DeviceInfo** devices, int32_t* count) {
         array = allocate_array(records.size());
         for (std::size_t i = 0; i < records.size(); ++i)
             fill(array[i], records[i]);
+        device_callbacks.log_info("Device scan finished");
         *devices = array;
         *count = static_cast<int32_t>(records.size());
     } catch (...) {
         FreeDevices(array);
-        return;
     }
-    device_callbacks.log_info("Device scan finished");
 }
 
 TARN_API void FreeDevices(DeviceInfo* devices) {

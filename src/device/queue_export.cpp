@@ -63,8 +63,8 @@ TARN_API SyclQueue* CreateSyclQueue(const char* device_id, const HostCallbacks* 
     if (device_id == nullptr || callbacks == nullptr)
         return nullptr;
     device_callbacks.set(*callbacks);
-    silence_error_stream();
     try {
+        silence_error_stream();
         sycl::queue* queue = std::string_view(device_id) == "cpu" ? make_queue(sycl::device(sycl::cpu_selector_v))
                                                                   : make_queue(std::string_view(device_id));
         return reinterpret_cast<SyclQueue*>(queue);

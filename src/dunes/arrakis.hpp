@@ -1,7 +1,6 @@
 // Arrakis: a layer of sand on a fixed ground, moved by saltation and avalanches under a wind.
 #pragma once
 
-#include <cstddef>
 
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
@@ -13,11 +12,6 @@
 namespace tarn::arrakis {
 
 using Parameters = arrakis_Parameters;
-static_assert(sizeof(Parameters) == 36);
-static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
-static_assert(offsetof(Parameters, duration) == 8 && offsetof(Parameters, repose_angle) == 20);
-static_assert(offsetof(Parameters, feature_size) == 24 && offsetof(Parameters, terrain_size) == 28);
-static_assert(offsetof(Parameters, terrain_height) == 32);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

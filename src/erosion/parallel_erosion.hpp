@@ -16,16 +16,6 @@
 namespace tarn::parallel_erosion {
 
 using Parameters = parallel_erosion_Parameters;
-static_assert(sizeof(Parameters) == 84);
-static_assert(offsetof(Parameters, Resolution) == 0 && offsetof(Parameters, terrain_size) == 8);
-static_assert(offsetof(Parameters, terrain_height) == 12 && offsetof(Parameters, feature_size) == 16);
-static_assert(offsetof(Parameters, iterations) == 24 && offsetof(Parameters, seed) == 32);
-static_assert(offsetof(Parameters, erosion_strength) == 36 && offsetof(Parameters, shaping_strength) == 44);
-static_assert(offsetof(Parameters, shaping_sharpness) == 48 && offsetof(Parameters, shaping_detail) == 52);
-static_assert(offsetof(Parameters, fill_slope_scale) == 56 && offsetof(Parameters, fill_angle) == 60);
-static_assert(offsetof(Parameters, plain_deposition) == 64 && offsetof(Parameters, plain_angle) == 68);
-static_assert(offsetof(Parameters, terrace_deposition) == 72 && offsetof(Parameters, terrace_angle) == 76);
-static_assert(offsetof(Parameters, constant_capacity) == 80);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

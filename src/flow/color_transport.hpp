@@ -15,12 +15,6 @@
 namespace tarn::color_transport {
 
 using Parameters = color_transport_Parameters;
-static_assert(sizeof(Parameters) == 36);
-static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
-static_assert(offsetof(Parameters, flow_length) == 8 && offsetof(Parameters, persistence) == 12);
-static_assert(offsetof(Parameters, blend) == 16 && offsetof(Parameters, spread) == 20);
-static_assert(offsetof(Parameters, transport) == 24 && offsetof(Parameters, straight_trails) == 28);
-static_assert(offsetof(Parameters, seed) == 32);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

@@ -2,7 +2,6 @@
 // sums their visits, and the terrain that they walk over rises a little where they have been.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include <sycl/sycl.hpp>
@@ -15,10 +14,6 @@
 namespace tarn::flow {
 
 using Parameters = flow_Parameters;
-static_assert(sizeof(Parameters) == 20);
-static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
-static_assert(offsetof(Parameters, flow_length) == 8 && offsetof(Parameters, spread) == 12);
-static_assert(offsetof(Parameters, seed) == 16);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

@@ -15,19 +15,8 @@
 namespace tarn::mesh_rasterizer {
 
 using Parameters = mesh_rasterizer_Parameters;
-static_assert(sizeof(Parameters) == 56);
-static_assert(offsetof(Parameters, resolution) == 0 && offsetof(Parameters, point_count) == 8);
-static_assert(offsetof(Parameters, vertical_scale) == 12 && offsetof(Parameters, rotation_x) == 16);
-static_assert(offsetof(Parameters, scale) == 28 && offsetof(Parameters, offset_x) == 32);
-static_assert(offsetof(Parameters, displacement_amount) == 44 && offsetof(Parameters, displacement_bias) == 48);
-static_assert(offsetof(Parameters, horizontal_displacement) == 52 && offsetof(Parameters, rest_on_floor) == 53);
-static_assert(offsetof(Parameters, supersample) == 54);
 
 using MeshView = mesh_rasterizer_MeshView;
-static_assert(sizeof(MeshView) == 40);
-static_assert(offsetof(MeshView, vertices) == 0 && offsetof(MeshView, vertex_count) == 8);
-static_assert(offsetof(MeshView, triangles) == 16 && offsetof(MeshView, triangle_count) == 24);
-static_assert(offsetof(MeshView, normals) == 32);
 
 using vec2 = sycl::vec<float, 2>;
 using vec3 = sycl::vec<float, 3>;

@@ -2,7 +2,6 @@
 // and comes to rest, on every level of a Laplacian pyramid from the coarsest to the finest.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -16,13 +15,6 @@
 namespace tarn::thermal {
 
 using Parameters = thermal_Parameters;
-static_assert(sizeof(Parameters) == 44);
-static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
-static_assert(offsetof(Parameters, duration) == 8 && offsetof(Parameters, erosion_rate) == 12);
-static_assert(offsetof(Parameters, curvature_bias) == 16 && offsetof(Parameters, repose_angle) == 20);
-static_assert(offsetof(Parameters, feature_size) == 24 && offsetof(Parameters, terrain_size) == 28);
-static_assert(offsetof(Parameters, terrain_height) == 32 && offsetof(Parameters, absorption) == 36);
-static_assert(offsetof(Parameters, use_erosion_mask) == 40 && offsetof(Parameters, use_absorption_mask) == 41);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;

@@ -17,11 +17,6 @@
 namespace tarn::thermal_shaper {
 
 using Parameters = thermal_shaper_Parameters;
-static_assert(sizeof(Parameters) == 32);
-static_assert(offsetof(Parameters, width) == 0 && offsetof(Parameters, height) == 4);
-static_assert(offsetof(Parameters, level_divisor) == 8 && offsetof(Parameters, scale_numerator) == 12);
-static_assert(offsetof(Parameters, level_multiplier) == 16 && offsetof(Parameters, blend) == 20);
-static_assert(offsetof(Parameters, rate) == 24 && offsetof(Parameters, detail_gain) == 28);
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;
