@@ -12,7 +12,7 @@ packages=(
     libgtest-dev libbenchmark-dev                           # tests and benchmarks
 )
 if [[ ${1-} == --checks ]]; then
-    packages+=(clang clang-format clang-tidy)
+    packages+=(clang-16 clang-format clang-tidy-16)
 fi
 
 is_installed() {

@@ -1,13 +1,10 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests, optimised and then under AddressSanitizer and UndefinedBehaviorSanitizer.
-#   scripts/test.sh [PRESET...]      presets of CMakePresets.json; release and asan if none is named
+# Builds everything and runs all tests.
+#   scripts/test.sh [PRESET...]      presets of CMakePresets.json; release if none is named
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-presets=("$@")
-if ((${#presets[@]} == 0)); then
-    presets=(release asan)
-fi
+presets=("${@:-release}")
 
 scripts/setup.sh
 for preset in "${presets[@]}"; do
