@@ -11,9 +11,7 @@ namespace {
 using namespace tarn;
 using namespace tarn_test;
 namespace erosion = parallel_erosion;
-using erosion::Context;
-using erosion::Particle;
-using erosion::Vector;
+using erosion::Plan;
 
 /// Cells one unit of height wide. `levels` is the logarithm that counts levels, exact while the feature stays small.
 parallel_erosion_Parameters parameters(int width, int height, float levels, float iterations) {
@@ -49,17 +47,16 @@ Cells hills(int width, int height) {
 // ---------------------------------------------------------------------------------------------------------------------
 // The plan
 
-Context context_of(float level_float) {
-    Context context{};
-    context.level_float = level_float;
-    context.shaping_level = 100.0f;
-    return context;
+Plan plan_of(float level_float) {
+    Plan plan{};
+    plan.level_float = level_float;
+    plan.shaping_level = 100.0f;
+    return plan;
 }
 
 TEST(ErosionPlan, LevelsAndTheirRounds) {
     const auto planned = [](float levels) {
-        auto p = parameters(256, 256, levels, 1000.0f);
-        return erosion::plan(p, false);
+        return erosion::plan_run(parameters(256, 256, levels, 1000.0f), false);
     };
     EXPECT_EQ(planned(2.0f).level_float, 2.0f);
     EXPECT_EQ(planned(2.0f).level_count, 2);
@@ -69,7 +66,7 @@ TEST(ErosionPlan, LevelsAndTheirRounds) {
 
     const auto p = parameters(256, 256, 2.0f, 1000.0f);
     const auto rounds = [&](float level_float, int k) {
-        return erosion::rounds(p, context_of(level_float), k);
+        return erosion::rounds(p, plan_of(level_float), k);
     };
     EXPECT_EQ(rounds(2.0f, 0), 1000);
     EXPECT_EQ(rounds(2.3f, 0), 300); // the coarsest level stands for the fraction
@@ -83,28 +80,28 @@ TEST(ErosionPlan, LevelsAndTheirRounds) {
 
 TEST(ErosionPlan, CapacityShapingAndSmoothingPerLevel) {
     auto p = parameters(256, 256, 2.0f, 1000.0f);
-    Context context = context_of(5.0f);
+    Plan plan = plan_of(5.0f);
     const auto ratio = [&](auto function, int k) {
-        return function(p, context, k + 1) / function(p, context, k);
+        return function(p, plan, k + 1) / function(p, plan, k);
     };
-    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, context, 0), p.erosion_strength);
-    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, context, 1), p.erosion_strength);
+    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, plan, 0), p.erosion_strength);
+    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, plan, 1), p.erosion_strength);
     EXPECT_NEAR(ratio(erosion::capacity_scale, 6), 0.6, 0.002);
     for (int k = 0; k < 12; ++k) // without a detail to fade from
-        EXPECT_EQ(erosion::shaping_amount(p, context, k), erosion::shaping_amount(p, context, 0));
-    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, context, 0), p.shaping_strength);
-    context.shaping_level = 2.0f;
-    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, context, 2), p.shaping_strength);
+        EXPECT_EQ(erosion::shaping_amount(p, plan, k), erosion::shaping_amount(p, plan, 0));
+    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, plan, 0), p.shaping_strength);
+    plan.shaping_level = 2.0f;
+    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, plan, 2), p.shaping_strength);
     EXPECT_NEAR(ratio(erosion::shaping_amount, 5), 0.4, 1e-4);
-    EXPECT_EQ(erosion::smoothing_amount(context, 0), 1.0f);
-    EXPECT_NEAR(erosion::smoothing_amount(context, 4) / erosion::smoothing_amount(context, 3), 2.0, 1e-5);
-    EXPECT_EQ(erosion::smoothing_amount(context_of(5.5f), 0), 1.0f); // never below
+    EXPECT_EQ(erosion::smoothing_amount(plan, 0), 1.0f);
+    EXPECT_NEAR(erosion::smoothing_amount(plan, 4) / erosion::smoothing_amount(plan, 3), 2.0, 1e-5);
+    EXPECT_EQ(erosion::smoothing_amount(plan_of(5.5f), 0), 1.0f); // never below
 
     // Angles are true ones; at 90 degrees the float tangent has come around to the other side.
     p.shaping_detail = 0.0f;
     p.plain_angle = 45.0f;
     p.terrace_angle = 90.0f;
-    const Context planned = erosion::plan(p, false);
+    const Plan planned = erosion::plan_run(p, false);
     EXPECT_EQ(planned.shaping_level, 100.0f);
     EXPECT_FLOAT_EQ(planned.plain_tangent, 1.0f);
     EXPECT_LT(planned.terrace_tangent, -1e6f);
@@ -324,10 +321,9 @@ TEST_F(Erosion, CancelsOnCoarseLevelsLeaveTheHeightAlone) {
     eroded(terrain, p);
     EXPECT_EQ(host.progress.back(), 100.0);
     const int questions = host.cancel_questions;
-    auto planned = p;
-    const Context context = erosion::plan(planned, false);
+    const Plan plan = erosion::plan_run(p, false);
     const auto rounds = [&](int k) {
-        return erosion::rounds(p, context, k);
+        return erosion::rounds(p, plan, k);
     };
     // Rounds up to the end of the second level and of the one below the full size; reports begin in the second.
     const int second = rounds(0) + rounds(1), third = second + rounds(2), silent = third + rounds(3) - questions;

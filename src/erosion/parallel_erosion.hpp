@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
@@ -12,95 +11,48 @@
 #include "device/callbacks.hpp"
 #include "device/progress_tracker.hpp"
 #include "device/usm_ptr.hpp"
+#include "erosion/erosion_plan.hpp"
 
 namespace tarn::parallel_erosion {
-
-using Parameters = parallel_erosion_Parameters;
 
 /// The module's copy of the host's callbacks.
 inline ModuleCallbacks callbacks;
 
 using Grid = sycl::buffer<float, 2>;
 
-/// Positions are floats, which hold whole cells up to here.
-inline constexpr std::int32_t longest_side = 1 << 24;
-
-/// The running state of a simulation. Its level is the one that runs.
-struct Context {
-    std::int32_t rounds;
-    /// Counts from 0 at the full size.
-    std::int32_t level;
-    std::int32_t level_count;
-    /// 0 while the coarsest level runs.
-    std::int32_t levels_done;
-    /// The number of levels before it is rounded up.
-    float level_float;
-    /// Value of `levels_done` from which on shaping fades.
-    float shaping_level;
-    float fill_tangent;
-    float plain_tangent;
-    float terrace_tangent;
-    float capacity_scale;
-    float shaping_amount;
-    float smoothing_amount;
-    bool has_spawn_map;
-};
-
-/// The feature size that a run works with: above a fifth of the terrain it levels off.
-float softened_feature_size(float feature_size, float terrain_size);
-
-/// Plans a run, and softens the record's feature size. The values of a single level are still open.
-Context plan(Parameters& parameters, bool has_spawn_map);
-
-/// What a level is run with, `levels_done` levels above the coarsest. Rounds keep the part that the fraction of the
-/// level count asks for at the coarsest level, and halve per level from about the fourth on. Capacity and shaping fade
-/// by 0.6 and 0.4 a level, shaping from `shaping_level` on. Smoothing doubles.
-int rounds(const Parameters& parameters, const Context& context, int levels_done);
-float capacity_scale(const Parameters& parameters, const Context& context, int levels_done);
-float shaping_amount(const Parameters& parameters, const Context& context, int levels_done);
-float smoothing_amount(const Context& context, int levels_done);
-
-using Vector = sycl::vec<float, 2>;
-
-/// Points of one piece of a path.
-inline constexpr int longest_path = 12;
-/// A water particle.
+/// What of a water particle lasts from one pass to the next.
 struct Particle {
-    /// The piece of the path that the last walk went. A rising step stands at the height that it rises to.
-    float heights[longest_path];
-    float rises[longest_path];
-    Vector positions[longest_path];
-    Vector position;
-    std::uint32_t id;
-    std::uint32_t path_length;
+    float x;
+    float y;
     /// Over its whole life, as `uphill_steps`.
     std::uint32_t total_steps;
     std::uint32_t uphill_steps;
-    /// Ended by the terrain: the last piece moves ground only where it rises.
-    std::uint8_t dead;
-    /// Takes no part in the next pass.
-    std::uint8_t stopped;
-    /// Height of the carved bed at the last point and at the one before.
-    float surface;
-    float previous_surface;
-    float sediment;
-    /// Sum of what it has scoured off the bed.
-    float scoured;
+    /// Of the random direction that it has taken last.
     std::uint32_t direction_index;
+    /// Height of the carved bed at the last point.
+    float surface;
+    float sediment;
 };
 
-/// What the particles of a pass want of a cell. Side by side, since each point of a path touches both.
-struct DeltaSum {
-    /// Sum of the changes, in fixed point.
-    std::int64_t changes;
-    /// The sum of their weights in the lower half, the number of visits in the upper one.
-    std::uint64_t counts;
+/// What a particle wants of a cell at a point of its path.
+struct Wish {
+    float change;
+    /// A link to the wish that came before it at the same cell.
+    std::uint32_t before;
+};
+
+/// What particles do to a cell. Their wishes make a list: an exchange of its head is all that they share.
+struct CellState {
+    /// A link; none but in the middle of a pass.
+    std::uint32_t last_wish;
+    /// At this level.
+    std::uint32_t visits;
 };
 
 /// One level of the pyramid.
 struct LaplacianLevel {
     /// The full-size level, over the caller's grids.
-    LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid level_flow, Grid level_sediment, Grid level_wear,
+    LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid level_sediment, Grid level_wear,
                    Grid level_spawn_map);
 
     /// The next coarser level, half the size rounded down; an axis of one cell is not halved. Writes the detail of its
@@ -110,16 +62,9 @@ struct LaplacianLevel {
     LaplacianLevel(const LaplacianLevel&) = delete;
     LaplacianLevel& operator=(const LaplacianLevel&) = delete;
 
-    /// Clears the grids that a level starts with at 0.
-    template <bool with_reach>
-    void init();
-
     /// Replaces the parent's height, sediment and wear by this level's, upsampled, with the parent's detail put back as
     /// far as sediment and wear leave it.
     void reconstruct_previous_level(const Parameters& parameters);
-
-    /// Width of a cell in units of height.
-    float cell_width(const Parameters& parameters) const;
 
     Extent<2> extent() const { return Extent<2>(static_cast<std::uint32_t>(cols), static_cast<std::uint32_t>(rows)); }
     std::size_t size() const { return rows * cols; }
@@ -130,25 +75,16 @@ struct LaplacianLevel {
     /// The next finer level; null at the full size.
     LaplacianLevel* parent;
     Grid height;
-    /// Visits of particles at this level.
-    Grid flow;
-    /// The change that the shaping makes of a cell.
-    Grid delta;
     Grid sediment;
     Grid wear;
     /// This level's height minus the upsampled height of the next coarser one.
     Grid detail;
-    /// What particles want of a cell; 0 but in the middle of a pass.
-    sycl::buffer<DeltaSum, 2> delta_sum;
     /// Probability of a birth; one element if there is no map.
     Grid spawn_map;
-    /// How far the flow has reached, from 0 to 1; one element each without a map.
-    Grid reach;
-    Grid reach_next;
 };
 
-/// The particles of a level and the lists of those that go on.
-struct Swarm;
+/// What a level needs while it runs, and no longer.
+struct LevelRun;
 
 /// The caller's grids; the spawn map may be null.
 struct CallerGrids {
@@ -162,8 +98,8 @@ struct CallerGrids {
 class ParallelErosion {
   public:
     /// Reports 0 %, then takes the caller's grids in; they receive the results when the object ends.
-    ParallelErosion(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
-                    const CallerGrids& grids);
+    ParallelErosion(const Parameters& parameters, const Plan& plan, sycl::queue& caller_queue,
+                    const HostCallbacks& record, const CallerGrids& grids);
 
     /// False if the host cancelled it.
     bool erode();
@@ -171,24 +107,27 @@ class ParallelErosion {
     bool cancelled() const { return tracker_.cancelled; }
 
   private:
-    void erode_level(LaplacianLevel& level);
-    /// Sets the first particles of the swarm down at random places and makes them active. Their number.
-    std::uint32_t give_birth(LaplacianLevel& level, Swarm& swarm, std::uint32_t batch_offset);
-    /// Walks the first `count` active particles on by one piece of their path.
-    void flow(LaplacianLevel& level, Swarm& swarm, std::uint32_t count);
-    /// Carves these pieces into the level.
-    void render_flow(LaplacianLevel& level, Swarm& swarm, std::uint32_t count);
+    void erode_level(LaplacianLevel& level, int levels_done);
+    /// Sets the particles of a round down at random places. Their number.
+    std::uint32_t give_birth(LevelRun& run, std::uint32_t batch_offset);
+    /// Takes the first `count` particles one pass further: they walk a piece of their paths, the cells settle. The
+    /// number of those that go on.
+    std::uint32_t flow(LevelRun& run, std::uint32_t count);
     /// Wears steep faces back and smooths.
     template <bool with_reach>
-    void shape(LaplacianLevel& level);
+    void shape(LevelRun& run);
+    /// Writes the visits at the full size into the caller's grid, after a whole run as shares of a thousand.
+    void write_flow(LevelRun& run);
 
     ProgressTracker tracker_;
     sycl::queue queue_;
     Parameters parameters_;
+    Plan plan_;
+    /// The caller's.
+    Grid flow_;
     LaplacianLevel root_;
     /// Random unit vectors that a particle takes in turn, each as x and y.
     sycl::buffer<float, 1> directions_;
-    Context context_;
 };
 
 } // namespace tarn::parallel_erosion

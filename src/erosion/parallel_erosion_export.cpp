@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "device/argument_check.hpp"
+#include "device/call_frame.hpp"
 
 namespace {
 
@@ -26,18 +27,12 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
     const Parameters& p = *parameters;
     const auto width = static_cast<std::int32_t>(p.Resolution.width);
     const auto height = static_cast<std::int32_t>(p.Resolution.height);
-    const auto at_most_longest_side = [&](const char* field, std::int32_t side) {
-        check.require(side <= parallel_erosion::longest_side, field, side, "at most 16777216");
-    };
-    const auto at_least = [&](const char* field, float value, float least, const char* rule) {
-        check.require(value >= least, field, value, rule);
-    };
-    check.grid_size(width, height);
-    at_most_longest_side("width", width);
-    at_most_longest_side("height", height);
-    check.finite("terrain_size", p.terrain_size)
-        .finite("terrain_height", p.terrain_height)
-        .finite("feature_size", p.feature_size)
+    check.grid_size(width, height)
+        .require(width <= parallel_erosion::longest_side, "width", width, "at most 16777216")
+        .require(height <= parallel_erosion::longest_side, "height", height, "at most 16777216")
+        .above_zero("terrain_size", p.terrain_size)
+        .above_zero("terrain_height", p.terrain_height)
+        .above_zero("feature_size", p.feature_size)
         .finite("iterations", p.iterations)
         .finite("erosion_strength", p.erosion_strength)
         .finite("shaping_strength", p.shaping_strength)
@@ -50,27 +45,18 @@ bool check(SyclQueue* queue, const parallel_erosion::CallerGrids& grids, const P
         .finite("terrace_deposition", p.terrace_deposition)
         .finite("terrace_angle", p.terrace_angle)
         .finite("constant_capacity", p.constant_capacity)
-        .require(p.iterations <= most_iterations, "iterations", p.iterations, "at most 1073741824");
-    at_least("shaping_detail", p.shaping_detail, 0.0f, "at least 0");
+        .require(p.iterations <= most_iterations, "iterations", p.iterations, "at most 1073741824")
+        .require(p.shaping_detail >= 0.0f, "shaping_detail", p.shaping_detail, "at least 0");
     if (!check.passed())
         return false;
 
-    const auto cell_is_usable = [&](float columns) {
-        const float cell = p.terrain_size / (columns * p.terrain_height);
-        return cell > 0.0f && std::isfinite(cell) && std::isfinite(1.0f / cell);
-    };
-    check.require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
-        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
-        .require(cell_is_usable(static_cast<float>(width)) && cell_is_usable(1.0f), "terrain_height", p.terrain_height,
-                 "in proportion to terrain_size")
-        .require(p.feature_size > 0.0f, "feature_size", p.feature_size, "above 0");
-    if (!check.passed())
-        return false;
-    Parameters planned = p;
-    return check
-        .require(std::isfinite(parallel_erosion::plan(planned, false).level_float), "feature_size", p.feature_size,
-                 "in proportion to terrain_size")
-        .passed();
+    const bool has_usable_cells =
+        is_usable_cell_width(parallel_erosion::cell_width(p, p.Resolution.width)) &&
+        is_usable_cell_width(parallel_erosion::cell_width(p, 1)); // as wide as those of the coarsest level may be
+    check.require(has_usable_cells, "terrain_height", p.terrain_height, "in proportion to terrain_size")
+        .require(std::isfinite(parallel_erosion::count_levels(p)), "feature_size", p.feature_size,
+                 "in proportion to terrain_size");
+    return check.finite_grid("height", grids.height, p.Resolution.width, p.Resolution.height).passed();
 }
 
 } // namespace
@@ -92,7 +78,8 @@ extern "C" TARN_API uint32_t ParallelErosionSimulation(SyclQueue* handle, float*
     const std::uint64_t need = frames::parallel_erosion_simulation.bytes_per_cell * cells;
 
     return call_frame(frames::parallel_erosion_simulation, queue, parallel_erosion::callbacks, callbacks, need, [&] {
-        parallel_erosion::ParallelErosion erosion(*parameters, queue, *callbacks, grids);
+        const parallel_erosion::Plan plan = parallel_erosion::plan_run(*parameters, spawn_map != nullptr && cells > 1);
+        parallel_erosion::ParallelErosion erosion(*parameters, plan, queue, *callbacks, grids);
         erosion.erode();
         return erosion.cancelled();
     });

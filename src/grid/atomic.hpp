@@ -16,6 +16,12 @@ inline T atomic_add(T& cell, T value) {
     return SharedCell<T>(cell).fetch_add(value);
 }
 
+/// Sets a cell. The value before.
+template <class T>
+inline T atomic_exchange(T& cell, T value) {
+    return SharedCell<T>(cell).exchange(value);
+}
+
 /// Raises a cell to `value`. True if it was lower; a NaN raises nothing.
 inline bool atomic_raise(float& cell, float value) {
     const SharedCell<float> shared(cell);
