@@ -315,17 +315,18 @@ inline Call color_transport_call(int width, int height) {
             Call::Reports::progress};
 }
 
-inline lighting_Parameters lighting_parameters(int side) {
-    return {.resolution = {side, side},
-            .terrain_size = static_cast<float>(side),
+/// The occlusion is hybrid if the height is odd.
+inline lighting_Parameters lighting_parameters(int width, int height) {
+    return {.resolution = {width, height},
+            .terrain_size = static_cast<float>(width),
             .terrain_height = 0.5f,
             .sun_direction = {-0.48f, 0.6f, 0.64f},
             .sun_rings = 2,
             .sun_diameter = 8.0f,
-            .hybrid_ao = 0,
+            .hybrid_ao = height % 2 == 0 ? 0u : 1u,
             .ao_subdivisions = 1,
             .hybrid_ao_subdivisions = 1,
-            .hybrid_ao_levels = 2,
+            .hybrid_ao_levels = std::min({width, height, 2}),
             .exposure = 1.5f,
             .sun_intensity = 2.0f,
             .ambient_intensity = 0.75f,
@@ -344,33 +345,33 @@ inline lighting_Parameters lighting_parameters(int side) {
             .ao_supplied = 0};
 }
 
-inline Call shade_call(int side, int) {
-    const Cells blank = level(side, side, untouched);
+inline Call shade_call(int width, int height) {
+    const Cells blank = level(width, height, untouched);
     Call call{"Shade",
               calling(Shade),
-              {{"heights", stepped_ground(side, side, 0.125f, 0.5f)},
+              {{"heights", stepped_ground(width, height, 0.125f, 0.5f)},
                {"diffuse", blank},
                {"shadow", blank},
                {"ao", blank},
                {"red", blank},
                {"green", blank},
                {"blue", blank},
-               {"albedo_red", striped(side, side, 11, 0.0625f), Array::optional},
-               {"albedo_green", striped(side, side, 5, 0.25f), Array::optional},
-               {"albedo_blue", striped(side, side, 2, 0.5f), Array::optional}},
-              bytes_of(lighting_parameters(side)),
-              72 * cells_of(side, side)};
+               {"albedo_red", striped(width, height, 11, 0.0625f), Array::optional},
+               {"albedo_green", striped(width, height, 5, 0.25f), Array::optional},
+               {"albedo_blue", striped(width, height, 2, 0.5f), Array::optional}},
+              bytes_of(lighting_parameters(width, height)),
+              72 * cells_of(width, height)};
     call.notices_late_errors = false;
     return call;
 }
 
 /// It logs through the callbacks of the latest Shade.
-inline Call sun_light_call(int side, int) {
+inline Call sun_light_call(int width, int height) {
     Call call{"SunLightIntegral",
               calling(SunLightIntegral),
-              {{"heights", stepped_ground(side, side, 0.125f, 0.5f)}, {"result", level(side, side, untouched)}},
-              bytes_of(lighting_parameters(side)),
-              72 * cells_of(side, side),
+              {{"heights", stepped_ground(width, height, 0.125f, 0.5f)}, {"result", level(width, height, untouched)}},
+              bytes_of(lighting_parameters(width, height)),
+              72 * cells_of(width, height),
               Call::Reports::nothing};
     call.notices_late_errors = false;
     return call;
@@ -535,8 +536,9 @@ using CallFactory = Call (*)(int width, int height);
 
 /// These take grids that are no squares of a multiple of 32.
 inline constexpr CallFactory factories_for_any_shape[] = {
-    thermal_shaper_call, thermal_call,      erosion_call, dunes_call,       flow_call,   color_transport_call,
-    render_mesh_call,    displacement_call, normals_call, point_cloud_call, stamps_call, cellular_call};
+    thermal_shaper_call,  thermal_call,     erosion_call,   dunes_call,       flow_call,
+    color_transport_call, shade_call,       sun_light_call, render_mesh_call, displacement_call,
+    normals_call,         point_cloud_call, stamps_call,    cellular_call};
 
 inline constexpr CallFactory call_factories[] = {
     thermal_shaper_call,  thermal_call, erosion_call,       dunes_call,       debris_call,       flow_call,

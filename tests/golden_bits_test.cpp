@@ -188,7 +188,7 @@ const std::vector<Row>& table() {
         {"light",
          shade_call,
          40,
-         0,
+         40,
          nullptr,
          {{"diffuse", 0xD8E87BE9u},
           {"shadow", 0x7FD8F0DEu},
@@ -199,7 +199,7 @@ const std::vector<Row>& table() {
         {"light, grey and hybrid",
          shade_call,
          66,
-         0,
+         66,
          [](Call& c) {
              without(c, "albedo_green");
              set<Light>(c, std::pair{&Light::hybrid_ao, 1}, std::pair{&Light::hybrid_ao_levels, 3},
@@ -214,7 +214,7 @@ const std::vector<Row>& table() {
         {"light, four rays and many of the sky",
          shade_call,
          34,
-         0,
+         34,
          [](Call& c) {
              set<Light>(c, std::pair{&Light::ao_subdivisions, 3}, std::pair{&Light::sun_rings, -4});
          },
@@ -224,11 +224,37 @@ const std::vector<Row>& table() {
           {"red", 0x307F9623u},
           {"green", 0xB7ECFE1Cu},
           {"blue", 0x4EA6D4DEu}}},
-        {"sun of winter", sun_light_call, 40, 0, nullptr, {{"result", 0x5710F74Cu}}},
+        {"light, wide",
+         shade_call,
+         301,
+         90,
+         nullptr,
+         {{"diffuse", 0x8D82C76Bu},
+          {"shadow", 0x5F2A5ECDu},
+          {"ao", 0x910D9AB9u},
+          {"red", 0x944FD562u},
+          {"green", 0xF6419635u},
+          {"blue", 0x6216F629u}}},
+        {"light, tall, odd and hybrid",
+         shade_call,
+         77,
+         261,
+         [](Call& c) {
+             without(c, "albedo_green");
+             set<Light>(c, std::pair{&Light::hybrid_ao_levels, 4}, std::pair{&Light::sun_rings, -8});
+         },
+         {{"diffuse", 0xF16AB819u},
+          {"shadow", 0x6D9048FBu},
+          {"ao", 0x9E146BE2u},
+          {"red", 0x24542F12u},
+          {"green", 0x8A732603u},
+          {"blue", 0xB191F407u}}},
+        {"sun of winter, wide", sun_light_call, 301, 60, nullptr, {{"result", 0xA59F2332u}}},
+        {"sun of winter", sun_light_call, 40, 40, nullptr, {{"result", 0x5710F74Cu}}},
         {"sun of a day",
          sun_light_call,
          34,
-         0,
+         34,
          [](Call& c) {
              set<Light>(c, std::pair{&Light::first_day, 172}, std::pair{&Light::last_day, 172},
                         std::pair{&Light::latitude, -20.0f}, std::pair{&Light::haze, 0.0f});

@@ -282,10 +282,12 @@ TEST_F(Lighting, SunStraightAboveThrowsNoShadowAndStraightBelowGivesNoLight) {
     const Cells ground = rough_terrain(32, 32);
     for (const int rings : {0, -1, 7, 17, -4, -8}) {
         p.sun_rings = rings;
-        set_sun(p, 0.0f, 0.0f, 1.0f);
-        const Image noon = shaded(ground, p);
-        EXPECT_TRUE(same_bits(noon.shadow, Cells(1024, 1.0f))) << rings;
-        EXPECT_TRUE(std::all_of(noon.red.begin(), noon.red.end(), [](float c) { return std::isfinite(c); }));
+        for (const float aside : {0.0f, 1e-24f}) { // the square is nothing in float
+            set_sun(p, aside, 0.0f, 1.0f);
+            const Image noon = shaded(ground, p);
+            EXPECT_TRUE(same_bits(noon.shadow, Cells(1024, 1.0f))) << rings;
+            EXPECT_TRUE(std::all_of(noon.red.begin(), noon.red.end(), [](float c) { return std::isfinite(c); }));
+        }
         set_sun(p, 0.0f, -0.0f, -1.0f);
         EXPECT_TRUE(same_bits(shaded(ground, p).shadow, Cells(1024, 0.0f)));
         p.sun_direction[2] = 0.0f;
@@ -334,6 +336,23 @@ TEST_F(Lighting, HybridOcclusionOfOneLevelIsTheTracedOne) {
         const Image image = shaded(ground, p);
         EXPECT_FALSE(same_bits(image.ao, traced.ao));
         EXPECT_TRUE(std::all_of(image.ao.begin(), image.ao.end(), [](float ao) { return ao >= 0.0f && ao <= 1.0f; }));
+    }
+}
+
+TEST_F(Lighting, HeightsThatAreNotFiniteReachOnlyTheirNeighboursInHybridOcclusion) {
+    lighting_Parameters p = parameters(64);
+    p.hybrid_ao = 1;
+    p.hybrid_ao_levels = 7;
+    const Cells ground = rough_terrain(64, 64);
+    const Image whole = shaded(ground, p);
+    for (const float value : {not_a_number, infinity, -infinity}) {
+        Cells holed = ground;
+        holed[20 * 64 + 30] = value;
+        const Image image = shaded(holed, p);
+        for (std::size_t i = 0; i < ground.size(); ++i)
+            if (i % 64 < 29 || i % 64 > 31 || i / 64 < 19 || i / 64 > 21) {
+                EXPECT_NEAR(image.ao[i], whole.ao[i], 0.02f) << value << " at " << i % 64 << ", " << i / 64;
+            }
     }
 }
 

@@ -228,20 +228,21 @@ TEST_F(Refusals, FlowAndColourTransport) {
 TEST_F(Refusals, ShadeAndSunLight) {
     using P = lighting_Parameters;
     for (const CallFactory factory : {shade_call, sun_light_call}) {
-        refuses(factory,
-                {CHANGE("width is 0;", p.resolution = {0, 0}), CHANGE("height is -8;", p.resolution = {8, -8}),
-                 CHANGE("width is -2147483648;", p.resolution = {INT_MIN, INT_MIN}),
-                 CHANGE("height is 14;", p.resolution = {16, 14}), CHANGE("width is 15;", p.resolution = {15, 15}),
-                 CHANGE("width * height is 4294967296;", p.resolution = {65536, 65536}), ROW(terrain_size, 0),
-                 ROW(terrain_height, -1), ROW(terrain_height, 1e-44)});
+        refuses(factory, {CHANGE("width is 0;", p.resolution = {0, 0}), CHANGE("height is -8;", p.resolution = {8, -8}),
+                          CHANGE("width is -2147483648;", p.resolution = {INT_MIN, INT_MIN}),
+                          CHANGE("width * height is 4294967296;", p.resolution = {65536, 65536}), ROW(terrain_size, 0),
+                          ROW(terrain_height, -1), ROW(terrain_height, 1e-44)});
         refuses(factory, not_finite<P>({FIELD(terrain_size), FIELD(terrain_height)}));
     }
     refuses(shade_call, {
-        CHANGE("width is 32768;", p.resolution = {32768, 32768}), ROW(sun_rings, 18), ROW(sun_rings, -2),
-            ROW(sun_rings, -9), ROW(sun_rings, INT_MIN), ROW(sun_diameter, -0.5), ROW(sun_diameter, 181),
-            ROW(ao_subdivisions, 4), ROW(ao_subdivisions, -1),
+        CHANGE("width is 32767; it must be from 1 to 32766", p.resolution = {32767, 8}),
+            CHANGE("height is 32767;", p.resolution = {1, 32767}; p.shadows = 0), ROW(sun_rings, 18),
+            ROW(sun_rings, -2), ROW(sun_rings, -9), ROW(sun_rings, INT_MIN), ROW(sun_diameter, -0.5),
+            ROW(sun_diameter, 181), ROW(ao_subdivisions, 4), ROW(ao_subdivisions, -1),
             CHANGE("hybrid_ao_subdivisions is 4;", p.hybrid_ao = 7; p.hybrid_ao_subdivisions = 4),
-            CHANGE("hybrid_ao_levels is 6; it must be at most 5", p.hybrid_ao = 7; p.hybrid_ao_levels = 6),
+            CHANGE("hybrid_ao_levels is 4; it must be at most 3", p.resolution = {64, 4}; p.hybrid_ao = 7;
+                   p.hybrid_ao_levels = 4),
+            CHANGE("albedo is infinite;", p.albedo = infinity; c.array("albedo_blue").is_null = true),
             CHANGE("hybrid_ao_levels is 2147483647;", p.hybrid_ao = 7; p.hybrid_ao_levels = most)
     });
     for (const float value : {not_a_number, infinity, -infinity})
@@ -249,24 +250,28 @@ TEST_F(Refusals, ShadeAndSunLight) {
             refuses(shade_call, {CHANGE("sun_direction is ", p.sun_direction[i] = value),
                                  CHANGE("sun_color is ", p.sun_color[i] = value),
                                  CHANGE("ambient_color is ", p.ambient_color[i] = value)});
-    refuses(shade_call, not_finite<P>({FIELD(sun_diameter), FIELD(exposure), FIELD(sun_intensity),
-                                       FIELD(ambient_intensity), FIELD(albedo)}));
+    refuses(shade_call,
+            not_finite<P>({FIELD(sun_diameter), FIELD(exposure), FIELD(sun_intensity), FIELD(ambient_intensity)}));
     // What no stage of the run looks at may hold anything, and its grid be null.
     takes(shade_call, {
         CHANGE("no shadows", p.shadows = 0; p.sun_rings = p.hybrid_ao_levels = p.first_day = 1000;
-               p.latitude = p.haze = not_a_number; c.array("shadow").is_null = true),
+               p.latitude = p.haze = p.sun_diameter = p.albedo = not_a_number; c.array("shadow").is_null = true),
             CHANGE("no occlusion", p.ambient_occlusion = 0; p.ao_subdivisions = -7; c.array("ao").is_null = true),
-            CHANGE("no sun", p.direct_light = 0; c.array("diffuse").is_null = c.array("shadow").is_null = true)
+            CHANGE("no sun", p.direct_light = 0; p.sun_direction[1] = not_a_number;
+                   c.array("diffuse").is_null = c.array("shadow").is_null = true)
     });
 
     refuses(sun_light_call, {
         CHANGE("first_day is 376;", p.first_day = 376; p.last_day = 10),
-            CHANGE("first_day is 2147483647;", p.first_day = most; p.last_day = INT_MIN), ROW(haze, -0.5)
+            CHANGE("first_day is 2147483647;", p.first_day = most; p.last_day = INT_MIN), ROW(first_day, -3651),
+            ROW(last_day, 3651), ROW(latitude, -90.5), ROW(haze, -0.5),
+            CHANGE("height is 1; it must be from 2 to 65533", p.resolution = {16, 1}),
+            CHANGE("width is 65534;", p.resolution = {65534, 2})
     });
     refuses(sun_light_call, not_finite<P>({FIELD(latitude), FIELD(north_offset), FIELD(haze)}));
     takes(sun_light_call, {
         CHANGE("a year", p.first_day = 375; p.last_day = 10),
-            CHANGE("all time", p.first_day = INT_MIN; p.last_day = most), ROW(latitude, 1e38), ROW(north_offset, -1e38),
+            CHANGE("twenty years", p.first_day = -3650; p.last_day = 3650), ROW(latitude, 90), ROW(north_offset, -1e38),
             ROW(haze, 1e38), ROW(sun_rings, 99), ROW(exposure, static_cast<double>(not_a_number))
     });
     // Before the first Shade there is nobody to tell.

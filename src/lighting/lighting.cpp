@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <future>
-#include <type_traits>
+#include <system_error>
 #include <utility>
 
 #include "grid/access.hpp"
@@ -31,16 +31,21 @@ sycl::range<2> half(const sycl::range<2>& extent) {
     return {extent[0] >> 1, extent[1] >> 1};
 }
 
-/// The parameters for a grid of another size over the same ground.
+/// The parameters for a grid of another size that covers the same ground.
 Parameters resized(const Parameters& parameters, const sycl::range<2>& extent) {
     Parameters result = parameters;
     result.resolution = {static_cast<std::int32_t>(extent[1]), static_cast<std::int32_t>(extent[0])};
     return result;
 }
 
-/// A grid of the caller's that is only read. Unused ones do not go to the device.
-Grid input(const float* cells, const sycl::range<2>& extent, sycl::queue& queue) {
-    return create_buffer(const_cast<float*>(cells), extent, queue, false);
+/// Starts a task beside this thread. Where no thread can be had, it runs when its result is asked for.
+template <class Task>
+std::future<void> start(Task task) {
+    try {
+        return std::async(std::launch::async, task);
+    } catch (const std::system_error&) {
+        return std::async(std::launch::deferred, task);
+    }
 }
 
 struct Colour {
@@ -67,7 +72,7 @@ void compute_normals_and_init_photonmap(const Parameters& p, Grid& heights, Phot
         launch_with_neighbours(
             launch_on(handler, queue), Extent<2>(heights.get_range()), [=](int x, int y, auto interior) {
                 const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * columns + x;
-                const Normal n = normal_at(neighbours_of<interior.value>(cells_of(ground), x, y, columns, rows), scale);
+                const Normal n = normal_at(neighbourhood<interior.value>(cells_of(ground), columns, rows, x, y), scale);
                 cells_of(normal_x)[i] = n.x;
                 cells_of(normal_y)[i] = n.y;
                 cells_of(normal_z)[i] = n.z;
@@ -105,7 +110,7 @@ void raytrace_ao_sl(const Parameters& parameters, Grid& heights, NormalGrid& nor
 
 void sun_light_integral(const Parameters& parameters, const float* heights, float* result, sycl::queue& queue) {
     const sycl::range<2> extent = extent_of(parameters.resolution);
-    Grid full_heights = input(heights, extent, queue);
+    Grid full_heights = create_input(heights, extent, queue);
     Grid full_result = create_buffer(result, extent, queue, true);
     const SunSamples samples = sun_samples(parameters);
 
@@ -132,7 +137,19 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_heights, Gri
 LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel& finer)
     : queue(&level_queue), extent(half(finer.extent)), parent(&finer),
       heights(resampling::downsample_magic(finer.heights, level_queue)), smooth_heights(extent),
-      normal_z(sycl::range<2>(1, 1)), ao(extent) {}
+      normal_z(sycl::range<2>(1, 1)), ao(extent) {
+    const int columns = static_cast<int>(finer.extent[1]), rows = static_cast<int>(finer.extent[0]);
+    queue->submit([&](sycl::handler& handler) {
+        const auto fine = read(finer.heights, handler);
+        const auto coarse = update(heights, handler);
+        launch_cells(launch_on(handler, *queue), Extent<2>(extent), 0,
+                     [=, width = static_cast<std::ptrdiff_t>(extent[1])](int x, int y, auto) {
+                         float& height = cells_of(coarse)[y * width + x];
+                         if (!is_finite(height))
+                             height = mean_of_finite(cells_of(fine), x, y, columns, rows);
+                     });
+    });
+}
 
 void LaplacianLevel::reconstruct(const Parameters& p) {
     LaplacianLevel& fine = *parent;
@@ -159,7 +176,7 @@ void LaplacianLevel::reconstruct(const Parameters& p) {
         const auto occlusion = update(fine.ao, handler);
         launch_with_neighbours(launch_on(handler, *queue), Extent<2>(fine.extent), [=](int x, int y, auto interior) {
             const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * columns + x;
-            const float factor = detail_factor(neighbours_of<interior.value>(cells_of(ground), x, y, columns, rows),
+            const float factor = detail_factor(neighbourhood<interior.value>(cells_of(ground), columns, rows, x, y),
                                                cells_of(smooth)[i], cells_of(slope)[i], scale);
             cells_of(occlusion)[i] = minimum(cells_of(occlusion)[i] * factor, 1.0f);
         });
@@ -169,24 +186,25 @@ void LaplacianLevel::reconstruct(const Parameters& p) {
 LightingSYCL::LightingSYCL(const Parameters& parameters, sycl::queue& caller_queue, const HostCallbacks& record,
                            const CallerGrids& grids)
     : tracker_(record, caller_queue), queue_(caller_queue), parameters_(parameters), stages_(parameters),
-      extent_(extent_of(parameters.resolution)), heights_(input(grids.heights, extent_, queue_)),
+      extent_(extent_of(parameters.resolution)), heights_(create_input(grids.heights, extent_, queue_)),
       red_(create_buffer(grids.red, extent_, queue_, true)), green_(create_buffer(grids.green, extent_, queue_, true)),
-      blue_(create_buffer(grids.blue, extent_, queue_, true)), albedo_red_(input(grids.albedo_red, extent_, queue_)),
-      albedo_green_(input(grids.albedo_green, extent_, queue_)),
-      albedo_blue_(input(grids.albedo_blue, extent_, queue_)), normals_(extent_),
+      blue_(create_buffer(grids.blue, extent_, queue_, true)),
+      albedo_red_(create_input(grids.albedo_red, extent_, queue_)),
+      albedo_green_(create_input(grids.albedo_green, extent_, queue_)),
+      albedo_blue_(create_input(grids.albedo_blue, extent_, queue_)), normals_(extent_),
       diffuse_(create_buffer(stages_.diffuse ? grids.diffuse : nullptr, extent_, queue_, true)),
       shadow_(create_buffer(stages_.shadows ? grids.shadow : nullptr, extent_, queue_, true)), photonmap_(extent_),
       ao_(create_buffer(stages_.reads_ao ? grids.ao : nullptr, extent_, queue_, stages_.traces_ao)),
-      has_albedo_(grids.albedo_red != nullptr && grids.albedo_green != nullptr && grids.albedo_blue != nullptr) {}
+      has_albedo_(grids.has_albedo()) {}
 
 void LightingSYCL::run() {
     // The host builds the tables of rays while the device works on the normals. A failure of either shows at its get.
-    std::future<void> surface = std::async(std::launch::async, [this] {
+    std::future<void> surface = start([this] {
         compute_normals_and_init_photonmap(parameters_, heights_, photonmap_, normals_, queue_);
         if (stages_.diffuse)
             compute_diffuse_light();
     });
-    std::future<void> tables = std::async(std::launch::async, [this] {
+    std::future<void> tables = start([this] {
         if (stages_.shadows)
             direct_sun_rays();
         if (stages_.traces_ao)
@@ -263,35 +281,34 @@ void LightingSYCL::compose_light() {
     const Colour sun = scaled(p.sun_intensity * p.exposure, p.sun_color);
     const Colour sky = scaled(p.exposure * p.ambient_intensity, p.ambient_color);
     const bool has_sun = p.direct_light != 0, has_sky = p.ambient_light != 0;
-    // A stage that has not run counts as a constant.
+    // A stage that has not run counts as a constant. Its grid has one cell, which nothing reads.
     const float constant_visibility = has_sun ? 1.0f : 0.0f, constant_occlusion = has_sky ? 1.0f : 0.0f;
-    const auto compose = [&](auto albedo_given) {
-        queue_.submit([&](sycl::handler& handler) {
-            const auto shadow = read(shadow_, handler), ao = read(ao_, handler), diffuse = read(diffuse_, handler);
+    queue_.submit([&](sycl::handler& handler) {
+        const auto shadow = read(shadow_, handler), ao = read(ao_, handler), diffuse = read(diffuse_, handler);
+        const auto red = overwrite(red_, handler), green = overwrite(green_, handler), blue = overwrite(blue_, handler);
+        const auto compose = [&](auto albedo_of) {
+            launch_indices(handler, queue_, extent_,
+                           [=, has_shadow = stages_.shadows, has_ao = stages_.reads_ao](std::ptrdiff_t i) {
+                               const float visibility = has_shadow ? cells_of(shadow)[i] : constant_visibility;
+                               const float occlusion = has_ao ? cells_of(ao)[i] : constant_occlusion;
+                               const float cosine = has_sun ? cells_of(diffuse)[i] : 1.0f;
+                               const float direct = cosine * visibility;
+                               const Colour albedo = albedo_of(i);
+                               cells_of(red)[i] = albedo.red * (direct * sun.red + sky.red * occlusion);
+                               cells_of(green)[i] = albedo.green * (direct * sun.green + sky.green * occlusion);
+                               cells_of(blue)[i] = albedo.blue * (direct * sun.blue + sky.blue * occlusion);
+                           });
+        };
+        if (has_albedo_) {
             const auto albedo_red = read(albedo_red_, handler), albedo_green = read(albedo_green_, handler),
                        albedo_blue = read(albedo_blue_, handler);
-            const auto red = overwrite(red_, handler), green = overwrite(green_, handler),
-                       blue = overwrite(blue_, handler);
-            launch_indices(
-                handler, queue_, extent_,
-                [=, grey = p.albedo, has_shadow = stages_.shadows, has_ao = stages_.reads_ao](std::ptrdiff_t i) {
-                    const float visibility = has_shadow ? cells_of(shadow)[i] : constant_visibility;
-                    const float occlusion = has_ao ? cells_of(ao)[i] : constant_occlusion;
-                    const float cosine = has_sun ? cells_of(diffuse)[i] : 1.0f;
-                    const float direct = cosine * visibility;
-                    const auto albedo = [=](const Reader<float>& grid) {
-                        return albedo_given.value ? cells_of(grid)[i] : grey;
-                    };
-                    cells_of(red)[i] = albedo(albedo_red) * (direct * sun.red + sky.red * occlusion);
-                    cells_of(green)[i] = albedo(albedo_green) * (direct * sun.green + sky.green * occlusion);
-                    cells_of(blue)[i] = albedo(albedo_blue) * (direct * sun.blue + sky.blue * occlusion);
-                });
-        });
-    };
-    if (has_albedo_)
-        compose(std::true_type{});
-    else
-        compose(std::false_type{});
+            compose([=](std::ptrdiff_t i) {
+                return Colour{cells_of(albedo_red)[i], cells_of(albedo_green)[i], cells_of(albedo_blue)[i]};
+            });
+        } else {
+            compose([grey = p.albedo](std::ptrdiff_t) { return Colour{grey, grey, grey}; });
+        }
+    });
 }
 
 } // namespace tarn::lighting

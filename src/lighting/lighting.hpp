@@ -62,6 +62,8 @@ struct CallerGrids {
     const float* albedo_red;
     const float* albedo_green;
     const float* albedo_blue;
+
+    bool has_albedo() const { return albedo_red != nullptr && albedo_green != nullptr && albedo_blue != nullptr; }
 };
 
 /// Which stages a run has.

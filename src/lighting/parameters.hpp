@@ -1,7 +1,6 @@
 // The record that both exports of the namespace share.
 #pragma once
 
-
 #include <tarn/oneapi.h>
 
 #include "device/callbacks.hpp"
@@ -9,7 +8,6 @@
 namespace tarn::lighting {
 
 using Resolution = lighting_Resolution;
-
 using Parameters = lighting_Parameters;
 
 /// The module's copy of the host's callbacks, written by Shade alone.

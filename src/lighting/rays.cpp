@@ -30,14 +30,9 @@ Vector normalize(const Vector& v) {
     return {v.x / length, v.y / length, v.z / length};
 }
 
-/// Such a direction has no place on the ground to come from.
-bool is_vertical(const Vector& direction) {
-    return direction.x == 0.0f && direction.y == 0.0f;
-}
-
 /// Whether light from here can reach a slope: from above the horizon or from a little below it. Never for a NaN.
 bool is_visible(const Vector& direction) {
-    return direction.z > -0.15f && !is_vertical(direction);
+    return direction.z > -0.15f && squared_ground_length(direction) > 0.0f;
 }
 
 /// A stream of numbers from 0 to 2^32.
@@ -76,8 +71,8 @@ std::vector<Ray> parallel_rays(const Vector& direction, const std::array<std::ar
 float disc_distance(float diameter) {
     constexpr float right_angle = 1.5707964f;
     const float angle = right_angle - diameter * 0.008726646f;
-    // That constant lies just above the right angle, where the tangent is negative: a diameter too small to lower it
-    // counts as 0.
+    // The constant lies just above the right angle, where the tangent is negative. So a diameter that is too small to
+    // change it counts as 0.
     return angle == right_angle ? 1e+19f : std::tan(angle);
 }
 
@@ -194,7 +189,7 @@ float transmission(float elevation, float haze) {
 
 std::vector<Ray> sun_rays(const Parameters& p) {
     const Vector s{p.sun_direction[0], p.sun_direction[1], p.sun_direction[2]};
-    if (is_vertical(s))
+    if (squared_ground_length(s) == 0.0f)
         return {Ray{s}};
     if (p.sun_rings == -8)
         return parallel_rays(s, eight_offsets);
@@ -230,9 +225,9 @@ AmbientRays ambient_rays(int subdivisions) {
     return result;
 }
 
-double days_of(const Parameters& p) {
-    const double last = p.first_day > p.last_day ? p.last_day + 365.0 : p.last_day;
-    return last - p.first_day + 1.0;
+std::int64_t days_of(const Parameters& p) {
+    const std::int64_t last = p.first_day > p.last_day ? p.last_day + std::int64_t{365} : p.last_day;
+    return last - p.first_day + 1;
 }
 
 SunPosition sun_position(float time, const Parameters& p) {

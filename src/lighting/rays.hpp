@@ -2,6 +2,7 @@
 // All of it is host code.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "lighting/parameters.hpp"
@@ -13,6 +14,12 @@ struct Vector {
     float y;
     float z;
 };
+
+/// The square of how far a direction goes along the ground. 0 for those that count as straight up or down: in float
+/// their cross product with the vertical has no length. A NaN for those that are no direction at all.
+inline float squared_ground_length(const Vector& direction) {
+    return direction.x * direction.x + direction.y * direction.y;
+}
 
 /// A direction towards the light, and where in a cell the lines along it start, as (x, y) from 0 to 1.
 struct Ray {
@@ -27,7 +34,7 @@ inline constexpr int most_sun_rings = 17;
 inline constexpr int most_subdivisions = 3;
 
 /// Rays towards the disc of the sun: `sun_rings` rings around its centre, 3n^2 + 3n + 1 in all, or -4 or -8 parallel
-/// ones at different points of a cell. A sun straight above or below is taken as its centre alone.
+/// ones at different points of a cell. A sun straight above or below is its centre alone.
 std::vector<Ray> sun_rays(const Parameters& parameters);
 
 struct AmbientRays {
@@ -46,8 +53,8 @@ struct SunPosition {
     Vector direction;
 };
 
-/// Where the sun stands at `time`, a day of the year with the fraction of its hours from midnight on. NaN where the
-/// rounding of its sines and cosines leaves no angle.
+/// Where the sun stands at `time`: the day of the year, with the time since midnight as its fraction. NaN where
+/// rounding takes a sine or cosine beyond 1.
 SunPosition sun_position(float time, const Parameters& parameters);
 
 struct SunSamples {
@@ -57,8 +64,8 @@ struct SunSamples {
     int total = 0;
 };
 
-/// Length of the span from `first_day` to `last_day` in days; below 1 if it makes no sense.
-double days_of(const Parameters& parameters);
+/// Length in days of the span from `first_day` to `last_day`. Below 1 if `first_day` lies over a year after `last_day`.
+std::int64_t days_of(const Parameters& parameters);
 
 /// Positions of the sun over the span, evenly spread with a jitter, weighed by what the air lets through.
 SunSamples sun_samples(const Parameters& parameters);

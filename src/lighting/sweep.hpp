@@ -30,7 +30,7 @@ inline constexpr int largest_side = 32766;
 inline constexpr float full_credit = 262144.0f;
 
 /// Adds to the photon map how many of the rays reach each cell. Returns how many more reach all of them: rays straight
-/// from above. The grid is square, of the parameters' resolution.
+/// from above. The grids have the parameters' resolution.
 int sweep_sun(const Parameters& parameters, Grid& heights, PhotonMap& photonmap, const std::vector<Ray>& rays,
               sycl::queue& queue);
 

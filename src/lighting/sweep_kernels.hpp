@@ -3,9 +3,11 @@
 // the horizon sees the light: it is credited in the photon map, and the horizon jumps up to it. Lines that leave the
 // grid come in again on the other side and start afresh there.
 //
-// Coordinates are 16.16 fixed point, in cells, so all lines of a ray run exactly parallel: after as many steps they
-// have the same major coordinate, and minor coordinates that are whole cells apart. Hence no two lines of a ray ever
-// meet in a cell, each cell is visited once by a ray, and lines that start side by side stay side by side in memory.
+// A ray has one line for each cell of the grid along its minor axis, and a line takes one step for each cell along the
+// major axis. Coordinates are 16.16 fixed point, in cells, so all lines of a ray run exactly parallel: after the same
+// number of steps they have the same major coordinate, and minor coordinates that are whole cells apart. Hence no two
+// lines of a ray ever meet in a cell, a ray visits each cell once, and lines that start side by side stay side by side
+// in memory.
 #pragma once
 
 #include <bit>
@@ -41,14 +43,14 @@ struct ScanRay {
     float factor;
 };
 
-/// Brings a coordinate back that has left the grid by less than its size. Whether it had.
+/// Wraps a coordinate that has left the grid by less than the grid's size. True if it had left.
 inline bool wrap(Fixed& coordinate, Fixed size) {
     const bool is_below = coordinate < 0, is_beyond = coordinate >= size;
     coordinate += is_below ? size : is_beyond ? -size : 0;
     return is_below || is_beyond;
 }
 
-/// Between which two cells of an axis a coordinate lies. Off the grid `weight` leaves 0 to 1.
+/// The two cells of an axis that a coordinate lies between. Off the grid `weight` is below 0 or above 1.
 struct Taps {
     int first;
     int second;
@@ -77,23 +79,31 @@ inline float mix_by_axes(bool along_x, float near_first, float near_second, floa
                    : mix(near_first, near_second, far_first, far_second, minor, major);
 }
 
-/// How far apart in memory neighbours along the axes of a ray are.
-struct Strides {
-    std::ptrdiff_t major;
-    std::ptrdiff_t minor;
+/// A grid as a ray goes over it.
+struct ScanShape {
+    int steps; ///< cells along the major axis
+    int lines; ///< cells along the minor axis
+    /// How far apart in memory neighbours along either axis are.
+    std::ptrdiff_t major_stride;
+    std::ptrdiff_t minor_stride;
 
-    std::ptrdiff_t index(int major_cell, int minor_cell) const { return major_cell * major + minor_cell * minor; }
+    std::ptrdiff_t index(int major_cell, int minor_cell) const {
+        return major_cell * major_stride + minor_cell * minor_stride;
+    }
+    /// The periods of the coordinates.
+    Fixed major_size() const { return steps << fixed_bits; }
+    Fixed minor_size() const { return lines << fixed_bits; }
 };
 
-inline float interpolate_bilinear(Fixed major, Fixed minor, const float* heights, int size, bool along_x,
-                                  const Strides& strides) {
-    const Taps far = taps_at(major, size), side = taps_at(minor, size);
-    return mix_by_axes(along_x, heights[strides.index(far.first, side.first)],
-                       heights[strides.index(far.first, side.second)], heights[strides.index(far.second, side.first)],
-                       heights[strides.index(far.second, side.second)], far.weight, side.weight);
+inline float interpolate_bilinear(Fixed major, Fixed minor, const float* heights, bool along_x,
+                                  const ScanShape& shape) {
+    const Taps far = taps_at(major, shape.steps), side = taps_at(minor, shape.lines);
+    return mix_by_axes(along_x, heights[shape.index(far.first, side.first)],
+                       heights[shape.index(far.first, side.second)], heights[shape.index(far.second, side.first)],
+                       heights[shape.index(far.second, side.second)], far.weight, side.weight);
 }
 
-/// Moves a line's horizon one step on, to a cell at height `h`. Whether the cell sees the light.
+/// Moves a line's horizon one step on, to a cell at height `h`. True if the cell sees the light.
 inline bool pass(float& horizon, float rise, float h) {
     const float z = horizon + rise;
     const bool is_lit = z < h;
@@ -104,11 +114,10 @@ inline bool pass(float& horizon, float rise, float h) {
 /// The heights that the sun's rays meet, smooth between cells so that shadows have smooth edges. Each ray counts 1.
 struct SunGround {
     const float* heights;
-    int size;
-    Strides strides;
+    ScanShape shape;
 
     float height(const ScanRay& ray, Fixed major, Fixed minor) const {
-        return interpolate_bilinear(major, minor, heights, size, ray.along_x, strides);
+        return interpolate_bilinear(major, minor, heights, ray.along_x, shape);
     }
 
     /// The horizon that a line has at its start: the height one step back.
@@ -119,23 +128,23 @@ struct SunGround {
     std::int32_t credit(const ScanRay&, std::ptrdiff_t) const { return 1; }
 };
 
-/// The heights that the rays of the sky meet, those of the nearest cells. A ray counts by the cosine between it and the
+/// The heights that the rays of the sky meet: those of the nearest cells. A ray counts by the cosine between it and the
 /// normal.
 struct SkyGround {
     const float* heights;
     const float* normal_x;
     const float* normal_y;
     const float* normal_z;
-    int size;
-    Strides strides;
+    ScanShape shape;
 
     float height(const ScanRay&, Fixed major, Fixed minor) const {
-        return heights[strides.index(major >> fixed_bits, minor >> fixed_bits)];
+        return heights[shape.index(major >> fixed_bits, minor >> fixed_bits)];
     }
 
     /// The horizon that a line has at its start: the height right there.
     float start(const ScanRay&, Fixed major, Fixed minor) const {
-        return heights[strides.index(clamp_index(major >> fixed_bits, size), clamp_index(minor >> fixed_bits, size))];
+        return heights[shape.index(clamp_index(major >> fixed_bits, shape.steps),
+                                   clamp_index(minor >> fixed_bits, shape.lines))];
     }
 
     /// A NaN counts nothing.
@@ -146,18 +155,18 @@ struct SkyGround {
     }
 };
 
-/// One line of a ray, as one work-item of many that credit the same photon map.
+/// One line of a ray. Many work-items do this at once and credit the same photon map.
 template <class Ground>
 inline void march_line(const Ground& ground, const ScanRay& ray, int line, std::int32_t* photons) {
-    const Fixed size = ground.size << fixed_bits;
+    const ScanShape& shape = ground.shape;
     Fixed major = ray.major, minor = (line << fixed_bits) + ray.minor;
     float horizon = ground.start(ray, major, minor);
-    for (int step = 0; step < ground.size; ++step) {
-        const bool major_wraps = wrap(major, size), minor_wraps = wrap(minor, size);
+    for (int step = 0; step < shape.steps; ++step) {
+        const bool major_wraps = wrap(major, shape.major_size()), minor_wraps = wrap(minor, shape.minor_size());
         if (major_wraps || minor_wraps)
             horizon = ground.start(ray, major, minor);
         if (pass(horizon, ray.rise, ground.height(ray, major, minor))) {
-            const std::ptrdiff_t cell = ground.strides.index(major >> fixed_bits, minor >> fixed_bits);
+            const std::ptrdiff_t cell = shape.index(major >> fixed_bits, minor >> fixed_bits);
             atomic_add(photons[cell], ground.credit(ray, cell));
         }
         major += ray.major_step;
@@ -165,11 +174,11 @@ inline void march_line(const Ground& ground, const ScanRay& ray, int line, std::
     }
 }
 
-/// Moves `count` lines one step on, whose cells start at `cell` and follow one another in memory.
+/// Moves `count` lines one step on. Their cells follow one another in memory.
 template <bool along_x>
 inline void advance(const SkyGround& ground, const ScanRay& ray, Fixed major, Fixed minor, int count, float* horizon,
                     std::int32_t* photons) {
-    const std::ptrdiff_t cell = ground.strides.index(major >> fixed_bits, minor >> fixed_bits);
+    const std::ptrdiff_t cell = ground.shape.index(major >> fixed_bits, minor >> fixed_bits);
     TARN_INDEPENDENT_ITERATIONS
     for (int k = 0; k < count; ++k) {
         const std::int32_t credit = ground.credit(ray, cell + k);
@@ -177,8 +186,8 @@ inline void advance(const SkyGround& ground, const ScanRay& ray, Fixed major, Fi
     }
 }
 
-/// The end of the cells, from `column` on, in which a coordinate with the same fraction has the same taps: a float
-/// rounds it alike between two powers of two, and exactly up to the cell 256.
+/// From `column` up to this one, coordinates with the same fraction have the same taps relative to their cell. A float
+/// holds coordinates exactly up to cell 256, and rounds them all alike between two powers of two.
 inline int end_of_equal_taps(int column) {
     return column == 0 ? 1 : column < 256 ? 256 : 2 * static_cast<int>(std::bit_floor(static_cast<unsigned>(column)));
 }
@@ -186,17 +195,18 @@ inline int end_of_equal_taps(int column) {
 template <bool along_x>
 inline void advance(const SunGround& ground, const ScanRay& ray, Fixed major, Fixed minor, int count, float* horizon,
                     std::int32_t* photons) {
-    const Taps far = taps_at(major, ground.size);
-    const float* const near_row = ground.heights + ground.strides.index(far.first, 0);
-    const float* const far_row = ground.heights + ground.strides.index(far.second, 0);
-    std::int32_t* const photon_row = photons + ground.strides.index(major >> fixed_bits, 0);
+    const ScanShape& shape = ground.shape;
+    const Taps far = taps_at(major, shape.steps);
+    const float* const near_row = ground.heights + shape.index(far.first, 0);
+    const float* const far_row = ground.heights + shape.index(far.second, 0);
+    std::int32_t* const photon_row = photons + shape.index(major >> fixed_bits, 0);
     const int first = minor >> fixed_bits;
     for (int column = first; column < first + count;) {
         const int end = minimum(end_of_equal_taps(column), first + count);
-        const Taps side = taps_at(minor + ((column - first) << fixed_bits), ground.size);
+        const Taps side = taps_at(minor + ((column - first) << fixed_bits), shape.lines);
         const int shift = side.first - column;
         // The last column may have no neighbour to mix with but itself.
-        const int last = minimum(end, ground.size - 1 - shift);
+        const int last = minimum(end, shape.lines - 1 - shift);
         TARN_INDEPENDENT_ITERATIONS
         for (int x = column; x < last; ++x) {
             const float* const near = near_row + shift;
@@ -213,24 +223,24 @@ inline void advance(const SunGround& ground, const ScanRay& ray, Fixed major, Fi
     }
 }
 
-/// Where the lines of a ray are before a step: the coordinates of line 0, not yet wrapped, and the column that it had
-/// after the step before, or would have had.
+/// Where the lines of a ray are before a step: the coordinates of line 0, not yet wrapped, and the column in which the
+/// step before left it.
 struct FrontPosition {
     Fixed major;
     Fixed minor;
     int shift;
 };
 
-inline FrontPosition position_before(const ScanRay& ray, int step, int size) {
+inline FrontPosition position_before(const ScanRay& ray, int step, const ScanShape& shape) {
     if (step == 0)
         return {ray.major, ray.minor, 0};
-    const auto wrapped_before = [=](Fixed start, Fixed by) {
-        const std::int64_t period = std::int64_t{size} << fixed_bits;
-        const std::int64_t coordinate = (start + std::int64_t{step - 1} * by) % period;
-        return static_cast<Fixed>(coordinate < 0 ? coordinate + period : coordinate);
+    const auto wrapped_before = [=](Fixed start, Fixed by, std::int64_t size) {
+        const std::int64_t coordinate = (start + std::int64_t{step - 1} * by) % size;
+        return static_cast<Fixed>(coordinate < 0 ? coordinate + size : coordinate);
     };
-    const Fixed minor = wrapped_before(ray.minor, ray.minor_step);
-    return {wrapped_before(ray.major, ray.major_step) + ray.major_step, minor + ray.minor_step, minor >> fixed_bits};
+    const Fixed minor = wrapped_before(ray.minor, ray.minor_step, shape.minor_size());
+    return {wrapped_before(ray.major, ray.major_step, shape.major_size()) + ray.major_step, minor + ray.minor_step,
+            minor >> fixed_bits};
 }
 
 /// Lines of a ray, and the steps they are to march.
@@ -241,14 +251,13 @@ struct Front {
     int last_step;
 };
 
-/// Marches lines side by side. Cells that are neighbours along the minor axis must be neighbours in memory, and
-/// `horizons` holds that of each line of the ray. To the bit what `march_line` does line by line, but that nobody else
-/// may credit the same cells meanwhile.
+/// Marches lines side by side, from the position of line 0 before the first step. Cells that are neighbours along the
+/// minor axis must be neighbours in memory. `horizons` has one horizon for each line of the ray. Gives the bits of
+/// `march_line`, but nobody else may credit the same cells at the same time.
 template <bool along_x, class Ground>
-inline void march_front(const Ground& ground, const ScanRay& ray, const Front& front, float* horizons,
-                        std::int32_t* photons) {
-    const int columns = ground.size;
-    const Fixed size = columns << fixed_bits;
+inline void march_front(const Ground& ground, const ScanRay& ray, FrontPosition position, const Front& front,
+                        float* horizons, std::int32_t* photons) {
+    const int columns = ground.shape.lines;
     const int first = front.first_line, last = front.last_line;
     const auto at = [](int column, Fixed fraction) {
         return (column << fixed_bits) + fraction;
@@ -257,11 +266,11 @@ inline void march_front(const Ground& ground, const ScanRay& ray, const Front& f
         for (int line = first; line < last; ++line)
             horizons[line] = ground.start(ray, ray.major, at(line, ray.minor));
 
-    auto [major, minor, shift] = position_before(ray, front.first_step, columns);
+    auto [major, minor, shift] = position;
     for (int step = front.first_step; step < front.last_step; ++step) {
-        const bool major_wraps = wrap(major, size);
+        const bool major_wraps = wrap(major, ground.shape.major_size());
         const int moved = (minor >> fixed_bits) - shift;
-        wrap(minor, size);
+        wrap(minor, ground.shape.minor_size());
         shift = minor >> fixed_bits;
         const Fixed fraction = minor & (fixed_one - 1);
         // Lines from this one on have gone over the edge of the minor axis.
@@ -288,17 +297,19 @@ inline void march_front(const Ground& ground, const ScanRay& ray, const Front& f
     }
 }
 
-/// Some steps of all lines of a ray that start them in the columns from `first_column` to `last_column`.
+/// Marches some steps of those lines of a ray that are in the columns from `first_column` to `last_column` before the
+/// first of these steps.
 template <bool along_x, class Ground>
 inline void march_strip(const Ground& ground, const ScanRay& ray, int first_column, int last_column, int first_step,
                         int last_step, float* horizons, std::int32_t* photons) {
-    const int columns = ground.size;
-    const int shift = position_before(ray, first_step, columns).shift;
-    const int first = first_column - shift + (first_column < shift ? columns : 0);
+    const int columns = ground.shape.lines;
+    const FrontPosition position = position_before(ray, first_step, ground.shape);
+    const int first = first_column - position.shift + (first_column < position.shift ? columns : 0);
     const int last = first + last_column - first_column;
-    march_front<along_x>(ground, ray, {first, minimum(last, columns), first_step, last_step}, horizons, photons);
+    march_front<along_x>(ground, ray, position, {first, minimum(last, columns), first_step, last_step}, horizons,
+                         photons);
     if (last > columns)
-        march_front<along_x>(ground, ray, {0, last - columns, first_step, last_step}, horizons, photons);
+        march_front<along_x>(ground, ray, position, {0, last - columns, first_step, last_step}, horizons, photons);
 }
 
 } // namespace tarn::lighting
