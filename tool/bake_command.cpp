@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
 #include "model.hpp"
-#include "options.hpp"
 
 namespace {
 
@@ -20,14 +20,13 @@ struct BakeCommand {
     std::string model;
     std::string heights;
     std::string output;
-    std::string hit_x_output;
-    std::string hit_y_output;
-    std::string device = "cpu";
+    GridOutput hit_x_output{"column where the ray met the heights", ""};
+    GridOutput hit_y_output{"row where the ray met the heights", ""};
     UpAxis up = UpAxis::by_format;
     bool fit_heights = false;
-    GroundScale ground;
+    CommonOptions common;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     void fit(Model& mesh, const Grid& grid, float vertical_scale) const;
@@ -53,25 +52,22 @@ void BakeCommand::fit(Model& mesh, const Grid& grid, float vertical_scale) const
              (v.z * stretch + base) * vertical_scale, 0.0f};
 }
 
-void BakeCommand::run() {
-    check_folder(output);
-    for (const std::string& name : {hit_x_output, hit_y_output})
-        if (!name.empty())
-            check_grid_name(name);
-    Host host(device);
+void BakeCommand::run(Outputs& outputs) {
+    Host host(common.device);
     const Grid grid = read_grid(heights);
     Model mesh = read_model(model, up);
-    const CellSize cell = ground.cell_of(grid);
+    const CellSize cell = common.cell_of(grid);
     mesh_rasterizer_Parameters parameters{};
     parameters.resolution = {grid.width, grid.height};
     // A height of 1 is so many widths of the grid.
     parameters.vertical_scale =
-        static_cast<float>(ground.height_unit_of(grid) / (std::sqrt(cell.x * cell.y) * grid.width));
+        static_cast<float>(common.height_unit_of(grid) / (std::sqrt(cell.x * cell.y) * grid.width));
     fit(mesh, grid, parameters.vertical_scale);
     print_detail(format_text("vertical_scale %g, %zu vertices, %zu triangles",
                              static_cast<double>(parameters.vertical_scale), mesh.vertices.size(),
                              mesh.triangles.size()));
 
+    outputs.check_grids(grid);
     // Where the model does not lie, the normal of the model itself.
     std::vector<float> red(grid.size(), 0.5f), green(grid.size(), 0.5f), blue(grid.size(), 1.0f);
     std::vector<TarnFloat2> hits(grid.size(), TarnFloat2{-1.0f, -1.0f});
@@ -90,46 +86,35 @@ void BakeCommand::run() {
             pixels.push_back(
                 static_cast<std::uint8_t>(std::lround(255.0f * std::clamp(is_number ? channel : 0.5f, 0.0f, 1.0f))));
         }
-    write_picture(output, grid.width, grid.height, 3, pixels);
-    const auto write_hits = [&](const std::string& name, float TarnFloat2::*axis) {
-        if (name.empty())
-            return;
-        Grid place = grid;
-        place.unit.clear();
-        std::transform(hits.begin(), hits.end(), place.cells.begin(),
-                       [axis](const TarnFloat2& hit) { return hit.*axis; });
-        write_grid(name, place);
+    outputs.add_picture(output, grid, std::move(pixels));
+    const auto add_hits = [&](const GridOutput& place, float TarnFloat2::*axis) {
+        std::vector<float> cells(hits.size());
+        std::transform(hits.begin(), hits.end(), cells.begin(), [axis](const TarnFloat2& hit) { return hit.*axis; });
+        outputs.add(place, with_cells(grid, std::move(cells)));
     };
-    write_hits(hit_x_output, &TarnFloat2::x);
-    write_hits(hit_y_output, &TarnFloat2::y);
+    add_hits(hit_x_output, &TarnFloat2::x);
+    add_hits(hit_y_output, &TarnFloat2::y);
+    outputs.write();
 }
 
 } // namespace
 
 void add_bake_command(CLI::App& app) {
     const auto settings = std::make_shared<BakeCommand>();
-    CLI::App* const command = app.add_subcommand("bake", "Bake the normals of a height grid onto a model of it");
-    command->add_option("MODEL", settings->model, "Model that stands in for the heights: OBJ, PLY, glTF and more")
-        ->required();
-    command->add_option("HEIGHTS", settings->heights, "Height grid with the detail")->required();
-    command->add_option("OUT", settings->output, "Normal map, in the model's tangent frame")
-        ->required()
-        ->check(png_name());
-    command->add_option("--up", settings->up, "Axis of the model that points upwards: y for glTF and OBJ, else z")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, UpAxis>{{"auto", UpAxis::by_format}, {"y", UpAxis::y}, {"z", UpAxis::z}},
-            CLI::ignore_case))
-        ->type_name("AXIS")
-        ->default_str("auto");
-    command->add_flag("--fit-heights", settings->fit_heights,
-                      "Stretch the model's heights to the range of the grid; else they are in the grid's unit");
-    command->add_option("--hit-x-out", settings->hit_x_output, "Also write the column that each cell's ray met")
-        ->type_name("GRID");
-    command->add_option("--hit-y-out", settings->hit_y_output, "Also write the row that each cell's ray met")
-        ->type_name("GRID");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+    Command command(app, "bake", "Bake the normals of a height grid onto a model of it",
+                    {"MeshRasterizer_ComputeTangentSpaceNormals"});
+    command.input("MODEL", settings->model, "model", "",
+                  "Model that stands in for the heights: OBJ, PLY, glTF and more");
+    command.input("HEIGHTS", settings->heights, "grid", unit_of_heights, "Height grid with the detail");
+    command.picture("OUT", settings->output, "Normal map, in the model's tangent frame");
+    command.choice<UpAxis>("--up", settings->up, {{"auto", UpAxis::by_format}, {"y", UpAxis::y}, {"z", UpAxis::z}},
+                           "Axis of the model that points upwards; auto is y for glTF and OBJ, else z");
+    command.flag("--fit-heights", settings->fit_heights,
+                 "Stretch the model's heights to the range of the grid; else they are in the grid's unit");
+    command.output("--hit-x-out", settings->hit_x_output, "Also write the column that each cell's ray met");
+    command.output("--hit-y-out", settings->hit_y_output, "Also write the row that each cell's ray met");
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -3,29 +3,26 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
 struct CellsCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights rebuilt out of cells", unit_of_heights};
     std::string gap_factor;
-    std::string random_output;
-    std::string preview;
-    std::string device = "cpu";
-    GroundScale ground;
+    GridOutput random_output{"random number of the cell", ""};
+    CommonOptions common;
 
     float density = 48;
     float layers = 0; ///< 0: as many as make the cells as high as they are wide
@@ -37,7 +34,7 @@ struct CellsCommand {
     float extent_x = 0, extent_y = 0, extent_z = 0;
     float z_unit = 0, z_range = 0;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     Cellular3D_Parameters make_parameters(const Grid& grid, CellSize cell, double range) const;
@@ -74,12 +71,8 @@ Cellular3D_Parameters CellsCommand::make_parameters(const Grid& grid, CellSize c
     return p;
 }
 
-void CellsCommand::run() {
-    check_grid_name(output);
-    if (!random_output.empty())
-        check_grid_name(random_output);
-    check_folder(preview);
-    Host host(device);
+void CellsCommand::run(Outputs& outputs) {
+    Host host(common.device);
     Grid grid = read_grid(input);
     std::vector<float> factor;
     if (!gap_factor.empty())
@@ -90,12 +83,12 @@ void CellsCommand::run() {
     const float range = *highest > base ? *highest - base : 1.0f;
     for (float& cell : grid.cells)
         cell = (cell - base) / range;
-    const CellSize cell = ground.cell_of(grid);
+    const CellSize cell = common.cell_of(grid);
     Cellular3D_Parameters parameters =
-        make_parameters(grid, cell, static_cast<double>(range) * ground.height_unit_of(grid));
+        make_parameters(grid, cell, static_cast<double>(range) * common.height_unit_of(grid));
     const float asked = parameters.cell_density;
     Grid random = grid;
-    random.unit.clear();
+    outputs.check_grids(grid);
     host.run(format_text("rebuilding %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return Cellular3D_Render(queue, grid.cells.data(), factor.empty() ? nullptr : factor.data(),
@@ -113,71 +106,47 @@ void CellsCommand::run() {
 
     for (float& height : grid.cells)
         height = base + height * range;
-    write_grid(output, grid);
-    if (!random_output.empty())
-        write_grid(random_output, random);
-    if (!preview.empty()) {
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
-    }
+    common.draw_preview(outputs, host, grid, cell);
+    outputs.add(random_output, std::move(random));
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_cells_command(CLI::App& app) {
     const auto settings = std::make_shared<CellsCommand>();
-    CLI::App* const command = app.add_subcommand("cells", "Rebuild the terrain out of three-dimensional Voronoi cells");
-    command->add_option("IN", settings->input, "Height grid")->required();
-    command->add_option("OUT", settings->output, "Rebuilt terrain: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    command->add_option("--density", settings->density, "Cells along the longer side of the terrain, up to 512")
-        ->check(positive_number())
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command
-        ->add_option("--layers", settings->layers,
-                     "Layers of cells from the lowest height to the highest [as high as they are wide]")
-        ->check(positive_number())
-        ->type_name("NUMBER");
-    command->add_option("--gap", settings->gap, "How far the cells draw back from one another; 0: they touch, 1: none")
-        ->check(finite_number(-1000, 1000))
-        ->type_name("CELLS")
-        ->capture_default_str();
-    command->add_option("--gap-factor", settings->gap_factor, "Factor on the gap, 0 to 1")->type_name("GRID");
+    Command command(app, "cells", "Rebuild the terrain out of three-dimensional Voronoi cells", {"Cellular3D_Render"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output, "Rebuilt terrain: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
+    command.number("--density", settings->density, above_0, "",
+                   "Cells along the longer side of the terrain, up to 512");
+    command.number("--layers", settings->layers, above_0, "", "Layers of cells from the lowest height to the highest")
+        .otherwise("cells as high as wide");
+    command.number("--gap", settings->gap, {-1000, 1000}, "",
+                   "How far the cells draw back from one another; 0: they touch, 1: none");
+    command.input("--gap-factor", settings->gap_factor, "grid", "share", "Factor on the gap, 0 to 1");
     for (const auto& [name, value] :
          {std::pair{"--jitter-x", &settings->jitter_x}, std::pair{"--jitter-y", &settings->jitter_y},
           std::pair{"--jitter-z", &settings->jitter_z}})
-        command->add_option(name, *value, "How far points stray from the lattice; 0: not, 1: over their whole cell")
-            ->check(finite_number(0, 1))
-            ->type_name("NUMBER")
-            ->capture_default_str();
-    command->add_option("--seed", settings->seed, "Another seed, other cells")
-        ->check(finite_number(0, std::numeric_limits<std::uint32_t>::max()))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--generator", settings->hash_variant, "Random numbers: congruential or xorshift")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, std::uint32_t>{{"congruential", 0u}, {"xorshift", 1u}}, CLI::ignore_case))
-        ->type_name("WHICH")
-        ->default_str("xorshift");
-    command->add_option("--random-out", settings->random_output, "Also write a random number of each cell, 0 to 1")
-        ->type_name("GRID");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    const std::string own = "The library's parameters of scale, in place of those that follow from the sizes above";
+        command.number(name, *value, from_0_to_1, "",
+                       "How far points stray from the lattice; 0: not, 1: over their whole cell");
+    command.number("--seed", settings->seed, any_seed, "", "Another seed, other cells");
+    command
+        .choice<std::uint32_t>("--generator", settings->hash_variant, {{"congruential", 0u}, {"xorshift", 1u}},
+                               "Where the random numbers come from")
+        .advanced();
+    command.output("--random-out", settings->random_output, "Also write a random number of each cell, 0 to 1");
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
     for (const auto& [name, value] :
          {std::pair{"--extent-x", &settings->extent_x}, std::pair{"--extent-y", &settings->extent_y},
           std::pair{"--extent-z", &settings->extent_z}, std::pair{"--z-unit", &settings->z_unit},
           std::pair{"--z-range", &settings->z_range}})
-        command->add_option(name, *value, "Sets the library's parameter in place of the one derived from the sizes")
-            ->check(positive_number())
-            ->type_name("NUMBER")
-            ->group(own);
-    command->callback([settings] { settings->run(); });
+        command.number(name, *value, above_0, "", "Sets the library's parameter of scale")
+            .otherwise("from the sizes")
+            .advanced();
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

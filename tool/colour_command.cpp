@@ -1,14 +1,14 @@
 #include "commands.hpp"
 
 #include <memory>
-
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
+#include "picture.hpp"
 #include "resample.hpp"
 #include "trail_options.hpp"
 
@@ -20,18 +20,18 @@ struct ColourCommand {
     std::string image;
     std::string length_map;
     TrailOptions trails;
+    CommonOptions common;
 
     float persistence = 1;
     float blend = 1;
     float transport = 0.7f;
     bool straight_trails = false;
 
-    void run();
+    void run(Outputs& outputs);
 };
 
-void ColourCommand::run() {
-    check_folder(output);
-    Host host(trails.device);
+void ColourCommand::run(Outputs& outputs) {
+    Host host(common.device);
     const Grid terrain = read_grid(input);
     const GridSize size{terrain.width, terrain.height};
     Picture picture = read_picture(image);
@@ -58,34 +58,36 @@ void ColourCommand::run() {
     const std::vector<float> heights = unit_heights(terrain);
     const std::vector<float> mask = trails.read_mask_cells(size);
     const std::vector<float> lengths = length_map.empty() ? std::vector<float>() : read_mask(length_map, size);
+    const std::vector<float> before = picture.channels[0];
     host.run(format_text("moving colours over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return ColorTransportSimulation(queue, heights.data(), picture.channels[0].data(),
                                                  picture.channels[1].data(), picture.channels[2].data(),
                                                  data_or_null(mask), data_or_null(lengths), &parameters, callbacks);
              });
-    write_picture(output, picture);
+    note_if_unchanged(before, picture.channels[0], "try a larger --transport, --persistence or --blend");
+    outputs.add_picture(output, terrain, srgb_pixels(picture));
+    outputs.write();
 }
 
 } // namespace
 
 void add_colour_command(CLI::App& app) {
     const auto settings = std::make_shared<ColourCommand>();
-    CLI::App* const command = app.add_subcommand("colour", "Move the colours of an image downhill");
-    command->add_option("IN", settings->input, "Height grid")->required();
-    command->add_option("OUT", settings->output, "The image after the run, .png")->required()->check(png_name());
-    command->add_option("--image", settings->image, "Picture of the terrain, 8 or 16 bits a channel")
-        ->required()
-        ->type_name("RGB");
-    const auto add_share = [&](const char* name, float& value, const char* text) {
-        command->add_option(name, value, text)->check(finite_number(0, 1))->type_name("NUMBER")->capture_default_str();
-    };
-    add_share("--transport", settings->transport, "How far colours travel");
-    add_share("--persistence", settings->persistence, "How easily a cell's old colour gives way");
-    add_share("--blend", settings->blend, "Share of the mixed colour that each batch of trails leaves");
-    command->add_flag("--straight-trails", settings->straight_trails, "Without the random turns of the trails");
-    command->add_option("--length-map", settings->length_map, "Factor on the length of the trails that start in a cell")
-        ->type_name("GRID");
-    settings->trails.add_options(*command);
-    command->callback([settings] { settings->run(); });
+    Command command(app, "colour", "Move the colours of an image downhill", {"ColorTransportSimulation"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.picture("OUT", settings->output, "The image after the run, .png");
+    command.input("--image", settings->image, "picture", "", "Picture of the terrain, 8 or 16 bits a channel")
+        .required();
+    command.number("--transport", settings->transport, from_0_to_1, "", "How far colours travel");
+    command.number("--persistence", settings->persistence, from_0_to_1, "", "How easily a cell's old colour gives way");
+    command.number("--blend", settings->blend, from_0_to_1, "",
+                   "Share of the mixed colour that each batch of trails leaves");
+    command.flag("--straight-trails", settings->straight_trails, "Without the random turns of the trails");
+    command.input("--length-map", settings->length_map, "grid", "share",
+                  "Factor on the length of the trails that start in a cell");
+    settings->trails.add_options(command);
+    settings->common.add_device(command);
+    add_file_options(command, false);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

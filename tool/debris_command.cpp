@@ -4,22 +4,22 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
 #include "close_up.hpp"
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
-/// A grid and the size of its cells on the ground.
+/// A grid and the size of its cells on the common.
 struct Terrain {
     Grid grid;
     CellSize cell;
@@ -27,13 +27,11 @@ struct Terrain {
 
 struct DebrisCommand {
     std::string input;
-    std::string output;
-    std::string rock_id_output;
-    std::string coverage_output;
-    std::string speed_output;
-    std::string preview;
-    std::string device = "cpu";
-    GroundScale ground;
+    GridOutput output{"heights with rocks", unit_of_heights};
+    GridOutput rock_id_output{"number of the rock, 0 for none", ""};
+    GridOutput coverage_output{"1 where a rock lies", ""};
+    GridOutput speed_output{"speed of the last rock to cross", "km/s"};
+    CommonOptions common;
     std::vector<int> window; ///< column, row, columns, rows; empty for all of the grid
     int resolution = 0;      ///< cells of the longer side; 0 for those of the file
 
@@ -46,7 +44,7 @@ struct DebrisCommand {
     bool favour_small = false;
     std::uint32_t seed = 1;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     Window checked_window(const Grid& grid) const;
@@ -69,7 +67,7 @@ Window DebrisCommand::checked_window(const Grid& grid) const {
 /// The part of the input that rocks are strewn on, in the resolution asked for. Cells of a new resolution are squares.
 Terrain DebrisCommand::read_terrain() const {
     Grid grid = read_grid(input);
-    const CellSize cell = ground.cell_of(grid);
+    const CellSize cell = common.cell_of(grid);
     const Window part = checked_window(grid);
     const double width = cell.x * part.size.width, height = cell.y * part.size.height;
     GridSize size = part.size;
@@ -83,17 +81,10 @@ Terrain DebrisCommand::read_terrain() const {
     return {std::move(grid), {width / size.width, height / size.height}};
 }
 
-void DebrisCommand::run() {
-    check_grid_name(output);
-    for (const std::string& name : {rock_id_output, coverage_output, speed_output})
-        if (!name.empty())
-            check_grid_name(name);
-    check_folder(preview);
-    Host host(device);
+void DebrisCommand::run(Outputs& outputs) {
+    Host host(common.device);
     auto [grid, cell] = read_terrain();
-    const double cell_size = std::sqrt(cell.x * cell.y);
-    if (std::abs(cell.x - cell.y) > 0.01 * cell.x)
-        print_note(format_text("cells are %.4g x %.4g m; squares of %.4g m are assumed", cell.x, cell.y, cell_size));
+    const double cell_size = square_side(cell);
     const GridSize size{grid.width, grid.height};
     const GridSize work_size{std::max(size.width, size.height), std::max(size.width, size.height)};
     if (work_size != size)
@@ -104,7 +95,7 @@ void DebrisCommand::run() {
     debris_Parameters parameters{};
     parameters.resolution = static_cast<std::uint32_t>(work_size.width);
     parameters.terrain_size = static_cast<float>(cell_size * work_size.width);
-    parameters.terrain_height = static_cast<float>(ground.height_unit_of(grid));
+    parameters.terrain_height = static_cast<float>(common.height_unit_of(grid));
     parameters.count = count;
     parameters.max_size = static_cast<float>(max_size > 0 ? max_size : 8 * cell_size);
     parameters.min_size = min_size >= 0 ? static_cast<float>(min_size) : parameters.max_size * 0.25f;
@@ -118,6 +109,7 @@ void DebrisCommand::run() {
                              static_cast<double>(parameters.terrain_height), static_cast<double>(parameters.max_size),
                              static_cast<double>(parameters.min_size)));
 
+    outputs.check_grids(grid);
     std::vector<float> heights = pad(grid.cells, size, work_size);
     constexpr float untouched = -1;
     std::vector<float> rock_id(heights.size(), untouched), coverage(heights.size()), speed(heights.size());
@@ -129,80 +121,51 @@ void DebrisCommand::run() {
                  return rock_id.front() == untouched ? status_failed : status_ok;
              });
 
-    const auto write = [&, &terrain = grid](const std::string& name, const std::vector<float>& cells,
-                                            bool are_heights) {
-        if (name.empty())
-            return;
-        Grid result = terrain;
-        result.cells = crop(cells, work_size, size);
-        if (!are_heights)
-            result.unit.clear();
-        write_grid(name, result);
-    };
-    write(output, heights, true);
-    write(rock_id_output, rock_id, false);
-    write(coverage_output, coverage, false);
-    write(speed_output, speed, false);
-    if (!preview.empty()) {
-        grid.cells = crop(heights, work_size, size);
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
-    }
+    coverage = crop(coverage, work_size, size);
+    if (std::find(coverage.begin(), coverage.end(), 1.0f) == coverage.end())
+        print_note("nothing has changed: no rock came to rest on the terrain; try a smaller --friction, smaller cells "
+                   "(--window and --resolution) or --draw-unmoved");
+    grid.cells = crop(heights, work_size, size);
+    common.draw_preview(outputs, host, grid, cell);
+    outputs.add(rock_id_output, with_cells(grid, crop(rock_id, work_size, size)));
+    outputs.add(coverage_output, with_cells(grid, std::move(coverage)));
+    outputs.add(speed_output, with_cells(grid, crop(speed, work_size, size)));
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_debris_command(CLI::App& app) {
     const auto settings = std::make_shared<DebrisCommand>();
-    CLI::App* const command = app.add_subcommand("debris", "Strew rocks that slide downhill and come to rest");
-    command->add_option("IN", settings->input, "Height grid")->required();
+    Command command(app, "debris", "Strew rocks that slide downhill and come to rest", {"DebrisSimulation"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output,
+                   "Heights with the rocks on them: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
+    command.number("--count", settings->count, {0, 1e9}, "", "Number of rocks");
+    command.number("--max-size", settings->max_size, above_0, "metres", "Largest radius of a rock")
+        .otherwise("8 cells");
+    command.number("--min-size", settings->min_size, {0, 1e30}, "metres", "Smallest radius of a rock")
+        .otherwise("a quarter of the largest");
+    command.number("--friction", settings->friction, {0, 1e6}, "", "Coefficient of the sliding friction");
+    command.number("--restitution", settings->restitution, from_0_to_1, "",
+                   "Share of a bounce that is thrown back, 0 to 1");
+    command.flag("--draw-unmoved", settings->draw_unmoved, "Draw rocks also that stay where they are born");
+    command.flag("--favour-small", settings->favour_small, "Most rocks are small and very few are large");
+    command.number("--seed", settings->seed, any_seed, "", "Another number strews other rocks");
     command
-        ->add_option("OUT", settings->output,
-                     "Heights with the rocks on them: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    command->add_option("--count", settings->count, "Number of rocks")
-        ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{1000000000}))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--max-size", settings->max_size, "Largest radius of a rock [8 cells]")
-        ->check(positive_number())
-        ->type_name("METRES");
-    command->add_option("--min-size", settings->min_size, "Smallest radius of a rock [a quarter of the largest]")
-        ->check(finite_number(0, 1e30))
-        ->type_name("METRES");
-    command->add_option("--friction", settings->friction, "Coefficient of the sliding friction")
-        ->check(finite_number(0, 1e6))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--restitution", settings->restitution, "Share of a bounce that is thrown back, 0 to 1")
-        ->check(finite_number(0, 1))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_flag("--draw-unmoved", settings->draw_unmoved, "Draw rocks also that stay where they are born");
-    command->add_flag("--favour-small", settings->favour_small, "Most rocks are small and very few are large");
-    command->add_option("--seed", settings->seed, "Another number strews other rocks")
-        ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{0xFFFFFFFF}))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--window", settings->window, "Work on this part of the grid: column, row, columns, rows")
-        ->expected(4)
-        ->type_name("CELLS");
-    command->add_option("--resolution", settings->resolution, "Cells along the longer side [those of the file]")
-        ->check(CLI::Range(1, 46340))
-        ->type_name("CELLS");
-    const auto add_grid = [&](const char* name, std::string& value, const char* text) {
-        command->add_option(name, value, text)->type_name("GRID");
-    };
-    add_grid("--rock-id-out", settings->rock_id_output, "Also write a number of its own for each rock, 0 elsewhere");
-    add_grid("--coverage-out", settings->coverage_output, "Also write 1 where a rock lies, 0 elsewhere");
-    add_grid("--speed-out", settings->speed_output, "Also write how fast rocks have crossed the cells, in km/s");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+        .number("--window", settings->window, {-2147483648.0, 2147483647.0}, "cells",
+                "Work on this part of the grid: column, row, columns, rows", 4)
+        .otherwise("all");
+    command.number("--resolution", settings->resolution, {1, 46340}, "cells", "Cells along the longer side")
+        .otherwise("those of the file");
+    command.output("--rock-id-out", settings->rock_id_output,
+                   "Also write a number of its own for each rock, 0 elsewhere");
+    command.output("--coverage-out", settings->coverage_output, "Also write 1 where a rock lies, 0 elsewhere");
+    command.output("--speed-out", settings->speed_output, "Also write how fast rocks have crossed the cells, in km/s");
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

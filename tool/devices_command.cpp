@@ -2,8 +2,7 @@
 
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
-
+#include "command.hpp"
 #include "host.hpp"
 #include "message.hpp"
 
@@ -30,6 +29,6 @@ void run_devices() {
 } // namespace
 
 void add_devices_command(CLI::App& app) {
-    CLI::App* const command = app.add_subcommand("devices", "List the compute devices and their identity strings");
-    command->callback(run_devices);
+    Command command(app, "devices", "List the compute devices and their identity strings", {"GetDevices"});
+    command.runs([](Outputs&) { run_devices(); });
 }

@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "shade_preview.hpp"
 #include "trail_options.hpp"
 
@@ -18,38 +19,35 @@ namespace {
 
 struct FlowCommand {
     std::string input;
-    std::string output;
-    std::string preview;
-    GroundScale ground;
+    GridOutput output{"gathered flow, from 0 to just below 1", ""};
+    CommonOptions common;
     TrailOptions trails;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
-    void draw(Host& host, const Grid& terrain, const std::vector<float>& flow) const;
+    void draw(Outputs& outputs, Host& host, const Grid& terrain, const std::vector<float>& flow) const;
 };
 
 /// Water on a shaded relief.
-void FlowCommand::draw(Host& host, const Grid& terrain, const std::vector<float>& flow) const {
+void FlowCommand::draw(Outputs& outputs, Host& host, const Grid& terrain, const std::vector<float>& flow) const {
     constexpr double water[3] = {12, 58, 140};
     ShadeOptions shade;
     shade.tinted = false;
     shade.exaggeration = 2;
-    shade.height_unit = ground.height_unit_of(terrain);
-    std::vector<std::uint8_t> pixels = shade_relief(host, terrain, ground.cell_of(terrain), shade);
+    shade.height_unit = common.height_unit_of(terrain);
+    std::vector<std::uint8_t> pixels = shade_relief(host, terrain, common.cell_of(terrain), shade);
     for (std::size_t i = 0; i < pixels.size(); ++i) {
         // Brightened, and all the more so the colour of water as flow gathers.
         const double share = std::sqrt(std::clamp(static_cast<double>(flow[i / 3]), 0.0, 1.0));
         const double ground_colour = 128 + 0.5 * pixels[i];
         pixels[i] = static_cast<std::uint8_t>(std::lround(ground_colour + (water[i % 3] - ground_colour) * share));
     }
-    write_picture(preview, terrain.width, terrain.height, 3, pixels);
+    outputs.add_picture(common.preview, terrain, std::move(pixels));
 }
 
-void FlowCommand::run() {
-    check_grid_name(output);
-    check_folder(preview);
-    Host host(trails.device);
+void FlowCommand::run(Outputs& outputs) {
+    Host host(common.device);
     const Grid terrain = read_grid(input);
     flow_Parameters parameters{};
     parameters.width = terrain.width;
@@ -60,31 +58,32 @@ void FlowCommand::run() {
 
     const std::vector<float> heights = unit_heights(terrain);
     const std::vector<float> mask = trails.read_mask_cells({terrain.width, terrain.height});
-    Grid flow = terrain;
-    flow.unit.clear();
-    std::fill(flow.cells.begin(), flow.cells.end(), 0.0f);
+    Grid flow = with_cells(terrain, std::vector<float>(terrain.size()));
+    outputs.check_grids(flow);
     host.run(format_text("tracing trails over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return FlowSimulation(queue, heights.data(), flow.cells.data(), data_or_null(mask), &parameters,
                                        callbacks);
              });
-    write_grid(output, flow);
-    if (!preview.empty())
-        draw(host, terrain, flow.cells);
+    note_if_unchanged(std::vector<float>(flow.size()), flow.cells,
+                      "no trail left a mark; try a larger --flow-length or a --mask above 0");
+    if (!common.preview.empty())
+        draw(outputs, host, terrain, flow.cells);
+    outputs.add(output, std::move(flow));
+    outputs.write();
 }
 
 } // namespace
 
 void add_flow_command(CLI::App& app) {
     const auto settings = std::make_shared<FlowCommand>();
-    CLI::App* const command = app.add_subcommand("flow", "Draw a map of where water gathers");
-    command->add_option("IN", settings->input, "Height grid")->required();
-    command->add_option("OUT", settings->output, "Flow from 0 to 1: .tif, .tiff, .png (16 bits), .asc or .exr")
-        ->required();
-    settings->trails.add_options(*command);
-    command->add_option("--preview", settings->preview, "Also draw the flow over the shaded terrain")
-        ->check(png_name())
-        ->type_name("PNG");
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+    Command command(app, "flow", "Draw a map of where water gathers", {"FlowSimulation"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output, "Flow from 0 to 1: .tif, .tiff, .png (16 bits), .asc or .exr");
+    settings->trails.add_options(command);
+    settings->common.add_preview(command, "Also draw the flow over the shaded terrain");
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -7,7 +7,12 @@
 #include <string>
 #include <vector>
 
-/// A grid of floats as the library takes it (row after row, no gaps), with what its file said about it.
+struct CellSize {
+    double x, y; ///< metres
+};
+
+/// A grid of floats as the library takes it (row after row, no gaps, north at the top), with what its file said about
+/// it.
 struct Grid {
     int width = 0;
     int height = 0;
@@ -21,6 +26,8 @@ struct Grid {
     std::optional<std::array<double, 6>> geotransform; ///< GDAL's affine map from (column, row) to map coordinates
     std::string coordinate_system;                     ///< WKT, or empty
     std::string unit;                                  ///< of the values, as the file names it, or empty
+    std::optional<CellSize> cell_size;                 ///< on the ground, where nothing else tells it
+    bool was_south_up = false;                         ///< the file has its rows from south to north
 
     /// Largest value of the file's integer type, or 0 for a file of floating-point numbers.
     double integer_maximum = 0;
@@ -36,41 +43,17 @@ struct Grid {
     }
 };
 
-struct CellSize {
-    double x, y; ///< metres
+/// Turns the rows of a grid, and its place on the map with them.
+void flip_rows(Grid& grid);
+
+/// Least and greatest of the cells that have a value; 0 and 0 if none has.
+struct Extremes {
+    float least, greatest;
 };
+Extremes extremes(const Grid& grid);
 
-/// Reads the first band of a raster file. Anything that GDAL opens is taken, and EXR (first of the channels Y, Z, R, or
-/// else the first one). Cells without a value get `stand_in`, or else the lowest value of the other cells. Throws
-/// ToolError (unreadable_input).
-Grid read_grid(const std::string& path, std::optional<float> stand_in = std::nullopt);
-
-/// Both refuse, before any work is done, a name that could not be written to later: a grid's with an unknown extension
-/// (usage), and any in a folder that does not exist (unwritable_output).
-void check_grid_name(const std::string& path);
-void check_folder(const std::string& path);
-
-/// Writes a grid in the format of the file name's extension: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr. Says what
-/// the format makes of the values. Throws ToolError.
-void write_grid(const std::string& path, const Grid& grid);
+/// A grid of the same shape and place with other cells.
+Grid with_cells(const Grid& grid, std::vector<float> cells);
 
 /// Size of a cell on the ground, if the grid is georeferenced. Degrees are turned into metres at the grid's centre.
 std::optional<CellSize> ground_cell_size(const Grid& grid);
-
-/// A colour picture: red, green and blue of each pixel, 0 to 1, in linear light.
-struct Picture {
-    int width = 0;
-    int height = 0;
-    std::array<std::vector<float>, 3> channels;
-};
-
-/// Reads the first three bands of a file of 8 or 16 bits a band, or one grey band, as sRGB. Throws ToolError
-/// (unreadable_input).
-Picture read_picture(const std::string& path);
-
-/// Writes a picture with 8 bits a channel, as sRGB. Throws ToolError.
-void write_picture(const std::string& path, const Picture& picture);
-
-/// Writes an 8-bit picture, grey (1 channel) or RGB (3 channels, interleaved). Throws ToolError.
-void write_picture(const std::string& path, int width, int height, int channels,
-                   const std::vector<std::uint8_t>& pixels);

@@ -1,11 +1,8 @@
 #include "host.hpp"
 
 #include <cassert>
-#include <csignal>
-#include <string_view>
 
-#include <unistd.h>
-
+#include "interrupt.hpp"
 #include "message.hpp"
 
 namespace {
@@ -21,8 +18,6 @@ constexpr Kind kinds[] = {{"other", "other"},
                           {TARN_KIND_TOKEN_DISCRETE_GPU, "discrete GPU"},
                           {TARN_KIND_TOKEN_ACCELERATOR, "accelerator"}};
 
-volatile std::sig_atomic_t interrupted = 0;
-
 /// What the callbacks work on.
 struct Session {
     std::string label;
@@ -30,37 +25,6 @@ struct Session {
     bool has_host = false;
 };
 Session session;
-
-void handle_interrupt(int) {
-    interrupted = 1;
-    constexpr std::string_view text = "\ntarn: stopping; Ctrl-C again ends at once\n";
-    // Nothing can be done here about a message that cannot be written.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-}
-
-/// Takes the first Ctrl-C (or SIGTERM) as a wish to stop, for as long as it lives. A second one ends the program.
-class InterruptGuard {
-  public:
-    InterruptGuard() {
-        interrupted = 0;
-        struct sigaction action = {};
-        action.sa_handler = handle_interrupt;
-        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &previous_interrupt_);
-        sigaction(SIGTERM, &action, &previous_terminate_);
-    }
-    ~InterruptGuard() {
-        sigaction(SIGINT, &previous_interrupt_, nullptr);
-        sigaction(SIGTERM, &previous_terminate_, nullptr);
-    }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-  private:
-    struct sigaction previous_interrupt_ = {};
-    struct sigaction previous_terminate_ = {};
-};
 
 std::string mebibytes(std::size_t bytes) {
     return format_text("%.1f MiB", static_cast<double>(bytes) / 0x1p20);
@@ -72,7 +36,7 @@ constexpr HostCallbacks make_callbacks() {
         draw_progress(session.label, percent);
     };
     callbacks.is_cancelled = [] {
-        return interrupted != 0;
+        return is_interrupted();
     };
     callbacks.log_info = [](const char* text) {
         print_detail(text);
@@ -122,14 +86,14 @@ Host::~Host() {
 }
 
 void Host::run(const std::string& label, const Computation& computation) {
-    const InterruptGuard guard;
+    const InterruptGuard guard(InterruptGuard::Second::ends_program);
     session.label = label;
     draw_progress(label, 0);
     const std::uint32_t status = computation(queue_, &host_callbacks);
     clear_progress();
 
     std::string errors = take_errors();
-    if (status == status_ok && interrupted == 0) {
+    if (status == status_ok && !is_interrupted()) {
         if (!errors.empty())
             print_note(errors);
         return;

@@ -1,12 +1,14 @@
 // `tarn`: a command-line host of Tarn.oneAPI. It reads height grids, has the library work on them and writes the
 // results. docs/tool.md is its manual.
 
-#include <cstdio>
+#include <algorithm>
+#include <csignal>
 #include <exception>
 #include <new>
 
 #include <CLI/CLI.hpp>
 
+#include "command.hpp"
 #include "commands.hpp"
 #include "message.hpp"
 
@@ -22,7 +24,8 @@ void add_verbosity_flags(CLI::App& app) {
 
 int run(int argc, char** argv) {
     CLI::App app("Shapes terrain with Tarn.oneAPI", "tarn");
-    app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->column_width(34);
     app.fallthrough();
     app.set_version_flag("--version", TARN_VERSION);
     add_verbosity_flags(app);
@@ -43,10 +46,27 @@ int run(int argc, char** argv) {
     add_points_command(app);
     add_bake_command(app);
     add_preview_command(app);
+    add_options_command(app);
+    app.add_subcommand("help", "Tell about a command");
+    for (CLI::App* const command : app.get_subcommands({}))
+        command->group("Commands");
+    set_command_line(argc, argv);
+    const char* const* const command = std::find_if(argv + 1, argv + argc, [](const char* a) { return *a != '-'; });
+    if (command != argv + argc)
+        check_command(app, *command);
+    // The parser would take the name after it for a second command.
+    if (command != argv + argc && std::string(*command) == "help") {
+        print_help(app, command + 1 == argv + argc ? "" : command[1]);
+        return static_cast<int>(ExitCode::ok);
+    }
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty())
+            throw ToolError(ExitCode::usage, "a command is missing; `tarn help` lists them");
     } catch (const CLI::Success& request) { // --help or --version
         return app.exit(request);
+    } catch (const CLI::ExtrasError&) {
+        refuse_arguments(app);
     } catch (const CLI::ParseError& error) {
         throw ToolError(ExitCode::usage, std::string(error.what()) + " (see `tarn --help`)");
     }
@@ -56,6 +76,8 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // A file that grows too large is an error to report, not a reason to die.
+    std::signal(SIGXFSZ, SIG_IGN);
     ExitCode code = ExitCode::failed;
     try {
         return run(argc, argv);

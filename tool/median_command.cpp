@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
@@ -21,21 +21,17 @@ constexpr int largest_side = 46336;
 
 struct MedianCommand {
     std::string input;
-    std::string output;
-    std::string preview;
-    std::string device = "cpu";
-    GroundScale ground;
+    GridOutput output{"values after a median filter", unit_of_heights};
+    CommonOptions common;
 
     int radius = 3;
     std::uint32_t iterations = 1;
 
-    void run();
+    void run(Outputs& outputs);
 };
 
-void MedianCommand::run() {
-    check_grid_name(output);
-    check_folder(preview);
-    Host host(device);
+void MedianCommand::run(Outputs& outputs) {
+    Host host(common.device);
     Grid grid = read_grid(input);
     const GridSize size{grid.width, grid.height};
     const int longer = std::max(size.width, size.height);
@@ -49,40 +45,29 @@ void MedianCommand::run() {
 
     const median_filter_Parameters parameters{static_cast<std::uint32_t>(work_size.width), radius, iterations};
     std::vector<float> cells = pad(grid.cells, size, work_size);
+    outputs.check_grids(grid);
     host.run(format_text("filtering %d x %d cells", work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks*) { return MedianFilter(queue, cells.data(), &parameters); });
 
     grid.cells = crop(cells, work_size, size);
-    write_grid(output, grid);
-    if (!preview.empty()) {
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, ground.cell_of(grid), shade));
-    }
+    common.draw_preview(outputs, host, grid);
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_median_command(CLI::App& app) {
     const auto settings = std::make_shared<MedianCommand>();
-    CLI::App* const command = app.add_subcommand("median", "Smooth a grid by a round median filter");
-    command->add_option("IN", settings->input, "Height grid, or any other")->required();
-    command->add_option("OUT", settings->output, "Filtered grid: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    command->add_option("--radius", settings->radius, "Radius of the disc, 1 to 8")
-        ->check(finite_number(1, 8))
-        ->type_name("CELLS")
-        ->capture_default_str();
-    command->add_option("--iterations", settings->iterations, "How often the filter runs; 0 gives the input back")
-        ->check(finite_number(0, 10000))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+    Command command(app, "median", "Smooth a grid by a round median filter", {"MedianFilter"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid, or any other");
+    command.output("OUT", settings->output, "Filtered grid: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
+    command.number("--radius", settings->radius, {1, 8}, "cells", "Radius of the disc, 1 to 8");
+    command.number("--iterations", settings->iterations, {0, 10000}, "",
+                   "How often the filter runs; 0 gives the input back");
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

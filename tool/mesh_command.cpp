@@ -5,18 +5,18 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <memory>
 #include <numbers>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
 #include "model.hpp"
-#include "options.hpp"
 #include "resample.hpp"
 #include "shade_preview.hpp"
 
@@ -27,15 +27,14 @@ using Matrix = std::array<Vector, 3>;
 
 struct MeshCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights of the model over its floor", unit_of_heights};
     std::string size = "1024";
     std::string floor = "0";
-    std::string noise_output;
+    GridOutput noise_output{"random number of the triangle", ""};
     std::string displacement_map;
     std::string xy_map, xz_map, yz_map;
-    std::string preview;
-    std::string device = "cpu";
     UpAxis up = UpAxis::by_format;
+    CommonOptions common;
 
     float vertical_scale = 1;
     std::array<float, 3> rotation{};
@@ -47,12 +46,13 @@ struct MeshCommand {
     float displacement_bias = 0;
     bool horizontal_displacement = false;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     Grid make_floor() const;
     bool is_displaced() const;
-    void draw(Host& host, const Model& model, Grid& heights, mesh_rasterizer_Parameters parameters) const;
+    void draw(Outputs& outputs, Host& host, const Model& model, Grid& heights,
+              mesh_rasterizer_Parameters parameters) const;
     void draw_displaced(Host& host, Model model, Grid& heights, mesh_rasterizer_Parameters parameters) const;
 };
 
@@ -169,22 +169,17 @@ void fit_to_unit_space(Model& model, const mesh_rasterizer_Parameters& p) {
             vertex.z -= lowest - p.offset_z * p.vertical_scale;
 }
 
-void MeshCommand::draw(Host& host, const Model& model, Grid& heights, mesh_rasterizer_Parameters parameters) const {
-    Grid noise;
-    if (!noise_output.empty()) {
-        noise = heights;
-        noise.unit.clear();
-        std::fill(noise.cells.begin(), noise.cells.end(), 0.0f);
-    }
+void MeshCommand::draw(Outputs& outputs, Host& host, const Model& model, Grid& heights,
+                       mesh_rasterizer_Parameters parameters) const {
+    const bool with_noise = !noise_output.path.empty();
+    Grid noise = with_noise ? with_cells(heights, std::vector<float>(heights.size())) : Grid{};
     const mesh_rasterizer_MeshView view = model.view();
     host.run(format_text("drawing %u triangles into %d x %d cells", view.triangle_count, heights.width, heights.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return MeshRasterizer_RenderMesh(queue, &view, heights.cells.data(),
-                                                  noise_output.empty() ? nullptr : noise.cells.data(), &parameters,
-                                                  callbacks);
+                                                  with_noise ? noise.cells.data() : nullptr, &parameters, callbacks);
              });
-    if (!noise_output.empty())
-        write_grid(noise_output, noise);
+    outputs.add(noise_output, std::move(noise));
 }
 
 void MeshCommand::draw_displaced(Host& host, Model model, Grid& heights, mesh_rasterizer_Parameters parameters) const {
@@ -207,14 +202,10 @@ void MeshCommand::draw_displaced(Host& host, Model model, Grid& heights, mesh_ra
              });
 }
 
-void MeshCommand::run() {
-    check_grid_name(output);
-    if (!noise_output.empty())
-        check_grid_name(noise_output);
-    check_folder(preview);
-    if (is_displaced() && !noise_output.empty())
+void MeshCommand::run(Outputs& outputs) {
+    if (is_displaced() && !noise_output.path.empty())
         throw ToolError(ExitCode::usage, "--noise-out does not go with displacement");
-    Host host(device);
+    Host host(common.device);
     Grid heights = make_floor();
     const Model model = read_model(input, up);
 
@@ -234,83 +225,63 @@ void MeshCommand::run() {
     parameters.rest_on_floor = rest_on_floor ? 1 : 0;
     parameters.supersample = supersample ? 1 : 0;
     print_detail(format_text("%zu vertices, %zu triangles", model.vertices.size(), model.triangles.size()));
+    outputs.check_grids(heights);
+    const std::vector<float> before = heights.cells;
     if (is_displaced())
         draw_displaced(host, model, heights, parameters);
     else
-        draw(host, model, heights, parameters);
-
-    write_grid(output, heights);
-    if (!preview.empty()) {
+        draw(outputs, host, model, heights, parameters);
+    note_if_unchanged(before, heights.cells,
+                      "no cell is covered by the model; try a lower --floor, --rest-on-floor, or a --scale near 1");
+    if (!common.preview.empty()) {
         ShadeOptions shade;
         shade.height_unit = static_cast<double>(vertical_scale) * heights.width; // in cells
-        write_picture(preview, heights.width, heights.height, 3, shade_relief(host, heights, {1, 1}, shade));
+        outputs.add_picture(common.preview, heights, shade_relief(host, heights, {1, 1}, shade));
     }
+    outputs.add(output, std::move(heights));
+    outputs.write();
 }
 
 } // namespace
 
 void add_mesh_command(CLI::App& app) {
     const auto settings = std::make_shared<MeshCommand>();
-    CLI::App* const command = app.add_subcommand("mesh", "Draw a model from above into a height grid");
-    command->add_option("MODEL", settings->input, "Triangle mesh: OBJ, PLY, glTF or what else Assimp reads")
-        ->required();
-    command->add_option("OUT", settings->output, "Heights: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    CLI::Option* const size =
-        command->add_option("--size", settings->size, "Width and height of the grid in cells, or one for both")
-            ->type_name("CELLS[xCELLS]")
-            ->capture_default_str();
-    command
-        ->add_option("--floor", settings->floor,
-                     "What the model is drawn onto: a height for all cells, or a grid, whose size is then taken")
-        ->type_name("HEIGHT|GRID")
-        ->capture_default_str();
-    size->description(size->get_description() + "; not read with a grid as floor");
-    command->add_option("--up", settings->up, "Axis of the model that points upwards; y for glTF and OBJ, else z")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, UpAxis>{{"auto", UpAxis::by_format}, {"y", UpAxis::y}, {"z", UpAxis::z}}))
-        ->type_name("auto|y|z")
-        ->default_str("auto");
-    const auto add_number = [&](const char* name, float& value, double lowest, double highest, const char* text) {
-        command->add_option(name, value, text)
-            ->check(finite_number(lowest, highest))
-            ->type_name("NUMBER")
-            ->capture_default_str();
-    };
-    command
-        ->add_option("--vertical-scale", settings->vertical_scale,
-                     "Height of the model's space relative to its width; a height of 1 in the output is that high")
-        ->check(positive_number())
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    add_number("--rotate-x", settings->rotation[0], -36000, 36000, "Degrees; a model turns about z first, then y, x");
-    add_number("--rotate-y", settings->rotation[1], -36000, 36000, "Degrees");
-    add_number("--rotate-z", settings->rotation[2], -36000, 36000, "Degrees");
-    add_number("--scale", settings->scale, 0, 1e6, "Factor on the fit; 1 lets the unrotated model touch the frame");
-    add_number("--offset-x", settings->offset[0], -1e6, 1e6, "Frame widths to the right");
-    add_number("--offset-y", settings->offset[1], -1e6, 1e6, "Frame heights upwards");
-    add_number("--offset-z", settings->offset[2], -1e6, 1e6, "Heights; the model's centre goes to this plus 0.5");
-    command->add_flag("--rest-on-floor", settings->rest_on_floor, "Let the lowest vertex lie at --offset-z");
-    command->add_flag("--supersample", settings->supersample, "Draw at twice the resolution and reduce");
-    const auto add_grid = [&](const char* name, std::string& value, const char* text) {
-        command->add_option(name, value, text)->type_name("GRID");
-    };
-    add_grid("--noise-out", settings->noise_output, "Also write a random number from 0 to 1 for each triangle");
-    add_grid("--displacement", settings->displacement_map,
-             "Move the vertices along their normals by this map, laid on from all three sides");
-    add_grid("--xy-map", settings->xy_map, "Another map for surfaces that face along z");
-    add_grid("--xz-map", settings->xz_map, "Another map for surfaces that face along y");
-    add_grid("--yz-map", settings->yz_map, "Another map for surfaces that face along x");
-    add_number("--displacement-amount", settings->displacement_amount, -1e6, 1e6,
-               "Length of a displacement of 1, in frame widths");
-    add_number("--displacement-bias", settings->displacement_bias, -1e6, 1e6, "Added to what the maps give");
-    command->add_flag("--horizontal-displacement", settings->horizontal_displacement,
-                      "Displace sideways only, with a softer blend of the maps");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    command->callback([settings] { settings->run(); });
+    Command command(app, "mesh", "Draw a model from above into a height grid",
+                    {"MeshRasterizer_RenderMesh", "MeshRasterizer_RenderMeshWithTriplanarDisplacement"});
+    command.input("MODEL", settings->input, "model", "", "Triangle mesh: OBJ, PLY, glTF or what else Assimp reads");
+    command.output("OUT", settings->output, "Heights: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
+    command.text("--size", settings->size, "size", "CELLS[xCELLS]",
+                 "Width and height of the grid in cells, or one for both; not read with a grid as floor");
+    command.text("--floor", settings->floor, "height_or_grid", "HEIGHT|GRID",
+                 "What the model is drawn onto: a height for all cells, or a grid, whose size is then taken");
+    command.choice<UpAxis>("--up", settings->up, {{"auto", UpAxis::by_format}, {"y", UpAxis::y}, {"z", UpAxis::z}},
+                           "Axis of the model that points upwards; auto is y for glTF and OBJ, else z");
+    command.number("--vertical-scale", settings->vertical_scale, above_0, "",
+                   "Height of the model's space relative to its width; a height of 1 in the output is that high");
+    const Range turn{-36000, 36000}, shift{-1e6, 1e6};
+    command.number("--rotate-x", settings->rotation[0], turn, "degrees", "A model turns about z first, then y, x");
+    command.number("--rotate-y", settings->rotation[1], turn, "degrees", "Turn about y");
+    command.number("--rotate-z", settings->rotation[2], turn, "degrees", "Turn about z");
+    command.number("--scale", settings->scale, {0, 1e6}, "",
+                   "Factor on the fit; 1 lets the unrotated model touch the frame");
+    command.number("--offset-x", settings->offset[0], shift, "", "Frame widths to the right");
+    command.number("--offset-y", settings->offset[1], shift, "", "Frame heights upwards");
+    command.number("--offset-z", settings->offset[2], shift, "", "Heights; the model's centre goes to this plus 0.5");
+    command.flag("--rest-on-floor", settings->rest_on_floor, "Let the lowest vertex lie at --offset-z");
+    command.flag("--supersample", settings->supersample, "Draw at twice the resolution and reduce");
+    command.output("--noise-out", settings->noise_output, "Also write a random number from 0 to 1 for each triangle");
+    command.input("--displacement", settings->displacement_map, "grid", "share",
+                  "Move the vertices along their normals by this map, laid on from all three sides");
+    command.input("--xy-map", settings->xy_map, "grid", "share", "Another map for surfaces that face along z");
+    command.input("--xz-map", settings->xz_map, "grid", "share", "Another map for surfaces that face along y");
+    command.input("--yz-map", settings->yz_map, "grid", "share", "Another map for surfaces that face along x");
+    command.number("--displacement-amount", settings->displacement_amount, shift, "",
+                   "Length of a displacement of 1, in frame widths");
+    command.number("--displacement-bias", settings->displacement_bias, shift, "", "Added to what the maps give");
+    command.flag("--horizontal-displacement", settings->horizontal_displacement,
+                 "Displace sideways only, with a softer blend of the maps");
+    settings->common.add_preview(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -6,15 +6,17 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
 #include "model.hpp"
-#include "options.hpp"
+#include "picture.hpp"
 #include "resample.hpp"
 #include "shade_preview.hpp"
 
@@ -26,17 +28,16 @@ struct Sample {
 
 struct PointsCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights of a triangulation", unit_of_heights};
     std::string image;
     std::string image_output;
-    std::string noise_output;
-    std::string preview;
-    std::string device = "cpu";
+    GridOutput noise_output{"random number of the triangle", ""};
+    CommonOptions common;
     int columns = 1024;
     float floor = 0;
     bool y_down = false;
 
-    void run();
+    void run(Outputs& outputs);
 };
 
 /// x, y and z in the lines of a text file, with commas, semicolons or blanks between them. Lines that do not begin with
@@ -76,13 +77,8 @@ std::vector<Sample> read_samples(const std::string& path) {
     return samples;
 }
 
-void PointsCommand::run() {
-    check_grid_name(output);
-    if (!noise_output.empty())
-        check_grid_name(noise_output);
-    for (const std::string& name : {image_output, preview})
-        check_folder(name);
-    Host host(device);
+void PointsCommand::run(Outputs& outputs) {
+    Host host(common.device);
     const std::vector<Sample> samples = read_samples(input);
 
     // The grid that the points just fill, with square cells.
@@ -99,7 +95,8 @@ void PointsCommand::run() {
     grid.height = rows;
     grid.cells.assign(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows), floor);
     const double top = y_down ? south->y : north->y, row_step = y_down ? cell : -cell;
-    grid.geotransform = {west->x, cell, 0, top, 0, row_step};
+    // Maps count y upwards, so there a y that counts downwards is negative.
+    grid.geotransform = {west->x, cell, 0, y_down ? -top : top, 0, -cell};
     print_note(format_text("%zu points on %d x %d cells of %.4g", samples.size(), columns, rows, cell));
 
     std::vector<float> points;
@@ -125,54 +122,42 @@ void PointsCommand::run() {
     parameters.resolution = {columns, rows};
     parameters.point_count = static_cast<std::uint32_t>(samples.size());
     parameters.vertical_scale = 1;
-    Grid noise = grid;
-    std::fill(noise.cells.begin(), noise.cells.end(), 0.0f);
+    Grid noise = with_cells(grid, std::vector<float>(grid.size()));
+    outputs.check_grids(grid);
     host.run(format_text("triangulating %zu points", samples.size()),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return MeshRasterizer_RenderPointCloud(queue, points.data(), grid.cells.data(), noise.cells.data(),
                                                         channel(0), channel(1), channel(2), &parameters, callbacks);
              });
 
-    write_grid(output, grid);
-    if (!noise_output.empty())
-        write_grid(noise_output, noise);
+    outputs.add_picture(common.preview, grid,
+                        common.preview.empty() ? std::vector<std::uint8_t>()
+                                               : shade_relief(host, grid, {cell, cell}, ShadeOptions{}));
     if (!image_output.empty())
-        write_picture(image_output, picture);
-    if (!preview.empty())
-        write_picture(preview, columns, rows, 3, shade_relief(host, grid, {cell, cell}, ShadeOptions{}));
+        outputs.add_picture(image_output, grid, srgb_pixels(picture));
+    outputs.add(noise_output, std::move(noise));
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_points_command(CLI::App& app) {
     const auto settings = std::make_shared<PointsCommand>();
-    CLI::App* const command = app.add_subcommand("points", "Make a height grid of scattered points");
-    command->add_option("CLOUD", settings->input, "Points: .csv, .txt or .xyz, or a model such as .ply")->required();
-    command->add_option("OUT", settings->output, "Heights: .tif, .tiff, .png (16 bits), .asc or .exr")->required();
-    command
-        ->add_option("--columns", settings->columns, "Width of the grid; its rows follow from the extent of the points")
-        ->check(CLI::Range(1, 1 << 20))
-        ->type_name("CELLS")
-        ->capture_default_str();
-    command->add_option("--floor", settings->floor, "Height of the cells outside the points' hull")
-        ->check(finite_number(-1e30, 1e30))
-        ->type_name("HEIGHT")
-        ->capture_default_str();
-    command->add_flag("--y-down", settings->y_down, "y counts from the top of the grid downwards");
-    CLI::Option* const image =
-        command->add_option("--image", settings->image, "Picture of the ground, of which each triangle gets one colour")
-            ->type_name("RGB");
-    command->add_option("--image-out", settings->image_output, "Write the picture of coloured triangles")
-        ->needs(image)
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--noise-out", settings->noise_output, "Also write a random number of each triangle, 0 to 1")
-        ->type_name("GRID");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    command->callback([settings] { settings->run(); });
+    Command command(app, "points", "Make a height grid of scattered points", {"MeshRasterizer_RenderPointCloud"});
+    command.input("CLOUD", settings->input, "points", "", "Points: .csv, .txt or .xyz, or a model such as .ply");
+    command.output("OUT", settings->output, "Heights: .tif, .tiff, .png (16 bits), .asc or .exr");
+    command.number("--columns", settings->columns, {1, 1 << 20}, "cells",
+                   "Width of the grid; its rows follow from the extent of the points");
+    command.number("--floor", settings->floor, {-1e30, 1e30}, unit_of_heights,
+                   "Height of the cells outside the points' hull");
+    command.flag("--y-down", settings->y_down, "y counts from the top of the grid downwards");
+    auto image = command.input("--image", settings->image, "picture", "",
+                               "Picture of the ground, of which each triangle gets one colour");
+    command.picture("--image-out", settings->image_output, "Write the picture of coloured triangles").needs(image);
+    command.output("--noise-out", settings->noise_output, "Also write a random number of each triangle, 0 to 1");
+    settings->common.add_preview(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

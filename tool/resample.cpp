@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "grid_file.hpp"
 #include "message.hpp"
 
 namespace {
@@ -122,7 +123,7 @@ std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& wha
 }
 
 std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what) {
-    Grid grid = read_grid(name, 0.0f);
+    Grid grid = read_grid(name, Holes::are_zero);
     const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
     if (grid.integer_maximum > 0 && highest > 1)
         for (float& cell : grid.cells)

@@ -41,9 +41,9 @@ void put(std::vector<std::uint8_t>& pixels, const Colour& colour) {
 /// Calls `cell(i, colour)` for every cell with its colour by height.
 template <class Cell>
 void for_tints(const Grid& grid, const Tints& tints, Cell cell) {
-    const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
-    const double base = static_cast<double>(*lowest);
-    const double range = std::max(static_cast<double>(*highest) - base, std::numeric_limits<double>::min());
+    const auto [lowest, highest] = extremes(grid);
+    const double base = static_cast<double>(lowest);
+    const double range = std::max(static_cast<double>(highest) - base, std::numeric_limits<double>::min());
     for (std::size_t i = 0; i < grid.size(); ++i)
         cell(i, tint(tints, (static_cast<double>(grid.cells[i]) - base) / range));
 }

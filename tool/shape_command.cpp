@@ -2,29 +2,26 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
 struct ShapeCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights after slope failure", unit_of_heights};
     std::string mask;
-    std::string preview;
-    std::string device = "cpu";
     Fit fit = Fit::pad;
-    GroundScale ground;
+    CommonOptions common;
 
     double feature_size = 0; ///< metres; 0 for 1/32 of the longer side
     float rate = -0.5f;
@@ -35,7 +32,7 @@ struct ShapeCommand {
     float scale_numerator = 0;
     float level_multiplier = 0;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     thermal_shaper_Parameters make_parameters(const Grid& grid, CellSize cell) const;
@@ -46,7 +43,7 @@ struct ShapeCommand {
 /// makes log2(width * level_multiplier / level_divisor) levels. Here the unit is the size of a cell, so that slopes are
 /// true ones, and the coarsest level's cell is about as large as the widest landform to work on.
 thermal_shaper_Parameters ShapeCommand::make_parameters(const Grid& grid, CellSize cell) const {
-    const double height_unit = ground.height_unit_of(grid);
+    const double height_unit = common.height_unit_of(grid);
     const double cell_size = std::sqrt(cell.x * cell.y);
     const double row_length = cell_size * grid.width;
     const double divisor = level_divisor > 0 ? static_cast<double>(level_divisor) : height_unit;
@@ -78,15 +75,11 @@ GridSize ShapeCommand::fitted_size(const thermal_shaper_Parameters& parameters) 
     return round_up(size, 1 << static_cast<int>(std::clamp(levels - 1, 0.0, most_halvings)));
 }
 
-void ShapeCommand::run() {
-    check_grid_name(output);
-    check_folder(preview);
-    Host host(device);
+void ShapeCommand::run(Outputs& outputs) {
+    Host host(common.device);
     Grid grid = read_grid(input);
-    const CellSize cell = ground.cell_of(grid);
-    if (std::abs(cell.x - cell.y) > 0.01 * cell.x)
-        print_note(format_text("cells are %.4g x %.4g m; squares of %.4g m are assumed", cell.x, cell.y,
-                               std::sqrt(cell.x * cell.y)));
+    const CellSize cell = common.cell_of(grid);
+    square_side(cell); // tells of oblong cells
     thermal_shaper_Parameters parameters = make_parameters(grid, cell);
     const GridSize size{grid.width, grid.height};
     const GridSize work_size = fitted_size(parameters);
@@ -119,6 +112,7 @@ void ShapeCommand::run() {
                     static_cast<double>(parameters.blend), static_cast<double>(parameters.rate),
                     static_cast<double>(parameters.detail_gain)));
 
+    outputs.check_grids(grid);
     std::vector<float> after = before;
     host.run(format_text("shaping %d x %d cells", parameters.width, parameters.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
@@ -126,6 +120,7 @@ void ShapeCommand::run() {
                                               &parameters, callbacks);
              });
 
+    note_if_unchanged(before, after, "try a larger --rate or --blend, or a smaller --cell-size");
     if (work_size == size) {
         grid.cells = std::move(after);
     } else if (fit == Fit::pad) {
@@ -138,66 +133,43 @@ void ShapeCommand::run() {
         for (std::size_t i = 0; i < change.size(); ++i)
             grid.cells[i] += change[i];
     }
-    write_grid(output, grid);
-    if (!preview.empty()) {
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
-    }
+    common.draw_preview(outputs, host, grid, cell);
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_shape_command(CLI::App& app) {
     const auto settings = std::make_shared<ShapeCommand>();
-    CLI::App* const command = app.add_subcommand("shape", "Let slopes fail, at every scale at once");
-    command->add_option("IN", settings->input, "Height grid")->required();
-    command->add_option("OUT", settings->output, "Shaped grid: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    command->add_option("--mask", settings->mask, "Strength per cell, 0 to 1; integer grids over 1 are scaled to that")
-        ->type_name("GRID");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
+    Command command(app, "shape", "Let slopes fail, at every scale at once", {"ThermalShaper_Process"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output, "Shaped grid: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
     command
-        ->add_option("--fit", settings->fit,
-                     "How a size that cannot be halved often enough is met: pad, resample or none")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, Fit>{{"pad", Fit::pad}, {"resample", Fit::resample}, {"none", Fit::none}},
-            CLI::ignore_case))
-        ->type_name("HOW")
-        ->default_str("pad");
+        .number("--feature-size", settings->feature_size, above_0, "metres",
+                "Width of the largest landforms to work on; each doubling adds a level to the pyramid")
+        .otherwise("1/32 of the longer side");
+    command.number("--rate", settings->rate, {-1000, 1000}, "",
+                   "Strength of one step; below 0 slopes wear back from their crests, above 0 they fill up from their "
+                   "feet");
+    command.number("--blend", settings->blend, from_0_to_1, "", "Part of the result in the output, 0 to 1");
+    command.number("--detail-gain", settings->detail_gain, {0, 1000}, "",
+                   "Factor on the detail that each finer level adds back");
+    command.input("--mask", settings->mask, "grid", "share",
+                  "Strength per cell, 0 to 1; integer grids over 1 are scaled to that");
     command
-        ->add_option("--feature-size", settings->feature_size,
-                     "Width of the largest landforms to work on [1/32 of the longer side]")
-        ->check(positive_number())
-        ->type_name("METRES");
-    command
-        ->add_option("--rate", settings->rate,
-                     "Strength of one step; below 0 slopes wear back from their crests, above 0 they fill up from "
-                     "their feet")
-        ->check(finite_number(-1000, 1000))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--blend", settings->blend, "Part of the result in the output, 0 to 1")
-        ->check(finite_number(0, 1))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command->add_option("--detail-gain", settings->detail_gain, "Factor on the detail that each finer level adds back")
-        ->check(finite_number(0, 1000))
-        ->type_name("FACTOR")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    const std::string own = "The library's parameters of scale, in place of those that follow from the sizes above";
+        .choice<Fit>("--fit", settings->fit, {{"pad", Fit::pad}, {"resample", Fit::resample}, {"none", Fit::none}},
+                     "How a size that cannot be halved often enough is met")
+        .advanced();
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
     for (const auto& [name, value] : {std::pair{"--level-divisor", &settings->level_divisor},
                                       std::pair{"--scale-numerator", &settings->scale_numerator},
                                       std::pair{"--level-multiplier", &settings->level_multiplier}})
-        command->add_option(name, *value, "Sets the library's parameter in place of the one derived from the sizes")
-            ->check(positive_number())
-            ->type_name("NUMBER")
-            ->group(own);
-    command->callback([settings] { settings->run(); });
+        command.number(name, *value, above_0, "", "Sets the library's parameter of scale")
+            .otherwise("from the sizes")
+            .advanced();
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

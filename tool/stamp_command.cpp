@@ -3,18 +3,19 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <random>
 #include <sstream>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
@@ -22,20 +23,18 @@ using Instances = std::vector<stamp_instancer_Instance>;
 
 struct StampCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights with stamps", unit_of_heights};
     std::string stamps;
     std::string points;
-    std::string ids_output;
-    std::string preview;
-    std::string device = "cpu";
-    GroundScale ground;
+    GridOutput ids_output{"random number of the stamp that raised a cell, 0 for none", ""};
+    CommonOptions common;
 
     int stamp_height = 0; ///< 0: one stamp takes the whole file
     float stamp_scale = 1;
-    int count = 0;
+    std::optional<int> count;
     std::uint32_t seed = 1;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     Grid read_stamps() const;
@@ -43,7 +42,7 @@ struct StampCommand {
 
 /// A file of stamps one below the other: in memory they then follow one another, as the library takes them.
 Grid StampCommand::read_stamps() const {
-    Grid sheet = read_grid(stamps, 0.0f);
+    Grid sheet = read_grid(stamps, Holes::are_zero);
     const int rows = stamp_height > 0 ? stamp_height : sheet.height;
     if (sheet.height % rows != 0)
         throw ToolError(ExitCode::usage, format_text("%d rows of '%s' are no whole number of stamps of %d rows",
@@ -94,12 +93,10 @@ Instances scatter(int count, std::uint32_t seed, GridSize size, int stamp_count)
     return instances;
 }
 
-void StampCommand::run() {
-    check_grid_name(output);
-    if (!ids_output.empty())
-        check_grid_name(ids_output);
-    check_folder(preview);
-    Host host(device);
+void StampCommand::run(Outputs& outputs) {
+    if (count.has_value() != points.empty())
+        throw ToolError(ExitCode::usage, "either --count or --points must say where the stamps go");
+    Host host(common.device);
     Grid grid = read_grid(input);
     const Grid sheet = read_stamps();
 
@@ -111,7 +108,7 @@ void StampCommand::run() {
     parameters.stamp_height = stamp_height > 0 ? stamp_height : sheet.height;
     const int stamp_count = sheet.height / parameters.stamp_height;
     Instances instances =
-        points.empty() ? scatter(count, seed, {grid.width, grid.height}, stamp_count) : read_points(points);
+        points.empty() ? scatter(*count, seed, {grid.width, grid.height}, stamp_count) : read_points(points);
     if (instances.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
         throw ToolError(ExitCode::failed, "'" + points + "' has too many lines");
     parameters.instance_count = static_cast<std::int32_t>(instances.size());
@@ -119,65 +116,45 @@ void StampCommand::run() {
                              parameters.height, stamp_count, parameters.stamp_width, parameters.stamp_height,
                              parameters.instance_count));
 
-    Grid ids = grid;
-    ids.unit.clear();
-    ids.cells.assign(grid.size(), 0.0f);
+    Grid ids = with_cells(grid, std::vector<float>(grid.size()));
+    const std::vector<float> before = grid.cells;
+    outputs.check_grids(grid);
     host.run(format_text("stamping %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return StampInstancer_Populate(queue, grid.cells.data(), ids.cells.data(), sheet.cells.data(),
                                                 instances.data(), &parameters, callbacks);
              });
 
-    write_grid(output, grid);
-    if (!ids_output.empty())
-        write_grid(ids_output, ids);
-    if (!preview.empty()) {
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, ground.cell_of(grid), shade));
-    }
+    note_if_unchanged(before, grid.cells, "try more --count, a larger --stamp-scale, or --points on the grid");
+    common.draw_preview(outputs, host, grid);
+    outputs.add(ids_output, std::move(ids));
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_stamp_command(CLI::App& app) {
     const auto settings = std::make_shared<StampCommand>();
-    CLI::App* const command = app.add_subcommand("stamp", "Place copies of small height patches on the terrain");
-    command->add_option("IN", settings->input, "Height grid")->required();
-    command->add_option("OUT", settings->output, "Stamped terrain: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
+    Command command(app, "stamp", "Place copies of small height patches on the terrain", {"StampInstancer_Populate"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output, "Stamped terrain: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
     command
-        ->add_option("--stamps", settings->stamps,
-                     "The patches, one below the other, as heights above the ground; 0 is a hole")
-        ->required()
-        ->type_name("GRID");
-    command->add_option("--stamp-height", settings->stamp_height, "Rows of one patch [all of the file: one patch]")
-        ->check(finite_number(1, std::numeric_limits<int>::max()))
-        ->type_name("CELLS");
-    command->add_option("--stamp-scale", settings->stamp_scale, "Factor on the patches' values")
-        ->check(finite_number(-1e9, 1e9))
-        ->type_name("FACTOR")
-        ->capture_default_str();
-    CLI::Option_group* const placing = command->add_option_group("Where to");
-    placing->add_option("--count", settings->count, "Scatter so many at random")
-        ->check(finite_number(0, std::numeric_limits<int>::max()))
-        ->type_name("NUMBER");
-    placing->add_option("--points", settings->points, "Text file with COLUMN ROW [STAMP] a line, all from 0")
-        ->type_name("FILE");
-    placing->require_option(1);
-    command->add_option("--seed", settings->seed, "Another seed, other places")
-        ->check(finite_number(0, std::numeric_limits<std::uint32_t>::max()))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command
-        ->add_option("--ids-out", settings->ids_output, "Also write a random number of each stamped patch; 0 is none")
-        ->type_name("GRID");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+        .input("--stamps", settings->stamps, "grid", unit_of_heights,
+               "The patches, one below the other, as heights above the ground; 0 is a hole")
+        .required();
+    constexpr double most = std::numeric_limits<int>::max();
+    command.number("--stamp-height", settings->stamp_height, {1, most}, "cells", "Rows of one patch")
+        .otherwise("all of the file: one patch");
+    command.number("--stamp-scale", settings->stamp_scale, {-1e9, 1e9}, "", "Factor on the patches' values");
+    auto count = command.number("--count", settings->count, {0, most}, "", "Scatter so many at random");
+    command.input("--points", settings->points, "points", "", "Text file with COLUMN ROW [STAMP] a line, all from 0")
+        .excludes(count);
+    command.number("--seed", settings->seed, any_seed, "", "Another seed, other places");
+    command.output("--ids-out", settings->ids_output, "Also write a random number of each stamped patch; 0 is none");
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

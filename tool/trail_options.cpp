@@ -2,28 +2,14 @@
 
 #include <algorithm>
 
-#include "options.hpp"
-
-void TrailOptions::add_options(CLI::App& command) {
-    command
-        .add_option("--flow-length", flow_length,
-                    "Length of the long trails, which carry rivers, as a fraction of the width")
-        ->check(finite_number(0, 100))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command
-        .add_option(
-            "--spread", spread,
-            "How far ground rises at each visit, in hundred-thousandths of the terrain's height: above 0, later "
-            "trails run beside earlier ones")
-        ->check(finite_number(-1e6, 1e6))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    command.add_option("--seed", seed, "Of the random numbers")->type_name("NUMBER")->capture_default_str();
-    command.add_option("--mask", mask, "Chance that a cell starts a trail")->type_name("GRID");
-    command.add_option("--device", device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
+void TrailOptions::add_options(Command& command) {
+    command.number("--flow-length", flow_length, {0, 100}, "",
+                   "Length of the long trails, which carry rivers, as a fraction of the width");
+    command.number("--spread", spread, {-1e6, 1e6}, "",
+                   "How far ground rises at each visit, in hundred-thousandths of the terrain's height: above 0, later "
+                   "trails run beside earlier ones");
+    command.number("--seed", seed, any_seed, "", "Of the random numbers");
+    command.input("--mask", mask, "grid", "share", "Chance that a cell starts a trail");
 }
 
 std::vector<float> TrailOptions::read_mask_cells(GridSize size) const {

@@ -4,8 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "command.hpp"
 #include "resample.hpp"
 
 /// What flow maps and the transport of colour have in common.
@@ -14,9 +13,8 @@ struct TrailOptions {
     float spread = 1.0f;
     std::uint32_t seed = 0;
     std::string mask;
-    std::string device = "cpu";
 
-    void add_options(CLI::App& command);
+    void add_options(Command& command);
 
     /// No cells if there is no mask.
     std::vector<float> read_mask_cells(GridSize size) const;

@@ -3,29 +3,27 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
-#include <CLI/CLI.hpp>
 #include <tarn/oneapi.h>
 
-#include "grid.hpp"
+#include "command.hpp"
+#include "common_options.hpp"
+#include "grid_file.hpp"
 #include "host.hpp"
 #include "message.hpp"
-#include "options.hpp"
 #include "resample.hpp"
-#include "shade_preview.hpp"
 
 namespace {
 
 struct WeatherCommand {
     std::string input;
-    std::string output;
+    GridOutput output{"heights after weathering", unit_of_heights};
     std::string erosion_mask;
     std::string absorption_mask;
-    std::string depth_output;
-    std::string wear_output;
-    std::string preview;
-    std::string device = "cpu";
-    GroundScale ground;
+    GridOutput depth_output{"depth of the loose cover", unit_of_heights};
+    GridOutput wear_output{"depth of the ground that was loosened", unit_of_heights};
+    CommonOptions common;
 
     float duration = 0.02f;
     float erosion_rate = 1;
@@ -34,11 +32,10 @@ struct WeatherCommand {
     double feature_size = 0; ///< metres; 0 for 1/32 of the longer side
     float absorption = 0;
 
-    void run();
+    void run(Outputs& outputs);
 
   private:
     std::vector<float> padded_mask(const std::string& name, GridSize size, GridSize work_size) const;
-    void write(const std::string& name, Grid grid, const std::vector<float>& cells, GridSize work_size) const;
 };
 
 /// No cells if there is no mask.
@@ -46,27 +43,11 @@ std::vector<float> WeatherCommand::padded_mask(const std::string& name, GridSize
     return name.empty() ? std::vector<float>() : pad(read_mask(name, size), size, work_size);
 }
 
-/// Writes `cells`, cut to the size of `grid`, with the georeference of that. Does nothing without a name.
-void WeatherCommand::write(const std::string& name, Grid grid, const std::vector<float>& cells,
-                           GridSize work_size) const {
-    if (name.empty())
-        return;
-    grid.cells = crop(cells, work_size, {grid.width, grid.height});
-    write_grid(name, grid);
-}
-
-void WeatherCommand::run() {
-    check_grid_name(output);
-    for (const std::string& name : {depth_output, wear_output})
-        if (!name.empty())
-            check_grid_name(name);
-    check_folder(preview);
-    Host host(device);
+void WeatherCommand::run(Outputs& outputs) {
+    Host host(common.device);
     Grid grid = read_grid(input);
-    const CellSize cell = ground.cell_of(grid);
-    const double cell_size = std::sqrt(cell.x * cell.y);
-    if (std::abs(cell.x - cell.y) > 0.01 * cell.x)
-        print_note(format_text("cells are %.4g x %.4g m; squares of %.4g m are assumed", cell.x, cell.y, cell_size));
+    const CellSize cell = common.cell_of(grid);
+    const double cell_size = square_side(cell);
     const double feature = feature_size > 0 ? feature_size : std::max(grid.width, grid.height) * cell_size / 32;
 
     // The library makes log2(feature size / cell size) levels; all but the coarsest should halve evenly.
@@ -86,7 +67,7 @@ void WeatherCommand::run() {
     parameters.repose_angle = repose_angle;
     parameters.feature_size = static_cast<float>(feature);
     parameters.terrain_size = static_cast<float>(cell_size * work_size.width);
-    parameters.terrain_height = static_cast<float>(ground.height_unit_of(grid));
+    parameters.terrain_height = static_cast<float>(common.height_unit_of(grid));
     parameters.absorption = absorption;
     parameters.use_erosion_mask = erosion_mask.empty() ? 0 : 1;
     parameters.use_absorption_mask = absorption_mask.empty() ? 0 : 1;
@@ -97,6 +78,7 @@ void WeatherCommand::run() {
 
     const std::vector<float> erosion = padded_mask(erosion_mask, size, work_size);
     const std::vector<float> absorbing = padded_mask(absorption_mask, size, work_size);
+    outputs.check_grids(grid);
     std::vector<float> heights = pad(grid.cells, size, work_size);
     std::vector<float> depth(heights.size()), wear(heights.size());
     host.run(format_text("weathering %d x %d cells", work_size.width, work_size.height),
@@ -106,58 +88,42 @@ void WeatherCommand::run() {
                                           absorbing.empty() ? nullptr : absorbing.data(), &parameters, callbacks);
              });
 
-    write(output, grid, heights, work_size);
-    write(depth_output, grid, depth, work_size);
-    write(wear_output, grid, wear, work_size);
-    if (!preview.empty()) {
-        grid.cells = crop(heights, work_size, size);
-        ShadeOptions shade;
-        shade.height_unit = ground.height_unit_of(grid);
-        write_picture(preview, grid.width, grid.height, 3, shade_relief(host, grid, cell, shade));
-    }
+    const std::vector<float> before = std::exchange(grid.cells, crop(heights, work_size, size));
+    note_if_unchanged(before, grid.cells, "try a longer --duration or a smaller --repose-angle");
+    common.draw_preview(outputs, host, grid, cell);
+    outputs.add(depth_output, with_cells(grid, crop(depth, work_size, size)));
+    outputs.add(wear_output, with_cells(grid, crop(wear, work_size, size)));
+    outputs.add(output, std::move(grid));
+    outputs.write();
 }
 
 } // namespace
 
 void add_weather_command(CLI::App& app) {
     const auto settings = std::make_shared<WeatherCommand>();
-    CLI::App* const command =
-        app.add_subcommand("weather", "Weather slopes: loosen what is too steep and let it slide");
-    command->add_option("IN", settings->input, "Height grid")->required();
+    Command command(app, "weather", "Weather slopes: loosen what is too steep and let it slide", {"ThermalSimulation"});
+    command.input("IN", settings->input, "grid", unit_of_heights, "Height grid");
+    command.output("OUT", settings->output, "Heights after the run: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr");
+    command.number("--duration", settings->duration, {0, 1000}, "",
+                   "Length of the run; 1 is 2560 iterations at coarse levels");
+    command.number("--erosion-rate", settings->erosion_rate, {0, 1e6}, "", "Strength of the loosening");
+    command.number("--curvature-bias", settings->curvature_bias, from_0_to_1, "",
+                   "0: all slopes above the repose angle loosen alike; 1: steep and convex ones more");
+    command.number("--repose-angle", settings->repose_angle, {0, 90}, "degrees",
+                   "Slopes above the arc tangent of this angle in radians slide");
     command
-        ->add_option("OUT", settings->output, "Heights after the run: .tif, .tiff, .png (16 bits), .hgt, .asc or .exr")
-        ->required();
-    const auto add_number = [&](const char* name, float& value, double lowest, double highest, const char* text) {
-        command->add_option(name, value, text)
-            ->check(finite_number(lowest, highest))
-            ->type_name("NUMBER")
-            ->capture_default_str();
-    };
-    add_number("--duration", settings->duration, 0, 1000, "Length of the run; 1 is 2560 iterations at coarse levels");
-    add_number("--erosion-rate", settings->erosion_rate, 0, 1e6, "Strength of the loosening");
-    add_number("--curvature-bias", settings->curvature_bias, 0, 1,
-               "0: all slopes above the repose angle loosen alike; 1: steep and convex ones more");
-    add_number("--repose-angle", settings->repose_angle, 0, 90,
-               "Degrees; slopes above the arc tangent of this angle in radians slide");
-    add_number("--absorption", settings->absorption, 0, 1, "Share of the arriving material that is lost on the way");
-    command
-        ->add_option("--feature-size", settings->feature_size,
-                     "Largest landform to work on, in metres; a thirty-second of the longer side if not given")
-        ->check(positive_number())
-        ->type_name("METRES");
-    const auto add_grid = [&](const char* name, std::string& value, const char* text) {
-        command->add_option(name, value, text)->type_name("GRID");
-    };
-    add_grid("--erosion-mask", settings->erosion_mask, "Factor on the loosening");
-    add_grid("--absorption-mask", settings->absorption_mask, "Factor on the absorption");
-    add_grid("--depth-out", settings->depth_output, "Also write the depth of the loose cover");
-    add_grid("--wear-out", settings->wear_output, "Also write how much ground was loosened");
-    command->add_option("--preview", settings->preview, "Also draw the result as a shaded picture")
-        ->check(png_name())
-        ->type_name("PNG");
-    command->add_option("--device", settings->device, "Identity string of a device, from `tarn devices`, or cpu")
-        ->type_name("ID")
-        ->capture_default_str();
-    settings->ground.add_options(*command);
-    command->callback([settings] { settings->run(); });
+        .number("--feature-size", settings->feature_size, above_0, "metres",
+                "Largest landform to work on; sets the number of levels")
+        .otherwise("1/32 of the longer side");
+    command.number("--absorption", settings->absorption, from_0_to_1, "",
+                   "Share of the arriving material that is lost on the way");
+    command.input("--erosion-mask", settings->erosion_mask, "grid", "share", "Factor on the loosening");
+    command.input("--absorption-mask", settings->absorption_mask, "grid", "share", "Factor on the absorption");
+    command.output("--depth-out", settings->depth_output, "Also write the depth of the loose cover");
+    command.output("--wear-out", settings->wear_output, "Also write how much ground was loosened");
+    settings->common.add_preview(command);
+    settings->common.add_scale(command);
+    settings->common.add_device(command);
+    add_file_options(command);
+    command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -1,0 +1,146 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "outputs.hpp"
+
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
+/// The numbers that an option takes: from the lowest to the highest, or no others than the members.
+struct Range {
+    double lowest, highest;
+    bool above_lowest = false; ///< the lowest itself is not taken
+    std::vector<int> members = {};
+};
+inline const Range above_0{0, static_cast<double>(std::numeric_limits<float>::max()), true};
+inline const Range from_0_to_1{0, 1};
+inline const Range any_seed{0, 4294967295.0};
+
+/// One option of a command as the table of options tells it: everything that a program needs to offer the option under
+/// the same name, in the same unit and with the same default, range and help.
+struct OptionRecord {
+    std::string name;   ///< with underscores: "feature_size"; "in" for a positional IN
+    std::string option; ///< as it is typed: "--feature-size"; empty for a positional
+    std::string alias;  ///< another name, from before
+    std::string role;   ///< parameter, input or output
+    std::string type;   ///< number, integer, flag, choice, day, time, text, grid, picture, model, points...
+    std::string unit;   ///< metres, degrees, cells...; "height" is the unit of the heights; empty for plain numbers
+    std::string placeholder; ///< in the help
+    std::string help;
+    std::vector<std::string> defaults; ///< none if the default follows from the input, which default_text then tells
+    std::string default_text;
+    std::optional<Range> range;
+    std::vector<std::string> choices;
+    std::string contents; ///< of an output grid: what its numbers are
+    int count = 1;        ///< of values after the option
+    bool is_required = false;
+    bool is_advanced = false;
+    CLI::Option* parser = nullptr;
+};
+
+/// A command as the table tells it.
+struct CommandRecord {
+    std::string name;
+    std::string summary;
+    std::vector<std::string> functions; ///< of the library
+    std::vector<OptionRecord> options;
+};
+
+/// An option that was just added, to say more about it.
+class Entry {
+  public:
+    Entry(CommandRecord& command, std::size_t index) : command_(&command), index_(index) {}
+
+    /// What is taken if the option is not given, where that follows from the input.
+    Entry& otherwise(const std::string& text);
+    Entry& required();
+    /// An option for those who know the library's parameters: the help lists it last.
+    Entry& advanced();
+    Entry& needs(const Entry& other);
+    Entry& excludes(const Entry& other);
+
+  private:
+    OptionRecord& record() const { return command_->options[index_]; }
+
+    CommandRecord* command_;
+    std::size_t index_;
+};
+
+/// A command under construction. Each call adds an option to the parser and, with the same words, to the table that
+/// `tarn options --json` prints, so the two cannot disagree. Defaults are what the variables hold.
+class Command {
+  public:
+    Command(CLI::App& app, const std::string& name, const std::string& summary,
+            const std::vector<std::string>& functions);
+
+    /// A file to read; `type` is grid, picture, model, points or file, and `unit` what a grid's numbers are in:
+    /// "height", or "share" for a mask.
+    Entry input(const std::string& name, std::string& path, const std::string& type, const std::string& unit,
+                const std::string& help);
+    /// A grid to write. The name of a positional is required.
+    Entry output(const std::string& name, GridOutput& grid, const std::string& help);
+    /// A picture to write.
+    Entry picture(const std::string& name, std::string& path, const std::string& help);
+    Entry flag(const std::string& name, bool& value, const std::string& help);
+    /// Any other text; `type` tells what it holds, and `check` what is wrong with one, if anything.
+    Entry text(const std::string& name, std::string& value, const std::string& type, const std::string& placeholder,
+               const std::string& help, std::string (*check)(const std::string&) = nullptr);
+    /// A text that may be given several times.
+    Entry texts(const std::string& name, std::vector<std::string>& values, const std::string& placeholder,
+                const std::string& help);
+
+    /// A number, an optional number or, with a count, several: float, double, int or std::uint32_t. The name may be two
+    /// with a comma: a new one and an old.
+    template <class Value>
+    Entry number(const std::string& name, Value& value, const Range& range, const std::string& unit,
+                 const std::string& help, int count = 1);
+
+    /// One of several words.
+    template <class Value>
+    Entry choice(const std::string& name, Value& value, const std::vector<std::pair<std::string, Value>>& words,
+                 const std::string& help) {
+        std::vector<std::string> names;
+        std::string current;
+        for (const auto& [word, meaning] : words) {
+            names.push_back(word);
+            if (meaning == value)
+                current = word;
+        }
+        return choice(name, names, current, help, [words, &value](std::size_t i) { value = words[i].second; });
+    }
+
+    Outputs& outputs() { return *outputs_; }
+
+    /// What the command does. Before it starts, the names of its outputs are checked.
+    void runs(const std::function<void(Outputs&)>& run);
+
+  private:
+    Entry add(CLI::Option* parser, OptionRecord record);
+    Entry choice(const std::string& name, const std::vector<std::string>& words, const std::string& current,
+                 const std::string& help, const std::function<void(std::size_t)>& choose);
+
+    CLI::App* parser_;
+    CommandRecord* record_;
+    std::shared_ptr<Outputs> outputs_;
+};
+
+/// `tarn options [--json]`.
+void add_options_command(CLI::App& app);
+
+/// `tarn help [COMMAND]`; without a name it tells about all commands.
+void print_help(CLI::App& app, const std::string& name);
+
+/// Both throw ToolError (usage), with the name that was probably meant: if there is no such command, and on the
+/// arguments that the parser has left over.
+void check_command(const CLI::App& app, const std::string& name);
+[[noreturn]] void refuse_arguments(const CLI::App& app);

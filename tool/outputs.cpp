@@ -1,0 +1,212 @@
+#include "outputs.hpp"
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <system_error>
+
+#include <cpl_string.h>
+#include <cpl_vsi.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include "grid_file.hpp"
+#include "interrupt.hpp"
+#include "message.hpp"
+#include "picture.hpp"
+#include "staged_file.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string memory_folder = "/vsimem/tarn";
+
+std::string& command_line() {
+    static std::string line;
+    return line;
+}
+
+/// As a shell takes it.
+std::string quoted(const std::string& argument) {
+    const bool is_plain = !argument.empty() && argument.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                                                                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                                          "0123456789_-+=:,./@%") == std::string::npos;
+    if (is_plain)
+        return argument;
+    std::string text = "'";
+    for (const char c : argument)
+        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+}
+
+[[noreturn]] void refuse(const std::string& path, const std::string& reason) {
+    throw ToolError(ExitCode::unwritable_output, "cannot write '" + path + "': " + reason);
+}
+
+fs::path folder_of(const std::string& path) {
+    const fs::path folder = fs::path(path).parent_path();
+    return folder.empty() ? fs::path(".") : folder;
+}
+
+void check_place(const std::string& path) {
+    const fs::path folder = folder_of(path);
+    if (!fs::is_directory(folder))
+        refuse(path, "there is no folder '" + folder.string() + "'");
+    if (fs::exists(path) && !fs::is_regular_file(path))
+        refuse(path, "it is no file");
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+        refuse(path, "the folder '" + folder.string() + "' is not writable");
+    if (fs::exists(path) && access(path.c_str(), W_OK) != 0)
+        refuse(path, "it is not writable");
+}
+
+bool is_same_file(const std::string& a, const std::string& b) {
+    std::error_code ignored;
+    return fs::weakly_canonical(a) == fs::weakly_canonical(b) || fs::equivalent(a, b, ignored);
+}
+
+/// Copies what GDAL has made in memory to the disk, in the folder of `path`, and forgets it.
+void stage(const std::string& path, std::deque<StagedFile>& files) {
+    const CPLStringList names(VSIReadDir(memory_folder.c_str()));
+    for (int i = 0; i < names.size(); ++i) {
+        const std::string name = names[i];
+        const std::string in_memory = memory_folder + "/" + name;
+        vsi_l_offset size = 0;
+        const GByte* const bytes = VSIGetMemFileBuffer(in_memory.c_str(), &size, FALSE);
+        const bool is_main = fs::path(path).filename() == name;
+        try {
+            StagedFile& file = files.emplace_back(is_main ? fs::path(path) : folder_of(path) / name);
+            constexpr vsi_l_offset step = 1 << 24;
+            for (vsi_l_offset at = 0; at < size; at += step) {
+                if (is_interrupted())
+                    throw ToolError(ExitCode::cancelled, "cancelled, nothing is written");
+                file.append(bytes + at, static_cast<std::size_t>(std::min(step, size - at)));
+            }
+            file.finish();
+        } catch (const std::system_error& error) {
+            refuse(path, error.code().message());
+        }
+        VSIUnlink(in_memory.c_str());
+    }
+}
+
+/// Overviews, masks and notes of the file that was replaced would be taken for those of the new one.
+void remove_stale_companions(const std::string& path, const std::deque<StagedFile>& files) {
+    for (const char* ending : {".aux.xml", ".ovr", ".msk"}) {
+        const fs::path companion = fs::weakly_canonical(path + ending);
+        const bool is_new =
+            std::any_of(files.begin(), files.end(), [&](const StagedFile& file) { return file.target() == companion; });
+        std::error_code ignored;
+        if (!is_new)
+            fs::remove(companion, ignored);
+    }
+}
+
+} // namespace
+
+void set_command_line(int argc, char** argv) {
+    command_line() = "tarn";
+    for (int i = 1; i < argc; ++i)
+        command_line().append(" ").append(quoted(argv[i]));
+}
+
+std::vector<const std::string*> Outputs::paths() const {
+    std::vector<const std::string*> paths;
+    for (const GridOutput* const grid : grids_)
+        if (!grid->path.empty())
+            paths.push_back(&grid->path);
+    for (const std::string* const picture : pictures_)
+        if (!picture->empty())
+            paths.push_back(picture);
+    return paths;
+}
+
+void Outputs::check_names() const {
+    std::vector<std::string> grid_paths;
+    for (const GridOutput* const grid : grids_)
+        if (!grid->path.empty())
+            grid_paths.push_back(grid->path);
+    check_grid_names(grid_paths, creation_options);
+    const std::vector<const std::string*> all = paths();
+    for (const std::string* const path : all)
+        check_place(*path);
+    for (std::size_t i = 0; i < all.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            if (is_same_file(*all[i], *all[j]))
+                throw ToolError(ExitCode::usage, "'" + *all[i] + "' is named for two outputs");
+}
+
+void Outputs::check_grids(const Grid& like) const {
+    std::map<unsigned long, std::uint64_t> needs; // by file system
+    for (const GridOutput* const output : grids_) {
+        if (output->path.empty())
+            continue;
+        check_grid_fits(output->path, like);
+        struct statvfs disk = {};
+        if (statvfs(folder_of(output->path).c_str(), &disk) != 0)
+            continue;
+        std::uint64_t& need = needs[disk.f_fsid];
+        need += least_file_size(output->path, like, creation_options);
+        const std::uint64_t room = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+        if (need > room)
+            refuse(output->path, format_text("%.0f MiB are needed and %.0f are free",
+                                             static_cast<double>(need) / 0x1p20, static_cast<double>(room) / 0x1p20));
+    }
+}
+
+void Outputs::add(const GridOutput& output, Grid grid) {
+    if (output.path.empty())
+        return;
+    if (output.unit != unit_of_heights)
+        grid.unit = output.unit;
+    GridRecord record{
+        output.contents, {{"TARN_COMMAND", command_line()}, {"TARN_VERSION", TARN_VERSION}}, creation_options};
+    if (!seed_.empty())
+        record.items.emplace_back("TARN_SEED", seed_);
+    // std::function wants something that can be copied.
+    const auto held = std::make_shared<Grid>(std::move(grid));
+    files_.push_back({output.path, [held, record](const std::string& path) {
+                          write_grid(path, *held, record);
+                      }});
+}
+
+void Outputs::add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels) {
+    if (path.empty())
+        return;
+    if (with_world_files && !grid.geotransform)
+        print_note("'" + path + "' gets no world file: the place on the map is not known");
+    const auto place = with_world_files ? grid.geotransform : std::nullopt;
+    files_.push_back(
+        {path, [=, width = grid.width, height = grid.height,
+                held = std::make_shared<std::vector<std::uint8_t>>(std::move(pixels))](const std::string& name) {
+             write_picture(name, width, height, *held, place);
+         }});
+}
+
+void Outputs::write() {
+    const InterruptGuard guard(InterruptGuard::Second::is_ignored);
+    std::deque<StagedFile> staged;
+    for (File& file : files_) {
+        try {
+            file.make(memory_folder + "/" + fs::path(file.path).filename().string());
+        } catch (const std::runtime_error& error) {
+            if (is_interrupted())
+                throw ToolError(ExitCode::cancelled, "cancelled, nothing is written");
+            refuse(file.path, error.what());
+        }
+        file.make = nullptr; // the grid may go
+        stage(file.path, staged);
+    }
+    try {
+        for (StagedFile& file : staged)
+            file.commit();
+    } catch (const std::system_error& error) {
+        throw ToolError(ExitCode::unwritable_output, error.what());
+    }
+    for (const File& file : files_)
+        remove_stale_companions(file.path, staged);
+    files_.clear();
+}

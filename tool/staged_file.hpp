@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+
+/// A file under a passing name in the folder of its target. Unless it is committed it leaves nothing behind.
+class StagedFile {
+  public:
+    /// Throws std::system_error, as do the others.
+    explicit StagedFile(const std::filesystem::path& target);
+    ~StagedFile();
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
+
+    void append(const void* bytes, std::size_t count);
+    /// Waits until the contents are on the disk.
+    void finish();
+    /// Takes the place of the target.
+    void commit();
+
+    const std::filesystem::path& target() const { return target_; }
+
+  private:
+    std::filesystem::path target_;
+    std::string name_;
+    int descriptor_;
+    bool is_committed_ = false;
+};
