@@ -65,7 +65,7 @@ void check_place(const std::string& path) {
 
 bool is_same_file(const std::string& a, const std::string& b) {
     std::error_code ignored;
-    return fs::weakly_canonical(a) == fs::weakly_canonical(b) || fs::equivalent(a, b, ignored);
+    return resolved(a) == resolved(b) || fs::equivalent(a, b, ignored);
 }
 
 /// Copies what GDAL has made in memory to the disk, in the folder of `path`, and forgets it.
@@ -96,7 +96,7 @@ void stage(const std::string& path, std::deque<StagedFile>& files) {
 /// Overviews, masks and notes of the file that was replaced would be taken for those of the new one.
 void remove_stale_companions(const std::string& path, const std::deque<StagedFile>& files) {
     for (const char* ending : {".aux.xml", ".ovr", ".msk"}) {
-        const fs::path companion = fs::weakly_canonical(path + ending);
+        const fs::path companion = resolved(path + ending);
         const bool is_new =
             std::any_of(files.begin(), files.end(), [&](const StagedFile& file) { return file.target() == companion; });
         std::error_code ignored;

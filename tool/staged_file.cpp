@@ -32,8 +32,12 @@ void sync(int descriptor) {
 
 } // namespace
 
+std::filesystem::path resolved(const std::filesystem::path& path) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path));
+}
+
 StagedFile::StagedFile(const std::filesystem::path& target)
-    : target_(std::filesystem::weakly_canonical(target)), name_((target_.parent_path() / ".tarn-XXXXXX").string()),
+    : target_(resolved(target)), name_((target_.parent_path() / ".tarn-XXXXXX").string()),
       descriptor_(mkostemp(name_.data(), O_CLOEXEC)) {
     if (descriptor_ < 0)
         throw_error();

@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <filesystem>
 
+/// The place of a file whatever links and relative names lead to it.
+std::filesystem::path resolved(const std::filesystem::path& path);
+
 /// A file under a passing name in the folder of its target. Unless it is committed it leaves nothing behind.
 class StagedFile {
   public:

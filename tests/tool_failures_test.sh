@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Bad arguments, bad files, full disks and interrupts: outputs are whole or as they were.
+source "$(dirname "$0")/tool_support.sh"
+
+asc 64 64 10 '(x - 32) * (y - 32)' >even.asc
+# Bad arguments and files.
+expect 64 "a command is missing"
+expect 64 "did you mean \`tarn shape\`?" shap "$terrain" out.tif
+expect 64 "did you mean --rate?" shape "$terrain" out.tif --ratee=3
+expect 0 "--friction NUMBER [0.5]" help debris
+expect 0 '"default":-0.5' options --json
+expect 64 "OUT" shape "$terrain"
+expect 64 "--colour" shape "$terrain" out.tif --colour red
+expect 64 "not a finite number" shape "$terrain" out.tif --rate nan
+expect 64 "not a finite number" shape "$terrain" out.tif --rate 1e999
+expect 64 "not from 0 to 1" shape "$terrain" out.tif --blend 1.5
+expect 64 "not a number above 0" shape "$terrain" out.tif --level-divisor 0
+expect 64 "not a number above 0" shape "$terrain" out.tif --cell-size -3
+expect 64 "--fit" shape "$terrain" out.tif --fit squeeze
+expect 64 "must end in" shape "$terrain" out.xyz
+expect 64 "must end in .png" preview "$terrain" out.tif
+expect 64 "no difference can be drawn" preview "$terrain" out.png --difference even.asc
+expect 66 "cannot read 'nothing.tif'" shape nothing.tif out.tif
+expect 66 "cannot read 'nothing.exr'" shape nothing.exr out.tif
+expect 66 "cannot read 'nothing.asc'" shape "$terrain" out.tif --mask nothing.asc
+echo "no raster" >text.tif
+expect 66 "cannot read 'text.tif'" shape text.tif out.tif
+expect 73 "there is no folder 'nowhere'" shape "$terrain" nowhere/out.tif
+expect 73 "there is no folder 'nowhere'" shape "$terrain" out.tif --preview nowhere/out.png
+expect 73 "there is no folder 'nowhere'" preview "$terrain" nowhere/out.png
+mkdir folder.tif folder.exr folder.png
+for output in folder.tif folder.exr folder.png; do
+    expect 73 "cannot write '$output'" shape "$terrain" $output
+done
+[[ -e out.tif ]] && fail "a refused run left out.tif behind"
+[[ -z "$("$tarn" --quiet shape "$terrain" quiet.tif 2>&1)" ]] || fail "--quiet is not quiet"
+expect 0 "Usage" --help
+expect 0 "--feature-size" shape --help
+expect 0 "" --version
+expect 64 "is named for two outputs" weather "$terrain" out.tif --depth-out ./out.tif
+cp "$terrain" big.tif
+ln -s big.tif link.tif
+expect 64 "is named for two outputs" weather "$terrain" big.tif --depth-out link.tif
+
+# A full disk, an interrupt and a late refusal leave what was there, whole, and nothing beside it.
+intact() { # intact WHAT FILE CHECKSUM...: the file has one of them
+    local what=$1 file=$2 sum
+    shift 2
+    sum=$(cksum <"$file")
+    [[ " $* " == *" ${sum// /-} "* ]] || fail "$what: $file is spoilt"
+    [[ -z "$(ls -A | grep '^\.tarn')" ]] || fail "$what left $(ls -A | grep '^\.tarn') behind"
+}
+for ending in tif asc png exr; do
+    "$tarn" -q shape even.asc kept.$ending
+    old=$(cksum <kept.$ending)
+    said=$( (ulimit -f 20 && exec "$tarn" -q shape "$terrain" kept.$ending) 2>&1)
+    [[ $? == 73 && "$said" == "tarn: error: cannot write 'kept.$ending': File too large" ]] || fail "a full disk: $said"
+    intact "a full disk" kept.$ending "${old// /-}"
+done
+"$tarn" -q shape even.asc kept.asc
+old=$(cksum <kept.asc)
+"$tarn" -q weather "$terrain" kept2.asc --duration 0
+"$tarn" -q weather "$terrain" kept.asc --duration 0 && new=$(cksum <kept.asc)
+for signal in INT TERM; do
+    for delay in 0.05 0.1 0.15 0.2 0.3 0.4 0.6; do
+        timeout --signal $signal $delay "$tarn" -q weather "$terrain" kept.asc --duration 0
+        intact "SIG$signal after $delay s" kept.asc "${old// /-}" "${new// /-}"
+    done
+done
+
+finish
