@@ -29,7 +29,9 @@ strew still.asc friction=1e5 draw-unmoved=true
 cmp -s bare.asc still.asc && fail "rocks that stay where they are born are not drawn"
 strew again.asc
 cmp -s rocks.asc again.asc || fail "the same rocks lie elsewhere"
-expect 0 "403 x 344 cells are padded to 403 x 403" debris "$terrain" strewn.tif --count 0 --preview strewn.png
+expect 0 "403 x 344 cells are padded to 403 x 403" debris "$terrain" strewn.tif --preview strewn.png
+[[ "$("$tarn" debris "$terrain" strewn.tif 2>&1)" == *"nothing has changed"* ]] && fail "the defaults move no rock on the sample"
+expect 0 "nothing has changed: no rock" debris "$terrain" strewn.tif --count 0
 expect_change 0 0 "$terrain" strewn.tif
 # A part keeps its cells and its place; on the same ground a finer grid has the same slope.
 expect 0 "" debris gully.asc part.asc --count 0 --window 8 16 32 32

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -36,9 +37,9 @@ struct DebrisCommand {
     int resolution = 0;      ///< cells of the longer side; 0 for those of the file
 
     std::uint32_t count = 1000;
-    double max_size = 0;  ///< metres; 0 for 8 cells
-    double min_size = -1; ///< metres; below 0 for a quarter of the largest
-    float friction = 0.5f;
+    double max_size = 0;           ///< metres; 0 for 8 cells
+    double min_size = -1;          ///< metres; below 0 for a quarter of the largest
+    std::optional<float> friction; ///< suits the terrain if not given
     float restitution = 0.3f;
     bool draw_unmoved = false;
     bool favour_small = false;
@@ -81,6 +82,27 @@ Terrain DebrisCommand::read_terrain() const {
     return {std::move(grid), {width / size.width, height / size.height}};
 }
 
+/// The slope that a quarter of the terrain exceeds, as the largest rocks see it.
+float steep_slope(const Grid& grid, const debris_Parameters& parameters) {
+    const int longer = std::max(grid.width, grid.height);
+    const int reach = static_cast<int>(std::min(1.5f * parameters.max_size + 1.5f, static_cast<float>(longer)));
+    const int step = std::max(1, longer / 256); // a sample will do
+    const float scale = static_cast<float>(parameters.resolution) * parameters.terrain_height / parameters.terrain_size;
+    std::vector<float> slopes;
+    for (int y = 0; y < grid.height; y += step)
+        for (int x = 0; x < grid.width; x += step) {
+            const int west = std::max(x - reach, 0), east = std::min(x + reach, grid.width - 1);
+            const int north = std::max(y - reach, 0), south = std::min(y + reach, grid.height - 1);
+            const float along = (grid.at(east, y) - grid.at(west, y)) / static_cast<float>(std::max(east - west, 1));
+            const float across =
+                (grid.at(x, south) - grid.at(x, north)) / static_cast<float>(std::max(south - north, 1));
+            slopes.push_back(std::hypot(along, across) * scale);
+        }
+    const auto quarter = slopes.begin() + std::ssize(slopes) * 3 / 4;
+    std::nth_element(slopes.begin(), quarter, slopes.end());
+    return *quarter;
+}
+
 void DebrisCommand::run(Outputs& outputs) {
     Host host(common.device);
     auto [grid, cell] = read_terrain();
@@ -94,12 +116,15 @@ void DebrisCommand::run(Outputs& outputs) {
 
     debris_Parameters parameters{};
     parameters.resolution = static_cast<std::uint32_t>(work_size.width);
-    parameters.terrain_size = static_cast<float>(cell_size * work_size.width);
-    parameters.terrain_height = static_cast<float>(common.height_unit_of(grid));
+    // The library looks as many cells around a rock as its radius has units of length: large rocks on large cells would
+    // see the mean slope of all the land. Rocks of 8 cells see their surroundings if a cell counts as one unit.
+    const double unit = max_size > 0 ? 1 : std::max(cell_size, 1.0); // metres
+    parameters.terrain_size = static_cast<float>(cell_size * work_size.width / unit);
+    parameters.terrain_height = static_cast<float>(common.height_unit_of(grid) / unit);
     parameters.count = count;
-    parameters.max_size = static_cast<float>(max_size > 0 ? max_size : 8 * cell_size);
-    parameters.min_size = min_size >= 0 ? static_cast<float>(min_size) : parameters.max_size * 0.25f;
-    parameters.friction = friction;
+    parameters.max_size = static_cast<float>((max_size > 0 ? max_size : 8 * cell_size) / unit);
+    parameters.min_size = min_size >= 0 ? static_cast<float>(min_size / unit) : parameters.max_size * 0.25f;
+    parameters.friction = friction ? *friction : max_size > 0 ? 0.5f : std::min(0.5f, steep_slope(grid, parameters));
     parameters.restitution = restitution;
     parameters.draw_unmoved = draw_unmoved ? 1 : 0;
     parameters.favour_small = favour_small ? 1 : 0;
@@ -108,6 +133,9 @@ void DebrisCommand::run(Outputs& outputs) {
                              parameters.resolution, static_cast<double>(parameters.terrain_size),
                              static_cast<double>(parameters.terrain_height), static_cast<double>(parameters.max_size),
                              static_cast<double>(parameters.min_size)));
+    if (parameters.friction < 0.5f && !friction)
+        print_note(format_text("--friction is %.2g here: rocks rest on gentler slopes",
+                               static_cast<double>(parameters.friction)));
 
     outputs.check_grids(grid);
     std::vector<float> heights = pad(grid.cells, size, work_size);
@@ -147,7 +175,8 @@ void add_debris_command(CLI::App& app) {
         .otherwise("8 cells");
     command.number("--min-size", settings->min_size, {0, 1e30}, "metres", "Smallest radius of a rock")
         .otherwise("a quarter of the largest");
-    command.number("--friction", settings->friction, {0, 1e6}, "", "Coefficient of the sliding friction");
+    command.number("--friction", settings->friction, {0, 1e6}, "", "Coefficient of the sliding friction")
+        .otherwise("0.5, and without --max-size at most the slope that a quarter of the terrain exceeds");
     command.number("--restitution", settings->restitution, from_0_to_1, "",
                    "Share of a bounce that is thrown back, 0 to 1");
     command.flag("--draw-unmoved", settings->draw_unmoved, "Draw rocks also that stay where they are born");

@@ -19,6 +19,45 @@ namespace {
 constexpr int tile_side = 32;
 constexpr int largest_side = 46336;
 
+/// It cannot be asked to stop, so it gets the grid in squares that take no more than a tenth of a second each. One tile
+/// around a square is more than the largest disc reaches.
+constexpr int square_side_cells = 24 * tile_side;
+constexpr int margin = tile_side;
+
+/// Filters a square grid once.
+std::uint32_t filter_once(SyclQueue* queue, const HostCallbacks* callbacks, std::vector<float>& cells, int side,
+                          int radius, double percent_before, double percent_after) {
+    if (side <= square_side_cells) {
+        const median_filter_Parameters parameters{static_cast<std::uint32_t>(side), radius, 1};
+        return MedianFilter(queue, cells.data(), &parameters);
+    }
+    const median_filter_Parameters parameters{square_side_cells, radius, 1};
+    constexpr int step = square_side_cells - 2 * margin;
+    const auto index = [side](int x, int y) {
+        return static_cast<std::size_t>(std::clamp(y, 0, side - 1)) * static_cast<std::size_t>(side) +
+               static_cast<std::size_t>(std::clamp(x, 0, side - 1));
+    };
+    const std::vector<float> before = cells;
+    std::vector<float> square(static_cast<std::size_t>(square_side_cells) * square_side_cells);
+    for (int top = 0; top < side; top += step)
+        for (int left = 0; left < side; left += step) {
+            auto cell = square.begin();
+            for (int y = top - margin; y < top + step + margin; ++y)
+                for (int x = left - margin; x < left + step + margin; ++x)
+                    *cell++ = before[index(x, y)];
+            if (const std::uint32_t status = MedianFilter(queue, square.data(), &parameters); status != status_ok)
+                return status;
+            const int columns = std::min(step, side - left);
+            for (int y = top; y < std::min(top + step, side); ++y)
+                std::copy_n(square.begin() + std::ptrdiff_t{y - top + margin} * square_side_cells + margin, columns,
+                            cells.begin() + static_cast<std::ptrdiff_t>(index(left, y)));
+            callbacks->progress(percent_before + (percent_after - percent_before) * top / side);
+            if (callbacks->is_cancelled())
+                return status_cancelled;
+        }
+    return status_ok;
+}
+
 struct MedianCommand {
     std::string input;
     GridOutput output{"values after a median filter", unit_of_heights};
@@ -43,11 +82,19 @@ void MedianCommand::run(Outputs& outputs) {
         print_note(format_text("%d x %d cells are padded to %d x %d, a square of tiles, and brought back afterwards",
                                size.width, size.height, work_size.width, work_size.height));
 
-    const median_filter_Parameters parameters{static_cast<std::uint32_t>(work_size.width), radius, iterations};
     std::vector<float> cells = pad(grid.cells, size, work_size);
     outputs.check_grids(grid);
     host.run(format_text("filtering %d x %d cells", work_size.width, work_size.height),
-             [&](SyclQueue* queue, const HostCallbacks*) { return MedianFilter(queue, cells.data(), &parameters); });
+             [&](SyclQueue* queue, const HostCallbacks* callbacks) -> std::uint32_t {
+                 for (std::uint32_t i = 0; i < iterations && !callbacks->is_cancelled(); ++i) {
+                     callbacks->progress(100.0 * i / iterations);
+                     if (const std::uint32_t status = filter_once(queue, callbacks, cells, work_size.width, radius,
+                                                                  100.0 * i / iterations, 100.0 * (i + 1) / iterations);
+                         status != status_ok)
+                         return status;
+                 }
+                 return status_ok;
+             });
 
     grid.cells = crop(cells, work_size, size);
     common.draw_preview(outputs, host, grid);
