@@ -39,7 +39,7 @@ paste <(cells part.asc | head -n 32) <(cells bare.asc | sed -n '1033,1064p') |
     awk '$1 != $2 { exit wrong = 1 } END { exit wrong || NR != 32 }' || fail "part.asc is another part"
 [[ "$(grep -c -E '^xllcorner *16(\.0*)?$|^yllcorner *32(\.0*)?$' part.asc)" == 2 ]] || fail "part.asc lies elsewhere"
 asc 16 16 10 '3 * x + 7 * y' >ramp.asc
-expect 0 "resolution 24, terrain_size 60," --verbose debris ramp.asc fine.asc --count 0 --window 5 6 6 6 --resolution 24
+expect 0 "resolution 24, terrain_size 60," --verbose debris ramp.asc fine.asc --count 0 --max-size 20 --window 5 6 6 6 --resolution 24
 paste <(cells fine.asc) <(asc 24 24 2.5 '3 * (4.625 + x / 4) + 7 * (5.625 + y / 4)' | cells /dev/stdin) |
     awk '($1 - $2) ^ 2 > 1e-6 { exit wrong = 1 } END { exit wrong || NR != 576 }' || fail "fine.asc is another slope"
 expect 64 "--window: 9 x 2 cells from (8, 0) on are not all in the grid, which has 16 x 16" debris ramp.asc out.asc --window 8 0 9 2
