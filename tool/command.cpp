@@ -181,8 +181,14 @@ CPLJSONObject json_of(const OptionRecord& record) {
     if (!record.default_text.empty())
         json.Add("default_text", record.default_text);
     if (record.range && record.range->members.empty()) {
-        json.Add(record.range->above_lowest ? "exclusive_minimum" : "minimum", record.range->lowest);
-        json.Add("maximum", record.range->highest);
+        const auto add = [&](const char* name, double limit) {
+            if (record.type == "integer")
+                json.Add(name, static_cast<GInt64>(limit));
+            else
+                json.Add(name, limit);
+        };
+        add(record.range->above_lowest ? "exclusive_minimum" : "minimum", record.range->lowest);
+        add("maximum", record.range->highest);
     } else if (record.range) {
         CPLJSONArray members;
         for (const int member : record.range->members)

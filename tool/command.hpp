@@ -42,7 +42,7 @@ struct OptionRecord {
     std::optional<Range> range;
     std::vector<std::string> choices;
     std::string contents; ///< of an output grid: what its numbers are
-    int count = 1;        ///< of values after the option
+    int count = 1;        ///< of values after the option; 0 if it may be given any number of times
     bool is_required = false;
     bool is_advanced = false;
     CLI::Option* parser = nullptr;

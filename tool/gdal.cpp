@@ -1,5 +1,6 @@
 #include "gdal.hpp"
 
+#include <cmath>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -55,6 +56,16 @@ Dataset open_raster(const std::string& path) {
     if (dataset->GetRasterCount() == 0)
         refuse_input(path, "it holds no raster band");
     return dataset;
+}
+
+bool runs_northwards(const std::string& path, const std::array<double, 6>& map, int width, int height) {
+    // Rounding may leave a turn that does not add up to a hundredth of a cell.
+    const bool is_turned =
+        std::abs(map[2]) * height > 0.01 * std::abs(map[1]) || std::abs(map[4]) * width > 0.01 * std::abs(map[5]);
+    if (is_turned || map[1] < 0)
+        refuse_input(path,
+                     "its rows do not run from west to east; turn it first: gdalwarp '" + path + "' north_up.tif");
+    return map[5] > 0;
 }
 
 Dataset make_memory_dataset(int width, int height, int bands, GDALDataType type) {

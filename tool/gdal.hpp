@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,10 @@ std::string gdal_error();
 Dataset open_raster(const std::string& path);
 
 [[noreturn]] void refuse_input(const std::string& path, const std::string& reason);
+
+/// Whether rows at this place on the map run from south to north. Light, north and the axes of the results assume that
+/// rows go from west to east, so a place that is turned is refused by throwing ToolError (unreadable_input).
+bool runs_northwards(const std::string& path, const std::array<double, 6>& map, int width, int height);
 
 /// A dataset in memory.
 Dataset make_memory_dataset(int width, int height, int bands, GDALDataType type);

@@ -9,15 +9,9 @@
 #include <ogr_spatialref.h>
 
 void flip_rows(Grid& grid) {
-    const auto flip = [&](auto& cells) {
-        const std::ptrdiff_t width = grid.width;
-        for (std::ptrdiff_t top = 0, bottom = grid.height - 1; top < bottom; ++top, --bottom)
-            std::swap_ranges(cells.begin() + top * width, cells.begin() + (top + 1) * width,
-                             cells.begin() + bottom * width);
-    };
-    flip(grid.cells);
+    reverse_rows(grid.cells, grid.width);
     if (!grid.missing.empty())
-        flip(grid.missing);
+        reverse_rows(grid.missing, grid.width);
     if (grid.geotransform) {
         auto& map = *grid.geotransform;
         map[3] += map[5] * grid.height;

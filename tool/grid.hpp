@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +43,14 @@ struct Grid {
         return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
     }
 };
+
+/// Turns the order of the rows of cells.
+template <class Cell>
+void reverse_rows(std::vector<Cell>& cells, int width) {
+    const auto length = static_cast<std::size_t>(width);
+    for (std::size_t top = 0, bottom = cells.size() - length; top < bottom; top += length, bottom -= length)
+        std::swap_ranges(&cells[top], &cells[top] + length, &cells[bottom]);
+}
 
 /// Turns the rows of a grid, and its place on the map with them.
 void flip_rows(Grid& grid);

@@ -68,7 +68,8 @@ int run(int argc, char** argv) {
     } catch (const CLI::ExtrasError&) {
         refuse_arguments(app);
     } catch (const CLI::ParseError& error) {
-        throw ToolError(ExitCode::usage, std::string(error.what()) + " (see `tarn --help`)");
+        const std::string name = command == argv + argc ? "" : std::string(" ") + *command;
+        throw ToolError(ExitCode::usage, format_text("%s (see `tarn help%s`)", error.what(), name.c_str()));
     }
     return static_cast<int>(ExitCode::ok);
 }

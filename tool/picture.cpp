@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "gdal.hpp"
+#include "grid.hpp"
 
 namespace {
 
@@ -27,6 +28,9 @@ Picture read_picture(const std::string& path) {
     Picture picture;
     picture.width = dataset->GetRasterXSize();
     picture.height = dataset->GetRasterYSize();
+    std::array<double, 6> map;
+    const bool is_south_up =
+        dataset->GetGeoTransform(map.data()) == CE_None && runs_northwards(path, map, picture.width, picture.height);
     for (int channel = 0; channel < 3; ++channel) {
         GDALRasterBand* const band = dataset->GetRasterBand(bands >= 3 ? channel + 1 : 1);
         const double brightest = largest_integer(band->GetRasterDataType());
@@ -39,6 +43,8 @@ Picture read_picture(const std::string& path) {
             refuse_input(path, gdal_error());
         for (float& pixel : pixels)
             pixel = linear_light(std::max(pixel, 0.0f) / static_cast<float>(brightest));
+        if (is_south_up)
+            reverse_rows(pixels, picture.width);
     }
     return picture;
 }

@@ -64,22 +64,6 @@ Grid read_exr_or_refuse(const std::string& path) {
     }
 }
 
-/// Light, north and the axes of the results all assume rows from west to east, the northernmost first.
-void turn_north_up(const std::string& path, Grid& grid) {
-    if (!grid.geotransform)
-        return;
-    const auto& map = *grid.geotransform;
-    // Rounding may leave a turn that does not add up to a hundredth of a cell.
-    const bool is_turned = std::abs(map[2]) * grid.height > 0.01 * std::abs(map[1]) ||
-                           std::abs(map[4]) * grid.width > 0.01 * std::abs(map[5]);
-    if (is_turned || map[1] < 0)
-        refuse_input(path,
-                     "its rows do not run from west to east; turn it first: gdalwarp '" + path + "' north_up.tif");
-    grid.was_south_up = map[5] > 0;
-    if (grid.was_south_up)
-        flip_rows(grid);
-}
-
 /// Marks every cell that holds no number, and gives the marked ones a number.
 void replace_missing(const std::string& path, Grid& grid, Holes holes) {
     for (std::size_t i = 0; i < grid.size(); ++i)
@@ -111,7 +95,9 @@ void replace_missing(const std::string& path, Grid& grid, Holes holes) {
 
 Grid read_grid(const std::string& path, Holes holes) {
     Grid grid = is_exr_name(path) ? read_exr_or_refuse(path) : read_with_gdal(path);
-    turn_north_up(path, grid);
+    grid.was_south_up = grid.geotransform && runs_northwards(path, *grid.geotransform, grid.width, grid.height);
+    if (grid.was_south_up)
+        flip_rows(grid);
     replace_missing(path, grid, holes);
     return grid;
 }
