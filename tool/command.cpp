@@ -43,6 +43,8 @@ std::string placeholder_of(const OptionRecord& record) {
         return joined(record.choices, "|");
     if (record.type == "picture")
         return record.role == "output" ? "PNG" : "RGB";
+    if (record.count == 3)
+        return "R G B";
     if (record.type == "number" || record.type == "integer")
         return record.unit == "metres" || record.unit == "degrees" || record.unit == "cells" ? upper(record.unit)
                                                                                              : "NUMBER";

@@ -105,9 +105,9 @@ Grid stretched(const Grid& grid, GridSize size) {
     }
     if (result.geotransform) {
         auto& map = *result.geotransform;
-        for (const std::size_t along_column : {1, 4})
+        for (const std::size_t along_column : {std::size_t{1}, std::size_t{4}})
             map[along_column] *= static_cast<double>(own_size.width) / size.width;
-        for (const std::size_t along_row : {2, 5})
+        for (const std::size_t along_row : {std::size_t{2}, std::size_t{5}})
             map[along_row] *= static_cast<double>(own_size.height) / size.height;
     }
     return result;
