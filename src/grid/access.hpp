@@ -28,6 +28,29 @@ Updater<T, D> update(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
     return {buffer, handler, sycl::read_write};
 }
 
+/// In the place of an accessor that a variant of a kernel has no use for: its cells are at null.
+struct NoAccessor {};
+
+inline float* cells_of(NoAccessor) {
+    return nullptr;
+}
+
+template <bool is_used, class T, int D>
+auto read_if(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
+    if constexpr (is_used)
+        return read(buffer, handler);
+    else
+        return NoAccessor{};
+}
+
+template <bool is_used, class T, int D>
+auto overwrite_if(sycl::buffer<T, D>& buffer, sycl::handler& handler) {
+    if constexpr (is_used)
+        return overwrite(buffer, handler);
+    else
+        return NoAccessor{};
+}
+
 /// The elements of a list inside a kernel.
 template <class T, sycl::access_mode mode>
 auto* elements_of(const sycl::accessor<T, 1, mode>& accessor) {

@@ -66,9 +66,6 @@ struct LaplacianLevel {
     /// far as cover and wear leave it.
     void reconstruct_previous_level(const Parameters& parameters);
 
-    /// Sets depth and wear to 0: the start of the coarsest level. Finer ones take theirs from the fold-back.
-    void clear_cover();
-
     sycl::queue* queue;
     sycl::range<2> extent;
     /// The next finer level; null at the root.

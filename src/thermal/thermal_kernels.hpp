@@ -1,5 +1,5 @@
 // What one cell of the thermal simulation does: loosen ground on slopes that are too steep, work out how much loose
-// cover it sheds, and take in what its neighbours shed. Plain functions serve most iterations; directional ones, which
+// cover it sheds, and take in what its neighbours grids. Plain functions serve most iterations; directional ones, which
 // bias the slide by a vector field drawn from the slope, finish the finest level.
 #pragma once
 
@@ -7,12 +7,15 @@
 
 #include <sycl/sycl.hpp>
 
+#include "device/backend.hpp"
+#include "grid/launch_cells.hpp"
+#include "grid/neighbourhood.hpp"
 #include "grid/numeric.hpp"
 
 namespace tarn::thermal {
 
 /// The constants of a level's iterations. Slopes are in units of height per cell unless they say otherwise.
-struct Setting {
+struct LevelConstants {
     int columns;
     int rows;
     /// A cell's width in units of height, and its inverse, which turns a fall per cell into a true slope.
@@ -37,24 +40,6 @@ inline constexpr float directional_loosening = 0.0026399998f;
 inline constexpr float plain_move = 0.2f;
 inline constexpr float directional_move = 0.14f;
 
-/// A cell `e` with its eight neighbours, row by row; edge cells are repeated beyond the border.
-struct Neighbourhood {
-    float a, b, c;
-    float d, e, f;
-    float g, h, i;
-};
-
-/// With `interior` nothing needs a clamp.
-template <bool interior>
-inline Neighbourhood neighbourhood(const float* grid, int x, int y, const Setting& s) {
-    const int l = interior ? x - 1 : maximum(x - 1, 0);
-    const int r = interior ? x + 1 : minimum(x + 1, s.columns - 1);
-    const float* up = grid + s.index(0, interior ? y - 1 : maximum(y - 1, 0));
-    const float* here = grid + s.index(0, y);
-    const float* down = grid + s.index(0, interior ? y + 1 : minimum(y + 1, s.rows - 1));
-    return {up[l], up[x], up[r], here[l], here[x], here[r], down[l], down[x], down[r]};
-}
-
 struct Slope {
     float slope;
     /// How far the cell stands above the mean of its neighbours, sides counting twice as much as corners.
@@ -74,13 +59,13 @@ inline Slope find_slope_and_curvature(const Neighbourhood& n) {
     const float drop = maximum(maximum(maximum(maximum(n.e - n.a, n.e - n.c), maximum(n.e - n.g, n.e - n.i)) * 0.7071f,
                                        maximum(maximum(n.e - n.b, n.e - n.d), maximum(n.e - n.f, n.e - n.h))),
                                0.0f);
-    result.slope = maximum(sycl::sqrt(result.x * result.x + result.y * result.y), drop * 0.7f);
+    result.slope = maximum(length(result.x, result.y), drop * 0.7f);
     return result;
 }
 
 /// How much ground turns into cover at a cell under `depth` of it. Cover shields the ground, and no more is loosened
 /// than the slope's own fall. `rate` is one of the loosening constants.
-inline float loosened(const Slope& slope, float depth, float rate, float mask, const Setting& s) {
+inline float loosened(const Slope& slope, float depth, float rate, float mask, const LevelConstants& s) {
     const float steepness = slope.slope * s.inverse_scale;
     const float curvature = slope.curvature * s.inverse_scale;
     const float a = 1.0f - s.bias_a;
@@ -99,7 +84,7 @@ struct Bias {
 
 /// The field that biases the slide: it takes a tilt of just the talus off a slope, so that a surface at the talus
 /// rests, and fades on steeper and on gentler ground.
-inline Bias direction_of(const Slope& slope, const Setting& s) {
+inline Bias direction_of(const Slope& slope, const LevelConstants& s) {
     const float steepness = slope.slope * s.inverse_scale;
     const float q = s.talus / steepness;
     const float p = steepness > s.talus ? q * q * q : q;
@@ -121,7 +106,7 @@ struct Sides {
 };
 
 template <bool interior>
-inline Sides sides_of(int x, int y, const Setting& s) {
+inline Sides sides_of(int x, int y, const LevelConstants& s) {
     return {interior || x > 0, interior || x < s.columns - 1, interior || y > 0, interior || y < s.rows - 1};
 }
 
@@ -161,33 +146,101 @@ inline float sum_of_biased_falls(const Neighbourhood& n, const Bias& bias) {
     return sum;
 }
 
-/// The grids that a cell's inflow is worked out from.
-struct Shed {
+/// The grids of a level that loosening works on.
+struct LoosenGrids {
+    const float* heights;
+    float* depth;
+    float* wear;
+    float* drop_sum;
+    /// The directional bias; null in plain iterations.
+    float* direction_x;
+    float* direction_y;
+    /// Null without an erosion mask.
+    const float* mask;
+};
+
+/// What loosening finds out about a cell.
+struct Loosened {
+    float loose;
+    float drop_sum;
+    Bias bias;
+};
+
+template <bool directional, bool masked, bool interior>
+inline Loosened loosen_cell(const LoosenGrids& grids, int x, int y, const LevelConstants& s) {
+    const std::ptrdiff_t i = s.index(x, y);
+    const Neighbourhood n = neighbourhood<interior>(grids.heights, s.columns, s.rows, x, y);
+    const Slope slope = find_slope_and_curvature(n);
+    Loosened result{};
+    result.loose = loosened(slope, grids.depth[i], directional ? directional_loosening : plain_loosening,
+                            masked ? grids.mask[i] : 1.0f, s);
+    if constexpr (directional) {
+        result.bias = direction_of(slope, s);
+        result.drop_sum = kept_if(interior || !s.is_border(x, y), sum_of_biased_falls(n, result.bias));
+    } else {
+        result.drop_sum = kept_if(slope.slope > s.talus_step, sum_of_falls(n, sides_of<interior>(x, y, s)));
+    }
+    return result;
+}
+
+/// Loosens ground at the cells from `first` to before `last` of a row, and works out what each of them sheds. Shedding
+/// looks at no cell's cover but its own, so one pass does both.
+template <bool directional, bool masked, bool interior>
+inline void loosen_row(const LoosenGrids& grids, int first, int last, int y, const LevelConstants& s) {
+    constexpr int piece = interior ? 256 : 1;
+    float loose[piece], sum[piece];
+    for (int start = first; start < last; start += piece) {
+        const int count = minimum(piece, last - start);
+        const std::ptrdiff_t row = s.index(start, y);
+        for_overlapping(count, [&](int k) {
+            const Loosened cell = loosen_cell<directional, masked, interior>(grids, start + k, y, s);
+            loose[k] = cell.loose;
+            sum[k] = cell.drop_sum;
+            if constexpr (directional) {
+                grids.direction_x[row + k] = cell.bias.x;
+                grids.direction_y[row + k] = cell.bias.y;
+            }
+        });
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < count; ++k) {
+            grids.depth[row + k] += loose[k];
+            grids.wear[row + k] += loose[k];
+            grids.drop_sum[row + k] = sum[k];
+        }
+    }
+}
+
+/// The grids of a level that the move works on.
+struct MoveGrids {
     const float* heights;
     const float* depth;
-    /// Sum of the falls of each cell; 0 where nothing is shed.
+    /// Sum of the falls of each cell; 0 where nothing is grids.
     const float* drop_sum;
-    /// The directional bias; not read in plain iterations.
+    /// The directional bias; null in plain iterations.
     const float* direction_x;
     const float* direction_y;
+    /// Null without an absorption mask.
+    const float* mask;
+    float* next_heights;
+    float* next_depth;
 };
 
 /// What a cell off the border takes in: each neighbour's shed cover is divided among that one's lower neighbours in
 /// proportion to the falls.
 template <bool directional>
-inline float inflow(const Shed& shed, int x, int y, const Setting& s) {
+inline float inflow(const MoveGrids& grids, int x, int y, const LevelConstants& s) {
     const std::ptrdiff_t here = s.index(x, y);
-    const float c = shed.heights[here];
+    const float c = grids.heights[here];
     float sum = 0.0f;
     const auto add = [&](int dx, int dy) {
         const std::ptrdiff_t there = here + static_cast<std::ptrdiff_t>(dy) * s.columns + dx;
         float rest = c;
         if constexpr (directional)
-            rest = c + (static_cast<float>(dx) * shed.direction_x[there] +
-                        static_cast<float>(dy) * shed.direction_y[there]);
-        const float drop_sum = shed.drop_sum[there];
+            rest = c + (static_cast<float>(dx) * grids.direction_x[there] +
+                        static_cast<float>(dy) * grids.direction_y[there]);
+        const float drop_sum = grids.drop_sum[there];
         const float share =
-            (maximum((shed.heights[there] - rest) * nearness(dx, dy), 0.0f) * minimum(shed.depth[there], drop_sum)) /
+            (maximum((grids.heights[there] - rest) * nearness(dx, dy), 0.0f) * minimum(grids.depth[there], drop_sum)) /
             drop_sum;
         sum += kept_if(drop_sum > 0.0f, share);
     };
@@ -204,8 +257,25 @@ inline float inflow(const Shed& shed, int x, int y, const Setting& s) {
 }
 
 /// The change of a cell's surface and cover. `outflow` is what it sheds, as a negative number.
-inline float change(float inflow, float outflow, float mask, float move, const Setting& s) {
+inline float change(float inflow, float outflow, float mask, float move, const LevelConstants& s) {
     return (inflow * (1.0f - mask * s.absorption) + outflow) * move;
+}
+
+/// Moves what the cells shed, for the cells from `first` to before `last` of a row.
+template <bool directional, bool masked, bool interior>
+inline void move_row(const MoveGrids& grids, int first, int last, int y, const LevelConstants& s) {
+    for_overlapping(last - first, [&](int k) {
+        const int x = first + k;
+        const std::ptrdiff_t i = s.index(x, y);
+        float arriving = 0.0f;
+        if (interior || !s.is_border(x, y))
+            arriving = inflow<directional>(grids, x, y, s);
+        const float outflow = -minimum(grids.depth[i], grids.drop_sum[i]);
+        const float v =
+            change(arriving, outflow, masked ? grids.mask[i] : 1.0f, directional ? directional_move : plain_move, s);
+        grids.next_heights[i] = grids.heights[i] + v;
+        grids.next_depth[i] = grids.depth[i] + v;
+    });
 }
 
 /// The constants of a fold-back.
