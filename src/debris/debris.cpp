@@ -1,14 +1,13 @@
 #include "debris/debris.hpp"
 
 #include <algorithm>
-#include <type_traits>
 #include <vector>
 
 #include "debris/debris_kernels.hpp"
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
-#include "grid/search.hpp"
+#include "grid/launch_lanes.hpp"
 
 namespace tarn::debris {
 
@@ -75,6 +74,8 @@ void Debris::run() {
             cells_of(coverage)[y * columns + x] = cells_of(rock_id)[y * columns + x] > 0.0f ? 1.0f : 0.0f;
         });
     });
+    // There is no status that could tell of a device error later: it has to be reported now, and not by the next call.
+    queue_->wait_and_throw();
 }
 
 void Debris::generate_warpnoise(Grid& grid, std::uint32_t seed) {
@@ -169,36 +170,16 @@ void Debris::render_bodies(Grid& warp_a, Grid& warp_b, std::uint32_t count, std:
         const auto prefix = read(prefix_, handler);
         const auto noise_a = read(warp_a, handler), noise_b = read(warp_b, handler);
         const auto height = update(height_, handler), rock_id = update(rock_id_, handler);
-        /// Draws the work-items from `item` to before `end` of this launch, some of them side by side.
-        const auto draw = [=, resolution = context_.resolution, cell = context_.cell](std::uint64_t item,
-                                                                                      std::uint64_t end, auto lanes) {
-            const std::uint64_t* const sums = elements_of(prefix);
-            const Warp warp{cells_of(noise_a), cells_of(noise_b)};
-            const Ground ground{cells_of(height), cells_of(rock_id), resolution};
-            for (std::uint32_t p = first_above(sums, item + base, start, start + count - 1); item < end; ++p) {
-                const std::uint64_t first = p == 0 ? 0 : sums[p - 1];
-                const std::uint64_t last = std::min(sums[p], end + base);
-                if (item + base >= last)
-                    continue;
-                const RockFrame frame(ren[p], cell);
-                const Body body(frame, bodies[p], cell, warp);
-                draw_pixels<lanes.value>(frame, body, static_cast<std::uint32_t>(item + base - first),
-                                         static_cast<std::uint32_t>(last - first), ground);
-                item = last - base;
-            }
-        };
-        if (!queue_->get_device().is_cpu()) {
-            handler.parallel_for(sycl::range<1>(work), [=](sycl::id<1> item) {
-                draw(item[0], item[0] + 1, std::integral_constant<int, 1>{});
-            });
-            return;
-        }
-        // On a CPU a run of work-items shares one search, and one set-up of each rock in it.
-        constexpr std::uint64_t run_length = 4096;
-        handler.parallel_for(sycl::range<1>((work - 1) / run_length + 1), [=](sycl::id<1> run) {
-            const std::uint64_t first = run[0] * run_length;
-            draw(first, std::min(first + run_length, work), std::integral_constant<int, 16>{});
-        });
+        constexpr std::uint64_t block = 4096;
+        launch_lanes(launch_on(handler, *queue_), work, block,
+                     [=, resolution = context_.resolution, cell = context_.cell](std::uint64_t item, std::uint64_t end,
+                                                                                 auto lanes) {
+                         const RockList rocks{elements_of(ren), elements_of(bodies), elements_of(prefix), start,
+                                              start + count - 1};
+                         const Warp warp{cells_of(noise_a), cells_of(noise_b)};
+                         const Ground ground{cells_of(height), cells_of(rock_id), resolution};
+                         draw_items<lanes.value, Body>(rocks, item + base, end + base, cell, warp, ground);
+                     });
     });
 }
 

@@ -67,7 +67,11 @@ struct ParticleRen {
     float birthplace_x;
     float birthplace_y;
     std::uint32_t rock_seed;
-    /// Work-items of this rock.
+    /// The part of the rock's window that lies on the grid: its first column and its columns, its first row.
+    std::uint32_t first_column;
+    std::uint32_t columns;
+    std::uint32_t first_row;
+    /// The pixels in it, which are the work-items of this rock.
     std::uint32_t pixel_count;
     float radius;
     /// Radius over the largest one.

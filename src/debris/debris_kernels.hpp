@@ -1,11 +1,13 @@
-// What one rock and one pixel of it do.
+// What one rock does from its birth to its rest, and how its pixels are drawn.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
 #include <sycl/sycl.hpp>
 
+#include "debris/bodies.hpp"
 #include "debris/debris.hpp"
 #include "debris/noise.hpp"
 #include "device/backend.hpp"
@@ -13,6 +15,7 @@
 #include "grid/bilinear.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
+#include "grid/search.hpp"
 
 namespace tarn::debris {
 
@@ -163,6 +166,20 @@ inline void slide(const GlobalContext& context, const float* height, float* spee
     sim.velocity_y = vy;
 }
 
+inline bool is_same(float a, float b) {
+    return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
+}
+
+inline bool is_same(const ParticlePos& a, const ParticlePos& b) {
+    return is_same(a.x, b.x) && is_same(a.y, b.y);
+}
+
+inline bool is_same(const ParticleSim& a, const ParticleSim& b) {
+    return is_same(a.velocity_x, b.velocity_x) && is_same(a.velocity_y, b.velocity_y) &&
+           is_same(a.direction_x, b.direction_x) && is_same(a.direction_y, b.direction_y) &&
+           is_same(a.direction_z, b.direction_z);
+}
+
 /// Moves a rock through all its time steps, or until it leaves the terrain, where it stays. The step over the map is
 /// divided by the width of a cell.
 inline void simulate(const GlobalContext& context, const float* height, float* speed, ParticlePos& pos,
@@ -171,80 +188,55 @@ inline void simulate(const GlobalContext& context, const float* height, float* s
     const float size = context.parameters.terrain_size;
     Inclination inclination;
     for (int step = 0; step < steps && sim.alive != 0; ++step) {
+        const ParticlePos before = pos;
+        const ParticleSim motion_before = sim;
         slide(context, height, speed, pos, sim, inclination);
         pos.x += (sim.direction_x * context.time_step) / context.units_per_cell;
         pos.y += (sim.direction_y * context.time_step) / context.units_per_cell;
         pos.z = 0.0f;
         if (pos.x < 0.0f || pos.y < 0.0f || pos.x > size || pos.y > size)
             sim.alive = 0;
+        if (is_same(pos, before) && is_same(sim, motion_before))
+            return; // at rest: all further steps would be this one again
     }
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
-// Bodies
+// Drawing
 
-/// A point over the unit square.
-struct BodyPoint {
-    float u;
-    float v;
-    float z;
-};
-
-/// The plane through three points, by G. Cramer's rule.
-inline SharpRock::Plane plane_through(const BodyPoint& p, const BodyPoint& q, const BodyPoint& r) {
-    const float determinant = ((q.u - p.u) * r.v + (p.v - q.v) * r.u) + p.u * q.v - p.v * q.u;
-    return {((q.z - p.z) * r.v + (p.v - q.v) * r.z + p.z * q.v - p.v * q.z) / determinant,
-            ((q.u - p.u) * r.z + (p.z - q.z) * r.u + p.u * q.z - p.z * q.u) / determinant,
-            ((p.u * q.v - q.u * p.v) * r.z + (q.u * p.z - p.u * q.z) * r.v + (p.v * q.z - q.v * p.z) * r.u) /
-                determinant};
-}
-
-inline void SharpRock::init(std::uint32_t seed, float phase) {
-    std::uint32_t state = nonzero_state(seed + 47u);
-    const auto draw = [&](float scale) {
-        state = xorshift(state);
-        return random_number(state) * scale;
-    };
-    constexpr float to_tenth = 2.3283065e-11f, to_fifth = 4.656613e-11f, to_four_fifths = 1.8626452e-10f;
-
-    // Four corners about a quarter of a turn apart, on a circle by a parabolic sine.
-    const float start = draw(to_tenth) + phase;
-    BodyPoint corners[4];
-    for (int i = 0; i < 4; ++i) {
-        const float turn = (start + 0.25f * static_cast<float>(i)) + draw(to_fifth);
-        const auto sine = [](float t) {
-            const float f = (t - sycl::floor(t)) * 2.0f - 1.0f;
-            return f * 4.0f * (1.0f - sycl::fabs(f));
-        };
-        corners[i] = {sine(turn - 0.25f) * 0.5f + 0.5f, -sine(turn) * 0.5f + 0.5f, 0.0f};
+/// The first of the whole numbers from 0 that brings `start` up to `bound`; `count` if none below it does.
+inline std::uint32_t first_at_least(float start, float bound, std::uint32_t count) {
+    std::uint32_t first = 0;
+    while (first < count) {
+        const std::uint32_t middle = first + (count - first) / 2;
+        if (start + static_cast<float>(middle) >= bound)
+            count = middle;
+        else
+            first = middle + 1;
     }
-    const float w1 = draw(to_four_fifths), w2 = draw(to_four_fifths);
-    const auto between = [=](float a, float b, float c, float d) {
-        return (a * (w1 + 0.1f) + b * (0.9f - w1)) * (w2 + 0.1f) + (c * (w1 + 0.1f) + d * (0.9f - w1)) * (0.9f - w2);
-    };
-    const BodyPoint peak{between(corners[0].u, corners[1].u, corners[2].u, corners[3].u),
-                         between(corners[0].v, corners[1].v, corners[2].v, corners[3].v), 2.0f};
-    for (int i = 0; i < 4; ++i)
-        planes[i] = plane_through(corners[i], corners[(i + 1) % 4], peak);
-
-    // The cut goes through three points at heights from 0.3 to 2.
-    constexpr float to_span = 3.958121e-10f;
-    const float h0 = draw(to_span) + 0.3f, h1 = draw(to_span) + 0.3f, h2 = draw(to_span) + 0.3f;
-    if (draw(unit_scale) < 0.5f)
-        planes[4] = plane_through({0.5f, 1.0f, h0}, {0.0669873f, 0.25f, h1}, {0.9330127f, 0.25f, h2});
-    else
-        planes[4] = plane_through({0.5f, 0.0f, h0}, {0.9330127f, 0.75f, h1}, {0.0669873f, 0.75f, h2});
+    return first;
 }
 
-/// Height of a body: above 0 over its base, below it everywhere else.
-inline float body_height(const SharpRock& rock, float u, float v) {
-    const auto at = [=](const SharpRock::Plane& plane) {
-        return plane.a * u + plane.b * v + plane.c;
-    };
-    float height = at(rock.planes[0]);
-    for (int i = 1; i < 5; ++i)
-        height = minimum(height, at(rock.planes[i]));
-    return height;
+/// Finds the part of a rock's window that lies on the grid, and the number of its pixels. The window is as wide as the
+/// rock, and its pixels are those of a square three times as wide: it has about nine times as many rows as columns, the
+/// last of them incomplete.
+inline void clip_window(ParticleRen& ren, int resolution) {
+    const auto side = static_cast<float>(resolution);
+    const std::uint32_t columns = window_columns(ren.radius);
+    const std::uint32_t square_side = static_cast<std::uint32_t>(ren.radius) * 3u + 1u;
+    const std::uint32_t pixels = square_side * square_side;
+    const std::uint32_t rows = (pixels - 1u) / columns + 1u;
+    const float left = window_start(ren.x, ren.radius), top = window_start(ren.y, ren.radius);
+
+    ren.first_column = first_at_least(left, 0.0f, columns);
+    ren.first_row = first_at_least(top, 0.0f, rows);
+    const std::uint32_t end_column = first_at_least(left, side, columns), end_row = first_at_least(top, side, rows);
+    ren.columns = end_column - ren.first_column;
+    ren.pixel_count = ren.columns * (end_row - ren.first_row);
+    if (end_row == rows && end_row > ren.first_row) {
+        const std::uint32_t last_columns = pixels - (rows - 1u) * columns;
+        ren.pixel_count -= end_column - minimum(maximum(last_columns, ren.first_column), end_column);
+    }
 }
 
 /// What a rock lies on, how large it comes out, and how many work-items it takes. Large rocks are flatter, and so are
@@ -253,9 +245,10 @@ inline void lay_down(const GlobalContext& context, const float* height, const Pa
     ren.x = pos.x * context.cells_per_unit;
     ren.y = pos.y * context.cells_per_unit;
     ren.radius = context.cells_per_unit * pos.radius;
-    const std::uint32_t window = static_cast<std::uint32_t>(ren.radius) * 3u + 1u;
+    clip_window(ren, context.resolution);
     const bool unmoved = pos.x == ren.birthplace_x && pos.y == ren.birthplace_y;
-    ren.pixel_count = unmoved && context.parameters.draw_unmoved == 0 ? 0u : window * window;
+    if (unmoved && context.parameters.draw_unmoved == 0)
+        ren.pixel_count = 0;
 
     const std::int64_t reach = static_cast<std::int64_t>(ren.radius) + 1;
     const std::int64_t column = cell_of(ren.x), row = cell_of(ren.y), last = context.resolution - 1;
@@ -285,145 +278,6 @@ inline void lay_down(const GlobalContext& context, const float* height, const Pa
     ren.base_height = m - sycl::fabs(middle) * 0.25f;
 }
 
-// ---------------------------------------------------------------------------------------------------------------------
-// Pixels
-
-/// The noise of both coordinates that a rock is roughened with.
-struct Warp {
-    const float* a;
-    const float* b;
-};
-
-/// The row of a warp grid, or its column, at a coordinate that the noise may not reach to.
-inline float warp_coordinate(float coordinate) {
-    return minimum(maximum(0.0f, coordinate), static_cast<float>(Debris::warp_columns) - 1.0f);
-}
-
-inline std::uint32_t warp_index(float column, float row) {
-    constexpr auto columns = static_cast<std::uint32_t>(Debris::warp_columns);
-    constexpr auto rows = static_cast<std::uint32_t>(Debris::warp_rows);
-    return minimum(static_cast<std::uint32_t>(row), rows - 1u) * columns +
-           minimum(static_cast<std::uint32_t>(column), columns - 1u);
-}
-
-/// A rock as its pixels see it. `along` runs up the slope, `across` along it.
-struct RockFrame {
-    RockFrame(const ParticleRen& ren, float cell)
-        : x(ren.x), y(ren.y), radius(ren.radius), gradient_x(ren.gradient_x), gradient_y(ren.gradient_y),
-          tilt(ren.gradient_length / cell), along_x(ren.gradient_x / ren.gradient_length),
-          along_y(ren.gradient_y / ren.gradient_length), across_x(-along_y), across_y(along_x),
-          side(static_cast<std::uint32_t>(ren.radius) + 1u), half(static_cast<float>(side >> 1)),
-          size_ratio(ren.size_ratio), height_scale(ren.height_scale), base_height(ren.base_height),
-          state(nonzero_state(ren.rock_seed)) {}
-
-    float x, y;
-    float radius;
-    float gradient_x, gradient_y;
-    /// True slope.
-    float tilt;
-    float along_x, along_y;
-    float across_x, across_y;
-    /// Pixels in a row of the rock's window. There are more rows than the body reaches over.
-    std::uint32_t side;
-    float half;
-    float size_ratio;
-    float height_scale;
-    float base_height;
-    std::uint32_t state;
-};
-
-/// The body with facets: two sharp ones, mixed, where the lower one cuts more than it adds.
-struct SharpBody {
-    SharpBody(const RockFrame& frame, const RockBodies& bodies, float, const Warp& warp_grids)
-        : rock(bodies), warp(warp_grids) {
-        const std::uint32_t s1 = xorshift(frame.state);
-        warp_start = random_number(s1) * unit_scale * static_cast<float>(Debris::warp_columns);
-        id = random_number(xorshift(xorshift(s1))) * unit_scale;
-    }
-
-    /// The height over the centre of the cell at (wx, wy).
-    float height(const RockFrame& f, float wx, float wy) const {
-        constexpr auto columns = static_cast<float>(Debris::warp_columns);
-        constexpr auto half_columns = static_cast<float>(Debris::warp_columns >> 1);
-        const float dx = sycl::floor(wx) + 0.5f - f.x;
-        const float dy = sycl::floor(wy) + 0.5f - f.y;
-        // On a slope the body is squeezed towards its lower side.
-        const float t = 0.5f - ((f.along_x * dx + f.along_y * dy) * (f.tilt * 0.255f + 1.0f)) / f.radius;
-        const float e = (0.5f - (((t * t - t) * (1.0f - 1.0f / (f.tilt * 6.0f + 1.0f))) + t)) * f.radius;
-        const float q = f.across_x * dx + f.across_y * dy;
-
-        const float column = warp_coordinate(q * (columns - 1.0f) / f.radius + half_columns);
-        const float row = warp_coordinate(e * (columns - 1.0f) / f.radius + half_columns);
-        const std::uint32_t i = warp_index(column, row + warp_start);
-        const float roughness = (warp.a[i] + warp.b[i]) * 0.025f;
-
-        const float ex = q * f.across_x + e * f.along_x;
-        const float ey = q * f.across_y + e * f.along_y;
-        const float scale = 1.2f / f.radius;
-        const float u = 0.5f - ex * scale;
-        const float v = 0.5f - ey * scale;
-        const float h1 = body_height(rock.first, u, v), h2 = body_height(rock.second, u, v);
-        const float mixed = ((h1 + h2) + minimum(h1, h2)) * 0.22f;
-        // Flanks fall off steeply below the base, so that they meet the terrain at a sharp edge.
-        const float fallen = mixed > -1.0f ? mixed / (mixed + 1.0f) : -99999.9f;
-        const float body = mixed < 0.0f ? fallen : mixed;
-        return f.base_height + ((body + roughness) * (f.tilt * 0.7f + 1.0f)) * f.height_scale +
-               (ex * f.gradient_x + ey * f.gradient_y);
-    }
-
-    RockBodies rock;
-    Warp warp;
-    /// Where the rock's band of the noise starts.
-    float warp_start;
-    float id;
-};
-
-/// A round body, warped by noise. No run draws it.
-struct RoundedBody {
-    RoundedBody(const RockFrame& frame, const RockBodies&, float cell, const Warp& warp_grids) : warp(warp_grids) {
-        std::uint32_t state = frame.state;
-        const auto draw = [&](float unit) {
-            state = xorshift(state);
-            return random_number(state) * unit;
-        };
-        constexpr float to_hundred = 2.3283064e-08f;
-        noise_x1 = draw(to_hundred), noise_y1 = draw(to_hundred);
-        noise_x2 = draw(to_hundred), noise_y2 = draw(to_hundred);
-        warp_start = draw(unit_scale) * static_cast<float>(Debris::warp_columns) * 7.0f;
-        id = draw(unit_scale);
-        scale = (0.3f - frame.size_ratio * 0.1f) * frame.radius * cell;
-    }
-
-    float height(const RockFrame& f, float wx, float wy) const {
-        constexpr auto columns = static_cast<float>(Debris::warp_columns);
-        const float dx = sycl::floor(wx) + 0.5f - f.x;
-        const float dy = sycl::floor(wy) + 0.5f - f.y;
-        const float flattening = f.tilt * 0.5f;
-        const float a = (f.along_x * dx + f.along_y * dy) * (f.tilt * 0.55f + 1.0f);
-        const float q = f.across_x * dx + f.across_y * dy;
-        const float nx = q / f.radius, ny = a / f.radius;
-        const float n1 = noise::value(noise_x1 + nx * 1.5f, noise_y1 + ny * 1.5f);
-        const float n2 = noise::value(noise_x2 + nx * 1.5f, noise_y2 + ny * 1.5f);
-        const std::uint32_t i = warp_index(warp_coordinate(nx * columns + columns * 0.5f),
-                                           warp_coordinate(ny * columns + columns * 0.5f) + warp_start);
-        const float w1 = warp.a[i], w2 = warp.b[i];
-        // The place on the body, warped on the map and then seen from the body's centre.
-        const float bx = (q * f.across_x + a * f.along_x + f.x) + (n1 + w1 * 0.7f) * f.radius * 0.1f - f.x;
-        const float by = (q * f.across_y + a * f.along_y + f.y) + (n2 + w2 * 0.7f) * f.radius * 0.1f - f.y;
-        const float distance = (bx * bx + by * by) / (f.radius * f.radius * 0.1f);
-        const float z = distance <= 1.0f ? sycl::sqrt(1.0f - distance) : -10.0f;
-        return f.base_height +
-               ((z + (w1 + w2) * 0.13f) * (flattening + 1.0f) - flattening) * (f.tilt * 0.7f + 1.0f) * scale +
-               (bx * f.gradient_x + by * f.gradient_y);
-    }
-
-    Warp warp;
-    float noise_x1, noise_y1, noise_x2, noise_y2;
-    float warp_start;
-    float scale;
-    float id;
-};
-
 /// The grids that a pixel raises.
 struct Ground {
     float* height;
@@ -431,19 +285,18 @@ struct Ground {
     int resolution;
 };
 
-/// Draws the pixels from `first` to before `last` of a rock's window: as many side by side as `lanes`.
+/// Draws the pixels from `first` to before `last` of a rock's window on the grid: as many side by side as `lanes`.
 template <int lanes, class Body>
 inline void draw_pixels(const RockFrame& frame, const Body& body, std::uint32_t first, std::uint32_t last,
                         const Ground& ground) {
-    const auto resolution = static_cast<float>(ground.resolution);
-    std::uint32_t row = first / frame.side, column = first - row * frame.side;
+    std::uint32_t row = first / frame.columns, column = first - row * frame.columns;
     while (first < last) {
         const int count = static_cast<int>(minimum(last - first, static_cast<std::uint32_t>(lanes)));
         float wx[lanes], wy[lanes], height[lanes];
         for (int lane = 0; lane < count; ++lane) {
-            wx[lane] = (frame.x - frame.half) + static_cast<float>(column);
-            wy[lane] = (frame.y - frame.half) + static_cast<float>(row);
-            if (++column == frame.side) {
+            wx[lane] = frame.left + static_cast<float>(frame.first_column + column);
+            wy[lane] = frame.top + static_cast<float>(frame.first_row + row);
+            if (++column == frame.columns) {
                 column = 0;
                 ++row;
             }
@@ -452,8 +305,6 @@ inline void draw_pixels(const RockFrame& frame, const Body& body, std::uint32_t 
         for (int lane = 0; lane < count; ++lane)
             height[lane] = body.height(frame, wx[lane], wy[lane]);
         for (int lane = 0; lane < count; ++lane) {
-            if (!(0.0f <= wx[lane] && wx[lane] < resolution && 0.0f <= wy[lane] && wy[lane] < resolution))
-                continue;
             const std::ptrdiff_t cell =
                 static_cast<std::ptrdiff_t>(wy[lane]) * ground.resolution + static_cast<std::ptrdiff_t>(wx[lane]);
             // Not tied to the raise: where two rocks raise a cell at the same moment, the id of either may stand.
@@ -461,6 +312,33 @@ inline void draw_pixels(const RockFrame& frame, const Body& body, std::uint32_t 
                 SharedCell<float>(ground.rock_id[cell]).store(body.id);
         }
         first += static_cast<std::uint32_t>(count);
+    }
+}
+
+/// Rocks with the running sums of their work-items; `first` and `last` are the numbers of those to be drawn.
+struct RockList {
+    const ParticleRen* rocks;
+    const RockBodies* bodies;
+    const std::uint64_t* sums;
+    std::uint32_t first;
+    std::uint32_t last;
+};
+
+/// Draws the work-items from `item` to before `end`. They share one search for the first rock, and one set-up of each
+/// rock.
+template <int lanes, class Body>
+inline void draw_items(const RockList& list, std::uint64_t item, std::uint64_t end, float cell, const Warp& warp,
+                       const Ground& ground) {
+    for (std::uint32_t p = first_above(list.sums, item, list.first, list.last); item < end; ++p) {
+        const std::uint64_t before = p == 0 ? 0 : list.sums[p - 1];
+        const std::uint64_t stop = minimum(list.sums[p], end);
+        if (item >= stop)
+            continue; // a rock without pixels
+        const RockFrame frame(list.rocks[p], cell);
+        const Body body(frame, list.bodies[p], cell, warp);
+        draw_pixels<lanes>(frame, body, static_cast<std::uint32_t>(item - before),
+                           static_cast<std::uint32_t>(stop - before), ground);
+        item = stop;
     }
 }
 

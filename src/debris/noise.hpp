@@ -14,7 +14,7 @@ inline float fade(float t) {
     return t * t * t * (t * (t * 6.0f - 15.0f) + 10.0f);
 }
 
-inline float blend(float a, float b, float t) {
+inline float mix(float a, float b, float t) {
     return a + (b - a) * t;
 }
 
@@ -46,9 +46,9 @@ inline float gradient(float x, float y) {
     const float x0 = mod289(left), x1 = mod289(left + 1.0f);
     const float y0 = mod289(top), y1 = mod289(top + 1.0f);
     const float u = fade(fx), v = fade(fy);
-    const float upper = blend(corner_rise(x0, y0, fx, fy), corner_rise(x1, y0, fx - 1.0f, fy), u);
-    const float lower = blend(corner_rise(x0, y1, fx, fy - 1.0f), corner_rise(x1, y1, fx - 1.0f, fy - 1.0f), u);
-    return 2.3f * blend(upper, lower, v);
+    const float upper = mix(corner_rise(x0, y0, fx, fy), corner_rise(x1, y0, fx - 1.0f, fy), u);
+    const float lower = mix(corner_rise(x0, y1, fx, fy - 1.0f), corner_rise(x1, y1, fx - 1.0f, fy - 1.0f), u);
+    return 2.3f * mix(upper, lower, v);
 }
 
 /// A number from 0 to 1 for a lattice corner.
@@ -65,9 +65,9 @@ inline float corner_value(float x, float y) {
 inline float value(float x, float y) {
     const float left = sycl::floor(x), top = sycl::floor(y);
     const float u = fade(x - left), v = fade(y - top);
-    const float upper = blend(corner_value(left, top), corner_value(left + 1.0f, top), u);
-    const float lower = blend(corner_value(left, top + 1.0f), corner_value(left + 1.0f, top + 1.0f), u);
-    return blend(upper, lower, v) * 2.0f - 1.0f;
+    const float upper = mix(corner_value(left, top), corner_value(left + 1.0f, top), u);
+    const float lower = mix(corner_value(left, top + 1.0f), corner_value(left + 1.0f, top + 1.0f), u);
+    return mix(upper, lower, v) * 2.0f - 1.0f;
 }
 
 } // namespace tarn::debris::noise
