@@ -44,6 +44,14 @@ struct Row {
     })
 using Rows = std::vector<Row>;
 
+/// A grid with one cell that is not finite.
+Row spoilt_cell(const std::string& grid, float value) {
+    const std::string line = grid + " at column 4 of row 1 is " + text_of(value) + "; it must be finite";
+    return {line.c_str(), [=](Call& c) {
+                c.array(grid).values[20] = value;
+            }};
+}
+
 template <class Record>
 Rows not_finite(const std::vector<std::pair<const char*, float Record::*>>& fields) {
     Rows rows;
@@ -132,7 +140,8 @@ TEST_F(Refusals, ThermalShaper) {
              ROW(scale_numerator, 0), ROW(scale_numerator, 1e-44),
              CHANGE("width * level_multiplier / level_divisor is 0", p.level_multiplier = 0.0f),
              CHANGE("width * level_multiplier / level_divisor is -12.8", p.level_multiplier = -1.0f),
-             CHANGE("width * level_multiplier / level_divisor is infinite", p.level_multiplier = 3e38f)});
+             CHANGE("width * level_multiplier / level_divisor is infinite", p.level_multiplier = 3e38f),
+             spoilt_cell("heights", not_a_number), spoilt_cell("mask", infinity)});
     refuses(thermal_shaper_call, not_finite<P>({FIELD(level_divisor), FIELD(scale_numerator), FIELD(level_multiplier),
                                                 FIELD(blend), FIELD(rate), FIELD(detail_gain)}));
     takes(thermal_shaper_call,
@@ -144,7 +153,8 @@ TEST_F(Refusals, Thermal) {
     using P = thermal_Parameters;
     refuses(thermal_call, {ROW(width, 0), ROW(height, -1), ROW(duration, -0.5), ROW(duration, 6554),
                            ROW(repose_angle, -1), ROW(feature_size, 0), ROW(terrain_size, 0), ROW(terrain_size, -3),
-                           ROW(terrain_height, 0), ROW(terrain_height, 1e-44)});
+                           ROW(terrain_height, 0), ROW(terrain_height, 1e-44), spoilt_cell("heights", infinity),
+                           spoilt_cell("erosion_mask", not_a_number), spoilt_cell("absorption_mask", -infinity)});
     refuses(thermal_call,
             not_finite<P>({FIELD(duration), FIELD(erosion_rate), FIELD(curvature_bias), FIELD(repose_angle),
                            FIELD(feature_size), FIELD(terrain_size), FIELD(terrain_height), FIELD(absorption)}));
@@ -179,12 +189,12 @@ TEST_F(Refusals, Erosion) {
 
 TEST_F(Refusals, Dunes) {
     using P = arrakis_Parameters;
-    refuses(dunes_call, {ROW(width, 0), ROW(height, -3), ROW(duration, -1e-6), ROW(duration, 1e6),
-                         CHANGE("terrain_size / (terrain_height * width) is 0;", p.terrain_size = 0.0f),
-                         CHANGE("terrain_size / (terrain_height * width) is -0.03125;", p.terrain_size = -1.0f),
+    refuses(dunes_call, {ROW(width, 0), ROW(height, -3), ROW(duration, -1e-6), ROW(duration, 1e6), ROW(terrain_size, 0),
+                         ROW(terrain_size, -1), ROW(terrain_height, 0),
                          CHANGE("terrain_size / (terrain_height * width) is ", p.terrain_size = 1e-43f),
-                         CHANGE("terrain_size / (terrain_height * width) is infinite;", p.terrain_height = 0.0f),
-                         CHANGE("terrain_size / (terrain_height * width) is 0;", p.terrain_height = 3e38f)});
+                         CHANGE("terrain_size / (terrain_height * width) is 0;", p.terrain_height = 3e38f),
+                         CHANGE("terrain_size is -4", p.terrain_size = p.terrain_height = -4.0f),
+                         spoilt_cell("height", not_a_number), spoilt_cell("sand", -infinity)});
     refuses(dunes_call,
             not_finite<P>({FIELD(duration), FIELD(repose_angle), FIELD(terrain_size), FIELD(terrain_height)}));
     takes(dunes_call,
@@ -194,14 +204,18 @@ TEST_F(Refusals, Dunes) {
 
 TEST_F(Refusals, Debris) {
     using P = debris_Parameters;
-    refuses(debris_call, {ROW(resolution, 0), ROW(resolution, 46341), ROW(terrain_size, 0), ROW(terrain_height, -1),
-                          ROW(terrain_height, 1e-44), ROW(max_size, 0), ROW(max_size, 2.0 * 15447.0), ROW(min_size, -1),
-                          ROW(min_size, 2.0 * 15447.0)});
+    refuses(debris_call, {
+        ROW(resolution, 0), ROW(resolution, 46341), ROW(terrain_size, 0), ROW(terrain_height, -1),
+            ROW(terrain_height, 1e-44), ROW(max_size, 0), ROW(max_size, 2.0 * 15447.0), ROW(min_size, -1),
+            ROW(min_size, 27.1), ROW(count, (1 << 24) + 1),
+            CHANGE("count is 16777216", p.count = 1 << 24; p.resolution = 30000; p.max_size = 400.0f),
+            spoilt_cell("height", not_a_number)
+    });
     refuses(debris_call, not_finite<P>({FIELD(terrain_size), FIELD(terrain_height), FIELD(max_size), FIELD(min_size),
                                         FIELD(friction), FIELD(restitution)}));
     takes(debris_call,
           {ROW(friction, -1e30), ROW(restitution, 1e30), ROW(terrain_height, 1e30), ROW(terrain_height, 1e-30),
-           ROW(min_size, 0), ROW(min_size, 200), ROW(max_size, 1e-30), ROW(resolution, 1), ROW(count, 0)});
+           ROW(min_size, 0), ROW(min_size, 27), ROW(max_size, 4.0 * 15440.0), ROW(resolution, 1), ROW(count, 0)});
 }
 
 TEST_F(Refusals, FlowAndColourTransport) {

@@ -21,7 +21,7 @@ inline ModuleCallbacks callbacks;
 /// Rocks that are born, slide and are drawn together.
 inline constexpr std::uint32_t batch_size = 1024;
 
-/// The largest radius of a rock in cells: its work-items can then be numbered in one launch.
+/// The largest radius of a rock in cells: the pixels of its window can then be counted in 31 bits.
 inline constexpr float largest_radius = 15446.0f;
 
 /// What most kernels read.

@@ -10,6 +10,16 @@ namespace {
 using namespace tarn;
 using debris::Parameters;
 
+/// No call can be stopped, so none may be endless: minutes at most for the rocks to slide, and for them to be drawn.
+constexpr std::uint32_t most_rocks = std::uint32_t{1} << 24;
+constexpr std::uint64_t most_pixels = std::uint64_t{1} << 40;
+
+/// Pixels that are at most drawn for a rock.
+std::uint64_t pixels_of_a_rock(float radius, std::uint64_t resolution) {
+    const auto side = static_cast<std::uint64_t>(std::min(radius, debris::largest_radius)) * 3 + 1;
+    return std::min(side * side, resolution * resolution);
+}
+
 bool check(SyclQueue* queue, const debris::CallerGrids& grids, const Parameters* parameters,
            const HostCallbacks* callbacks) {
     ArgumentCheck check(frames::debris_simulation, callbacks);
@@ -23,26 +33,29 @@ bool check(SyclQueue* queue, const debris::CallerGrids& grids, const Parameters*
         return false;
     const Parameters& p = *parameters;
     check.require(p.resolution >= 1 && p.resolution <= 46340, "resolution", p.resolution, "from 1 to 46340")
-        .finite("terrain_size", p.terrain_size)
-        .require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
-        .finite("terrain_height", p.terrain_height)
-        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
-        .finite("max_size", p.max_size)
-        .require(p.max_size > 0.0f, "max_size", p.max_size, "above 0")
+        .above_zero("terrain_size", p.terrain_size)
+        .above_zero("terrain_height", p.terrain_height)
+        .above_zero("max_size", p.max_size)
         .finite("min_size", p.min_size)
         .require(p.min_size >= 0.0f, "min_size", p.min_size, "at least 0")
+        .require(p.min_size <= 3.0f * p.max_size, "min_size", p.min_size, "at most three times max_size")
         .finite("friction", p.friction)
-        .finite("restitution", p.restitution);
+        .finite("restitution", p.restitution)
+        .require(p.count <= most_rocks, "count", p.count, "at most 16777216");
     if (!check.passed())
         return false;
     const debris::GlobalContext context(p);
-    const float radius = std::max(p.max_size, p.min_size) * context.cells_per_unit;
+    const float largest = std::max(p.max_size, p.min_size);
+    const float radius = largest * context.cells_per_unit;
     return check
-        .require(context.cell > 0.0f && std::isfinite(context.cell) && std::isfinite(context.slope_scale) &&
+        .require(is_usable_cell_width(context.cell) && std::isfinite(context.slope_scale) &&
                      context.cells_per_unit > 0.0f && context.units_per_cell > 0.0f,
                  "terrain_height", p.terrain_height, "in proportion to terrain_size")
-        .require(radius <= debris::largest_radius, p.max_size >= p.min_size ? "max_size" : "min_size",
-                 std::max(p.max_size, p.min_size), "at most 15446 cells")
+        .require(radius <= debris::largest_radius, p.max_size >= p.min_size ? "max_size" : "min_size", largest,
+                 "at most 15446 cells")
+        .require(p.count <= most_pixels / pixels_of_a_rock(radius, p.resolution), "count", p.count,
+                 "so small that the windows of the largest rocks have at most 2^40 cells")
+        .finite_grid("height", grids.height, p.resolution, p.resolution)
         .passed();
 }
 

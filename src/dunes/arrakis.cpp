@@ -55,7 +55,7 @@ struct Scratch {
     Grid wind_y;
 };
 
-Setting make_setting(const Parameters& parameters, const Extent<2>& extent) {
+RunConstants constants_of(const Parameters& parameters, const Extent<2>& extent) {
     const float cell = cell_width(parameters);
     return {static_cast<int>(extent.x()),
             static_cast<int>(extent.y()),
@@ -66,7 +66,7 @@ Setting make_setting(const Parameters& parameters, const Extent<2>& extent) {
 }
 
 /// The wind of this round, everywhere, before anyone searches upwind.
-void launch_wind(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting) {
+void launch_wind(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
     launch_cells(launch_on(*level.queue), level.extent, 1,
                  [=, blurred = std::as_const(scratch.blurred).data(), wind_x = scratch.wind_x.data(),
                   wind_y = scratch.wind_y.data()](int x, int y, auto interior) {
@@ -76,7 +76,7 @@ void launch_wind(const LaplacianLevel& level, const Scratch& scratch, const Sett
 }
 
 template <bool wide>
-void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting) {
+void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
     launch_pieces(*level.queue, level.extent,
                   [=, wind = scratch.wind(), height = level.height.data(), sand = level.sand.data(),
                    shelter = scratch.shelter.data(),
@@ -87,7 +87,7 @@ void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, co
 }
 
 template <bool wide>
-void launch_saltation(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting, int round) {
+void launch_saltation(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, int round) {
     launch_pieces(*level.queue, level.extent,
                   [=, wind = scratch.wind(), sand = level.sand.data(), shelter = scratch.shelter.data(),
                    sand_change = level.sand_change.data()](int first, int y, int count, auto capacity) {
@@ -112,7 +112,7 @@ void launch_apply(const LaplacianLevel& level) {
 
 /// One pass of avalanches: what slides off each cell, then what that makes of the sand and of the heights, which go
 /// from `height` into `next_height`.
-void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting, const Pass& pass,
+void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, const Pass& pass,
                       const float* height, float* next_height) {
     float* sand = level.sand.data();
     float* moved = scratch.blurred.data();
@@ -133,7 +133,7 @@ void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const
         });
 }
 
-void launch_avalanches(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting, float repose) {
+void launch_avalanches(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, float repose) {
     float* height = level.height.data();
     float* next_height = scratch.shelter.data();
     static_assert((repose_passes + smoothing_passes) % 2 == 0, "the last pass writes the level's own heights");
@@ -146,7 +146,7 @@ void launch_avalanches(const LaplacianLevel& level, const Scratch& scratch, cons
 }
 
 template <bool wide>
-void launch_round(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting, float repose,
+void launch_round(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, float repose,
                   int round) {
     blur::blur(*level.queue, level.height.data(), scratch.blur_scratch.data(), scratch.blurred.data(), level.extent,
                blur_radius);
@@ -158,7 +158,7 @@ void launch_round(const LaplacianLevel& level, const Scratch& scratch, const Set
 }
 
 template <bool wide>
-void launch_streamlines(const LaplacianLevel& level, const Scratch& scratch, const Setting& setting) {
+void launch_streamlines(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
     const std::size_t lines = level.extent.shape().size() >> 8;
     if (lines == 0 || setting.columns < 16)
         return;
@@ -225,7 +225,7 @@ void Arrakis::simulation(float rounds, LaplacianLevel& level) {
         return; // no round, no wind to draw
 
     const Scratch scratch(level);
-    const Setting setting = make_setting(parameters_, level.extent);
+    const RunConstants setting = constants_of(parameters_, level.extent);
     const float repose = repose_step(parameters_);
     const bool wide = setting.columns >= longer_than_hops && setting.rows >= longer_than_hops;
     for (int round = 0; round < count; ++round) {

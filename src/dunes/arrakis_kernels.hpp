@@ -27,7 +27,7 @@ inline constexpr int most_hops = 16;
 inline constexpr int longer_than_hops = 32;
 
 /// The constants of a run.
-struct Setting {
+struct RunConstants {
     int columns;
     int rows;
     /// The same, as the torus of positions sees them.
@@ -70,7 +70,7 @@ inline float wrapped(float position, float size) {
 
 /// The cell of a position. Rounding may put a position on the far edge, and NaN in a height makes NaN of positions:
 /// both still give a cell of the grid.
-inline int cell_at(float x, float y, const Setting& s) {
+inline int cell_at(float x, float y, const RunConstants& s) {
     const int column = minimum(static_cast<int>(x > 0.0f ? x : 0.0f), s.columns - 1);
     const int row = minimum(static_cast<int>(y > 0.0f ? y : 0.0f), s.rows - 1);
     return s.columns * row + column;
@@ -78,7 +78,7 @@ inline int cell_at(float x, float y, const Setting& s) {
 
 /// Spreads `value` over the four cells whose centres surround a position. In the outer half cell the weights go to the
 /// last row or column: nothing is lost, and nothing wraps around.
-inline void atomic_add_bilinear(float* grid, const Setting& s, float x, float y, float value) {
+inline void atomic_add_bilinear(float* grid, const RunConstants& s, float x, float y, float value) {
     const float u = x - 0.5f;
     const float v = y - 0.5f;
     const int i = clamp_index(static_cast<int>(u > 0.0f ? u : 0.0f), maximum(s.columns - 1, 1));
@@ -97,7 +97,7 @@ inline void atomic_add_bilinear(float* grid, const Setting& s, float x, float y,
 /// The unit wind at a cell, which bends around hills of the blurred terrain. Gradient by the 3-10-3 operator of H.
 /// Scharr, normalised by 32, and limited to a slope of 6. With `interior` the columns need no clamp.
 template <bool interior>
-inline void wind_at(const float* blurred, int x, int y, const Setting& s, float& wind_x, float& wind_y) {
+inline void wind_at(const float* blurred, int x, int y, const RunConstants& s, float& wind_x, float& wind_y) {
     const int left = interior ? x - 1 : maximum(x - 1, 0);
     const int right = interior ? x + 1 : minimum(x + 1, s.columns - 1);
     const float* north = blurred + s.index(0, maximum(y - 1, 0));
@@ -129,7 +129,7 @@ inline float lifted_sand(float sand, float shelter, float cell) {
 /// Shelter of `count` cells of a row from `first` on, 1 in the open wind and 0 in full wind shadow: from the steepest
 /// rise between a cell and the points that a search upwind passes. Takes the sand that the wind lifts out of the cells.
 template <bool wide, int capacity>
-inline void find_shelter(int first, int y, int count, const Setting& s, const Wind& wind, const float* height,
+inline void find_shelter(int first, int y, int count, const RunConstants& s, const Wind& wind, const float* height,
                          const float* sand, float* shelter, float* sand_change) {
     float px[capacity], py[capacity], rise[capacity];
     int cell[capacity];
@@ -167,7 +167,7 @@ inline void find_shelter(int first, int y, int count, const Setting& s, const Wi
 /// the open a grain hops on; the hop from a cell with any shelter is its last, and full shadow throws it far. All hops
 /// of a grain have the same length and turn.
 template <bool wide, int capacity>
-inline void saltation(int first, int y, int count, int round, const Setting& s, const Wind& wind, const float* shelter,
+inline void saltation(int first, int y, int count, int round, const RunConstants& s, const Wind& wind, const float* shelter,
                       const float* sand, float* sand_change) {
     float amount[capacity], px[capacity], py[capacity];
     int cell[capacity];
@@ -239,7 +239,7 @@ inline float slide_weight(float fall, float threshold) {
 /// Calls visit(offset, nearness) for each of the eight neighbours inside the grid, column by column: where it lies from
 /// the cell, and the factor that brings a fall down to unit distance. With `interior` all of them lie inside.
 template <bool interior, class Visit>
-inline void for_each_neighbour(int x, int y, const Setting& s, Visit visit) {
+inline void for_each_neighbour(int x, int y, const RunConstants& s, Visit visit) {
     constexpr float straight = 1.0f;
     constexpr float diagonal = 0.7071f;
     const std::ptrdiff_t columns = s.columns;
@@ -277,7 +277,7 @@ struct Slide {
 };
 
 template <bool interior>
-inline Slide avalanche(int x, int y, const Setting& s, const float* height, const float* sand, const Pass& pass) {
+inline Slide avalanche(int x, int y, const RunConstants& s, const float* height, const float* sand, const Pass& pass) {
     const std::ptrdiff_t here = s.index(x, y);
     float sum = 0.0f;
     float top = 0.0f;
@@ -294,7 +294,7 @@ inline Slide avalanche(int x, int y, const Setting& s, const float* height, cons
 /// What a cell gains and loses by the slides of a pass: its neighbours' weights are worked out once more, from where
 /// they stand, so that nobody has to add to somebody else's cell.
 template <bool interior>
-inline float slid_sand(int x, int y, const Setting& s, const float* height, const float* moved,
+inline float slid_sand(int x, int y, const RunConstants& s, const float* height, const float* moved,
                        const float* inverse_sum, float threshold) {
     const std::ptrdiff_t here = s.index(x, y);
     float change = 0.0f;
@@ -310,7 +310,7 @@ inline float slid_sand(int x, int y, const Setting& s, const float* height, cons
 /// Draws streamline number `line`: from a random point as many steps along the wind as a sixteenth of the grid's width,
 /// with a strength that rises and falls like a tent, from 0 at the ends to 0.7 in the middle.
 template <bool wide>
-inline void draw_streamline(std::uint32_t line, const Setting& s, const Wind& wind, float* wind_trace) {
+inline void draw_streamline(std::uint32_t line, const RunConstants& s, const Wind& wind, float* wind_trace) {
     const int steps = s.columns >> 4;
     const float half = 0.5f * static_cast<float>(steps);
     const float scale = 2.0f / static_cast<float>(steps);

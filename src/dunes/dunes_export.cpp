@@ -1,7 +1,5 @@
 #include "dunes/arrakis.hpp"
 
-#include <cmath>
-
 #include "device/argument_check.hpp"
 
 namespace {
@@ -27,14 +25,16 @@ bool check(SyclQueue* queue, const float* height, const float* sand, const float
         .finite("duration", p.duration)
         .require(p.duration >= 0.0f, "duration", p.duration, "at least 0")
         .finite("repose_angle", p.repose_angle)
-        .finite("terrain_size", p.terrain_size)
-        .finite("terrain_height", p.terrain_height);
+        .above_zero("terrain_size", p.terrain_size)
+        .above_zero("terrain_height", p.terrain_height);
     if (!check.passed())
         return false;
     const float cell = arrakis::cell_width(p);
+    const auto width = static_cast<std::size_t>(p.width), rows = static_cast<std::size_t>(p.height);
     return check.require(arrakis::round_count(p.duration) <= most_rounds, "duration", p.duration, "at most 838860")
-        .require(cell > 0.0f && std::isfinite(cell) && std::isfinite(1.0f / cell),
-                 "terrain_size / (terrain_height * width)", cell, "above 0 and finite")
+        .require(is_usable_cell_width(cell), "terrain_size / (terrain_height * width)", cell, "above 0 and finite")
+        .finite_grid("height", height, width, rows)
+        .finite_grid("sand", sand, width, rows)
         .passed();
 }
 

@@ -22,11 +22,6 @@ bool is_given(bool flag, const Grid& mask) {
     return flag && mask.size() != 1;
 }
 
-/// Width of a cell in units of height.
-float cell_width(const Parameters& p, std::size_t columns) {
-    return p.terrain_size / (static_cast<float>(columns) * p.terrain_height);
-}
-
 LevelConstants constants_of(const Parameters& p, const sycl::range<2>& extent) {
     LevelConstants s{};
     s.columns = static_cast<int>(extent[1]);
@@ -96,9 +91,9 @@ void launch_move(LaplacianLevel& level, Direction& direction, const LevelConstan
 
 LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGrids& grids) {
     const sycl::range<2> shape(static_cast<std::size_t>(p.height), static_cast<std::size_t>(p.width));
-    // The masks are only ever read, and only with their flags: a device of its own memory would take them in otherwise.
+    // A mask without its flag is not read: a device of its own memory would take it in otherwise.
     const auto mask = [&](const float* cells, bool flag) {
-        return create_buffer(flag ? const_cast<float*>(cells) : nullptr, shape, queue, false);
+        return create_input(flag ? cells : nullptr, shape, queue);
     };
     Grid heights = create_buffer(grids.heights, shape, queue, true);
     Grid depth = create_buffer(grids.depth, shape, queue, true);
@@ -113,6 +108,10 @@ LaplacianLevel make_root(const Parameters& p, sycl::queue& queue, const CallerGr
 }
 
 } // namespace
+
+float cell_width(const Parameters& p, std::size_t columns) {
+    return p.terrain_size / (static_cast<float>(columns) * p.terrain_height);
+}
 
 Schedule::Schedule(const Parameters& p) {
     const float count = level_count(p);

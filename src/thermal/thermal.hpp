@@ -21,6 +21,9 @@ inline ModuleCallbacks callbacks;
 
 using Grid = sycl::buffer<float, 2>;
 
+/// Width of a cell of a level, in units of height.
+float cell_width(const Parameters& parameters, std::size_t columns);
+
 /// How many levels a run has, and how many iterations each.
 class Schedule {
   public:

@@ -31,23 +31,24 @@ bool check(SyclQueue* queue, const thermal::CallerGrids& grids, const Parameters
         .finite("curvature_bias", p.curvature_bias)
         .finite("repose_angle", p.repose_angle)
         .require(p.repose_angle >= 0.0f, "repose_angle", p.repose_angle, "at least 0")
-        .finite("feature_size", p.feature_size)
-        .finite("terrain_size", p.terrain_size)
-        .finite("terrain_height", p.terrain_height)
+        .above_zero("feature_size", p.feature_size)
+        .above_zero("terrain_size", p.terrain_size)
+        .above_zero("terrain_height", p.terrain_height)
         .finite("absorption", p.absorption);
     if (!check.passed())
         return false;
-    const auto scale_is_usable = [&](float width) {
-        const float scale = p.terrain_size / (width * p.terrain_height);
-        return scale > 0.0f && std::isfinite(scale) && std::isfinite(1.0f / scale);
-    };
-    return check.require(p.terrain_size > 0.0f, "terrain_size", p.terrain_size, "above 0")
-        .require(p.terrain_height > 0.0f, "terrain_height", p.terrain_height, "above 0")
-        .require(p.feature_size > 0.0f && std::isfinite(thermal::Schedule::level_count(p)), "feature_size",
-                 p.feature_size, "above 0, and in proportion to terrain_size")
-        .require(scale_is_usable(static_cast<float>(p.width)) && scale_is_usable(1.0f), "terrain_height",
-                 p.terrain_height, "in proportion to terrain_size")
-        .passed();
+    const auto width = static_cast<std::size_t>(p.width), height = static_cast<std::size_t>(p.height);
+    check
+        .require(std::isfinite(thermal::Schedule::level_count(p)), "feature_size", p.feature_size,
+                 "in proportion to terrain_size")
+        .require(is_usable_cell_width(thermal::cell_width(p, width)) && is_usable_cell_width(thermal::cell_width(p, 1)),
+                 "terrain_height", p.terrain_height, "in proportion to terrain_size")
+        .finite_grid("heights", grids.heights, width, height);
+    if (p.use_erosion_mask != 0 && grids.erosion_mask != nullptr)
+        check.finite_grid("erosion_mask", grids.erosion_mask, width, height);
+    if (p.use_absorption_mask != 0 && grids.absorption_mask != nullptr)
+        check.finite_grid("absorption_mask", grids.absorption_mask, width, height);
+    return check.passed();
 }
 
 } // namespace

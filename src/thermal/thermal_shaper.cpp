@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "grid/launch_cells.hpp"
+#include "grid/pyramid.hpp"
 #include "grid/resampling.hpp"
 #include "grid/upsample.hpp"
+#include "grid/with_constant.hpp"
 #include "thermal/thermal_shaper_kernels.hpp"
 
 namespace tarn::thermal_shaper {
@@ -45,8 +47,7 @@ void launch_iteration(sycl::queue& queue, const Extent<2>& extent, float* destin
 
 LaplacianLevel make_root(const Parameters& parameters, sycl::queue& queue, float* heights, const float* mask) {
     const Extent<2> extent(static_cast<std::uint32_t>(parameters.width), static_cast<std::uint32_t>(parameters.height));
-    // The mask is only ever read: it is wrapped, or uploaded without a way back.
-    Grid mask_grid(extent, queue, const_cast<float*>(mask), false, true);
+    Grid mask_grid = Grid::input(extent.shape(), queue, mask);
     Grid height_grid(extent, queue, heights, true, true);
     return {queue, std::move(height_grid), std::move(mask_grid), nullptr};
 }
@@ -60,10 +61,7 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_base, Grid l
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level() {
     Grid next_base = resampling::next_level(base);
     Grid next_mask = resampling::next_level(mask);
-    launch_upsampled(launch_on(*queue), extent, static_cast<const float*>(next_base.data()), next_base.extent(),
-                     [detail_cells = detail.data(), base_cells = base.data()](std::ptrdiff_t row, int x, float up) {
-                         detail_cells[row + x] = base_cells[row + x] - up;
-                     });
+    take_detail(*queue, base, next_base, detail);
     auto next = std::make_unique<LaplacianLevel>(*queue, std::move(next_base), std::move(next_mask), this);
     for (LaplacianLevel* finer = this; finer != nullptr; finer = finer->parent)
         ++finer->level;
@@ -139,10 +137,7 @@ float ThermalShaper::iteration_budget(std::size_t levels) const {
 }
 
 void ThermalShaper::process_level(LaplacianLevel& level) {
-    if (level.mask)
-        process_level<true>(level);
-    else
-        process_level<false>(level);
+    with_constant(static_cast<bool>(level.mask), [&](auto has_mask) { process_level<has_mask.value>(level); });
 }
 
 template <bool has_mask>

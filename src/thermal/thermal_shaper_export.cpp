@@ -9,13 +9,13 @@ namespace {
 using namespace tarn;
 using thermal_shaper::Parameters;
 
-/// Scale of heights at a level `width` cells wide; both it and its inverse have to be finite at every level.
+/// Whether heights have a usable scale at a level `width` cells wide. Unlike a cell's width it may be negative.
 bool is_scale_usable(const Parameters& parameters, float width) {
     const float scale = parameters.scale_numerator / (width * parameters.level_divisor);
     return std::isfinite(scale) && std::isfinite(1.0f / scale);
 }
 
-bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
+bool check(const float* heights, const float* mask, const Parameters* parameters, const HostCallbacks* callbacks) {
     ArgumentCheck check(frames::thermal_shaper_process, callbacks);
     if (!check.not_null("parameters", parameters).passed())
         return false;
@@ -32,12 +32,15 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
         return false;
     const float width = static_cast<float>(p.width);
     const float ratio = width * p.level_multiplier / p.level_divisor;
-    return check
+    check
         .require(std::isfinite(ratio) && ratio > 0.0f, "width * level_multiplier / level_divisor", ratio,
                  "above 0 and finite")
         .require(is_scale_usable(p, width) && is_scale_usable(p, 1.0f), "scale_numerator", p.scale_numerator,
                  "other than 0, and in proportion to width * level_divisor")
-        .passed();
+        .finite_grid("heights", heights, static_cast<std::size_t>(p.width), static_cast<std::size_t>(p.height));
+    if (mask != nullptr)
+        check.finite_grid("mask", mask, static_cast<std::size_t>(p.width), static_cast<std::size_t>(p.height));
+    return check.passed();
 }
 
 } // namespace
@@ -47,7 +50,7 @@ extern "C" TARN_API uint32_t ThermalShaper_Process(SyclQueue* handle, float* hei
                                                    const HostCallbacks* callbacks) {
     if (handle == nullptr || heights == nullptr)
         return status_failed;
-    if (!check(parameters, callbacks))
+    if (!check(heights, mask, parameters, callbacks))
         return status_failed;
 
     auto& queue = *reinterpret_cast<sycl::queue*>(handle);

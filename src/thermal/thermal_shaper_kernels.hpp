@@ -8,41 +8,11 @@
 #include <sycl/sycl.hpp>
 
 #include "device/backend.hpp"
+#include "grid/neighbourhood.hpp"
 #include "grid/numeric.hpp"
 #include "grid/power.hpp"
 
 namespace tarn::thermal_shaper {
-
-/// A cell `e` with its eight neighbours, row by row; edge cells are repeated beyond the border.
-struct Neighbourhood {
-    float a, b, c;
-    float d, e, f;
-    float g, h, i;
-};
-
-/// The three rows that the neighbourhoods of one row lie in.
-struct NeighbourRows {
-    const float* up;
-    const float* middle;
-    const float* down;
-};
-
-inline NeighbourRows neighbour_rows(const float* grid, int width, int height, int y) {
-    const auto row = [=](int index) {
-        return grid + static_cast<std::ptrdiff_t>(index) * width;
-    };
-    return {row(maximum(y - 1, 0)), row(y), row(minimum(y + 1, height - 1))};
-}
-
-/// With `interior` the columns need no clamp.
-template <bool interior>
-inline Neighbourhood neighbourhood(const NeighbourRows& rows, int width, int x) {
-    const int l = interior ? x - 1 : maximum(x - 1, 0);
-    const int r = interior ? x + 1 : minimum(x + 1, width - 1);
-    return {rows.up[l],     rows.up[x],     rows.up[r],     //
-            rows.middle[l], rows.middle[x], rows.middle[r], //
-            rows.down[l],   rows.down[x],   rows.down[r]};
-}
 
 /// Gradient of the heights by the 3-10-3 operator of H. Scharr, normalised by 32. `inverse_scale` turns a difference of
 /// heights between neighbours into a slope. Out come `slope`, the gradient's length; `drop`, the largest fall to a
@@ -53,7 +23,7 @@ inline sycl::vec<float, 2> gradient(const Neighbourhood& n, float inverse_scale,
     const float normalisation = inverse_scale * 0.03125f;
     const float gx = (((n.c + n.i) - (n.a + n.g)) * 3.0f + (n.f - n.d) * 10.0f) * normalisation;
     const float gy = -(((n.a + n.c) - (n.g + n.i)) * 3.0f + (n.b - n.h) * 10.0f) * normalisation;
-    slope = sycl::sqrt(gx * gx + gy * gy);
+    slope = length(gx, gy);
     curvature =
         (n.e - (((n.d + n.b) + n.h + n.f) * 0.14644662f + (((n.a + n.c) + n.g) + n.i) * 0.10355339f)) * inverse_scale;
     drop = maximum(maximum(maximum(n.e - n.a, n.e - n.c), maximum(n.e - n.g, n.e - n.i)) * 0.7071f,
