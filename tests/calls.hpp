@@ -464,7 +464,7 @@ inline Call point_cloud_call(int width, int height) {
              {"green", striped(width, height, 5, 0.25f), Array::optional},
              {"blue", striped(width, height, 2, 0.5f), Array::optional}},
             bytes_of(p),
-            32 * p.point_count + 8 * cells_of(width, height) + 16};
+            80 * p.point_count + 24 * cells_of(width, height)};
 }
 
 inline Call stamps_call(int width, int height) {

@@ -52,13 +52,10 @@ class MeshRendering : public ::testing::Test {
     }
 
     Draw expanded = [](MeshRasterizer& rasterizer) {
-        rasterizer.render<true, true, true, false>();
+        rasterizer.draw_highest();
     };
-    Draw by_triangle = [](MeshRasterizer& rasterizer) {
-        rasterizer.render3_cpu<true, false, true, false>();
-    };
-    Draw by_group = [](MeshRasterizer& rasterizer) {
-        rasterizer.render3<true, false, true, false>();
+    Draw facing = [](MeshRasterizer& rasterizer) {
+        rasterizer.draw_highest_facing();
     };
 };
 
@@ -129,12 +126,11 @@ TEST_F(MeshRendering, RestingOnTheFloorTakesTheSameNumberOffAllCoordinates) {
 }
 
 TEST_F(MeshRendering, BoundingBoxPassesOverNaNAndIsZeroWithoutVertices) {
-    float b[6];
     const auto measure = [&](const std::vector<TarnFloat3>& vertices) {
         const mesh_rasterizer_MeshView view{vertices.data(), static_cast<std::uint32_t>(vertices.size()), nullptr, 0,
                                             nullptr};
-        compute_bounding_box(upload_vertices(view, queue), queue, b[0], b[1], b[2], b[3], b[4], b[5]);
-        return std::vector<float>(b, b + 6);
+        const tarn::mesh_rasterizer::BoundingBox b = compute_bounding_box(upload_vertices(view, queue), queue);
+        return std::vector<float>{b.min_x, b.max_x, b.min_y, b.max_y, b.min_z, b.max_z};
     };
     EXPECT_EQ(measure({}), std::vector<float>(6, 0.0f));
     EXPECT_EQ(measure({{-2, 7, not_a_number, 0}, {3, not_a_number, 1, 0}, {0, 6, -1, 0}}),
@@ -206,8 +202,7 @@ TEST_F(MeshRendering, BothSidesAreDrawnByTheExpansionAndOneByTheOtherSchemes) {
     };
     for (const bool turned : {false, true}) {
         EXPECT_EQ(drawn(expanded, turned), 64);
-        EXPECT_EQ(drawn(by_triangle, turned), turned ? 0 : 64);
-        EXPECT_EQ(drawn(by_group, turned), turned ? 0 : 64);
+        EXPECT_EQ(drawn(facing, turned), turned ? 0 : 64);
     }
 }
 
@@ -219,7 +214,7 @@ TEST_F(MeshRendering, EnlargementReachesTheRowsBelowInTheExpansionAlone) {
     scene.mesh.triangles = {{0, 1, 2, 0}};
     MeshScene other = scene;
     draw(queue, scene, expanded);
-    draw(queue, other, by_triangle);
+    draw(queue, other, facing);
     const auto lowest_row = [](const MeshScene& s) {
         for (int y = 1009; y >= 0; --y)
             if (s.height_at(700, y) == 0.5f)
@@ -242,7 +237,7 @@ TEST_F(MeshRendering, WhatHasNoAreaOrIsNoNumberDrawsNothing) {
         {{-3e38f, 0, 9, 0}, {0, 9, 9, 0}, {3e38f, 3e38f, 9, 0}},
     };
     for (const auto& three : corners)
-        for (const Draw& scheme : {expanded, by_triangle, by_group}) {
+        for (const Draw& scheme : {expanded, facing}) {
             MeshScene scene(10, 10, 1.0f);
             scene.heights[0] = not_a_number;
             scene.mesh.vertices = three;
@@ -276,7 +271,7 @@ TEST_F(MeshRendering, BoxesAboveTheLimitAreDroppedAndTooManyCellsFail) {
         MeshScene other = scene;
         draw(queue, scene, expanded);
         EXPECT_NEAR(scene.height_at(3, 3), side < 16382.0f ? 0.5f : -1.0f, 1e-5f);
-        draw(queue, other, by_triangle);
+        draw(queue, other, facing);
         EXPECT_NEAR(other.height_at(3, 3), 0.5f, 1e-5f);
     }
 

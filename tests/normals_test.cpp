@@ -135,7 +135,7 @@ TEST_F(Normals, RaysFollowTheMeshsNormalTowardsTheGroundFromEitherSide) {
 TEST_F(Normals, LongWaysEndWhereSingleStepsWouldTakeThem) {
     // A plane far above, with steps of 1e-4 of a cell to the side; then ground that cannot be met at all.
     const auto meet = [](const std::vector<float>& ground, const vec3& direction) {
-        return intersect_heightmap(ground.data(), vec3(20.5f, 10.5f, 0.0f), direction, {64, 32}, 64.0f);
+        return intersect_heightmap({ground.data(), 64, 32, 64.0f}, vec3(20.5f, 10.5f, 0.0f), direction);
     };
     const std::vector<float> high(64 * 32, 1000.0f);
     const vec3 hit = meet(high, vec3(1e-4f, 0.0f, 1.0f));
@@ -153,6 +153,8 @@ TEST_F(Normals, LongWaysEndWhereSingleStepsWouldTakeThem) {
             for (int n = 0; n < 100; ++n) {
                 const vec3 rim = meet(ground, vec3(3e-6f, 1e-6f, 1.0f));
                 EXPECT_GE(rim.x(), 62.0f);
+                for (const float tilt : {1e-11f, 1e-9f, 1e-7f})
+                    EXPECT_EQ(meet(ground, vec3(tilt, tilt, 1.0f)).z(), 16777216.0f) << level << ", " << tilt;
                 const vec3 nowhere = meet(ground, vec3(0.0f, 0.0f, 0.0f));
                 EXPECT_EQ(nowhere.x(), 20.5f);
                 EXPECT_EQ(nowhere.y(), 10.5f);

@@ -9,6 +9,7 @@
 
 #include "device/backend.hpp"
 #include "grid/atomic.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 #include "mesh/mesh_rasterizer.hpp"
@@ -132,51 +133,38 @@ struct DrawnTriangle {
 /// What a grid of triangle numbers holds where no triangle is.
 inline constexpr std::uint32_t no_triangle = 0xFFFFFFFFu;
 
-/// Enters a triangle's number, unless that of a later triangle stands there: so a cell under several has the last one,
-/// as if they were drawn one after another.
-inline void raise_triangle_id(std::uint32_t& cell, std::uint32_t triangle) {
-    const SharedCell<std::uint32_t> shared(cell);
-    std::uint32_t seen = shared.load();
-    while ((seen == no_triangle || seen < triangle) && !shared.compare_exchange_strong(seen, triangle)) {
-    }
-}
-
-/// What becomes of a cell that a triangle covers. With the depth test the highest triangle keeps it; where two win it
-/// at the same moment, the noise of either may stand.
-template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-struct CellStore {
+/// What becomes of a cell under triangles whose highest it keeps. Where two win it at the same moment, the noise of
+/// either may stand.
+template <bool with_noise>
+struct KeepHighest {
     float* heights;
     float* noise;
-    std::uint32_t* triangle_ids;
 
     void operator()(std::ptrdiff_t i, float z, std::uint32_t triangle) const {
-        if constexpr (depth_test) {
-            static_assert(write_height && !write_triangle_ids);
-            if (!atomic_raise(heights[i], z))
-                return;
-        } else if constexpr (write_height) {
-            heights[i] = z;
-        }
-        if constexpr (write_noise)
-            noise[i] = triangle_noise(triangle);
-        if constexpr (write_triangle_ids)
-            raise_triangle_id(triangle_ids[i], triangle);
+        if (!atomic_raise(heights[i], z))
+            return;
+        if constexpr (with_noise)
+            SharedCell<float>(noise[i]).store(triangle_noise(triangle));
     }
 };
 
-/// Draws one cell of a grid of `width`: calls `store(index, height, triangle)` if the triangle covers it.
-template <class Store>
-inline void render_cell(const DrawnTriangle& triangle, int x, int y, int width, const Store& store) {
-    const float z = triangle.height(x, y);
-    if (z > lowest_height)
-        store(static_cast<std::ptrdiff_t>(y) * width + x, z, triangle.number);
-}
+/// What becomes of a cell that is told the last triangle over it, as if they were drawn one after another.
+struct KeepLastTriangle {
+    std::uint32_t* ids;
 
-/// Draws the cells from `first` to before `last` of a row: their heights side by side, in whole vectors that may reach
-/// past the last, then one by one what comes of them.
-template <class Store>
+    void operator()(std::ptrdiff_t i, float, std::uint32_t triangle) const {
+        const SharedCell<std::uint32_t> shared(ids[i]);
+        std::uint32_t seen = shared.load();
+        while ((seen == no_triangle || seen < triangle) && !shared.compare_exchange_strong(seen, triangle)) {
+        }
+    }
+};
+
+/// Draws the cells from `first` to before `last` of a row of a grid of `width`, and calls `store(index, height,
+/// triangle)` for each that the triangle covers. The heights are worked out side by side, in whole vectors that may
+/// reach past the last.
+template <int lanes, class Store>
 inline void render_row(const DrawnTriangle& triangle, int first, int last, int y, int width, const Store& store) {
-    constexpr int lanes = 16; // floats in the widest vectors of today's CPUs
     const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(y) * width;
     for (int begin = first; begin < last; begin += lanes) {
         float z[lanes];

@@ -12,12 +12,10 @@ namespace tarn::mesh_rasterizer {
 
 namespace {
 
-/// A list of the caller's on the device; an empty one has nothing to take over.
+/// A list of the caller's as kernels see it; an empty one has nothing to take over.
 template <class T, class Element>
-usm_ptr<T, 1> upload(const Element* list, std::uint32_t count, sycl::queue& queue, bool wrap_on_cpu) {
-    // Never written back, and never written to where it is wrapped.
-    T* const data = count > 0 ? reinterpret_cast<T*>(const_cast<Element*>(list)) : nullptr;
-    return {sycl::range<1>(count), queue, data, false, wrap_on_cpu};
+const T* list_or_null(const Element* list, std::uint32_t count) {
+    return count > 0 ? reinterpret_cast<const T*>(list) : nullptr;
 }
 
 struct Quaternion {
@@ -44,45 +42,38 @@ Rotation make_rotation(float x_degrees, float y_degrees, float z_degrees) {
 
 /// The transform that lets the unrotated model touch the frame on its tightest axis, times the record's scale.
 FrameTransform fit_to_frame(const Vertices& vertices, sycl::queue& queue, const Parameters& p) {
-    float min_x, max_x, min_y, max_y, min_z, max_z;
-    compute_bounding_box(vertices, queue, min_x, max_x, min_y, max_y, min_z, max_z);
+    const BoundingBox box = compute_bounding_box(vertices, queue);
     const auto width = static_cast<float>(p.resolution.x);
     const auto height = static_cast<float>(p.resolution.y);
     const float cells_per_unit = p.vertical_scale * width;
     // An axis along which the model is flat asks for an infinite scale, which another axis undercuts.
-    const float fit =
-        minimum(minimum(width / (max_x - min_x), height / (max_y - min_y)), cells_per_unit / (max_z - min_z)) * p.scale;
-    const vec3 centre((min_x + max_x) / 2.0f, (min_y + max_y) / 2.0f, (min_z + max_z) / 2.0f);
+    const float fit = minimum(minimum(width / (box.max_x - box.min_x), height / (box.max_y - box.min_y)),
+                              cells_per_unit / (box.max_z - box.min_z)) *
+                      p.scale;
+    const vec3 centre((box.min_x + box.max_x) / 2.0f, (box.min_y + box.max_y) / 2.0f, (box.min_z + box.max_z) / 2.0f);
     const vec3 origin((p.offset_x + 0.5f) * width, (0.5f - p.offset_y) * height, (p.offset_z + 0.5f) * cells_per_unit);
     return {centre, make_rotation(p.rotation_x, p.rotation_y, p.rotation_z), fit, origin, cells_per_unit};
-}
-
-template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-CellStore<depth_test, write_noise, write_height, write_triangle_ids>
-make_store(const Grid& height, const Grid& noise, const usm_ptr<std::uint32_t, 2>& triangle_ids) {
-    return {height.data(), noise.data(), triangle_ids.data()};
 }
 
 } // namespace
 
 Vertices upload_vertices(const MeshView& mesh, sycl::queue& queue) {
-    return upload<vec3>(mesh.vertices, mesh.vertex_count, queue, false);
+    // Copied on a CPU too, so that nothing is written to the caller's list.
+    auto* const vertices = const_cast<vec3*>(list_or_null<vec3>(mesh.vertices, mesh.vertex_count));
+    return {sycl::range<1>(mesh.vertex_count), queue, vertices, false, false};
 }
 
 Triangles upload_triangles(const MeshView& mesh, sycl::queue& queue) {
-    return upload<uvec3>(mesh.triangles, mesh.triangle_count, queue, true);
+    return Triangles::input(mesh.triangle_count, queue, list_or_null<uvec3>(mesh.triangles, mesh.triangle_count));
 }
 
 Vertices upload_normals(const MeshView& mesh, sycl::queue& queue) {
-    return upload<vec3>(mesh.normals, mesh.vertex_count, queue, true);
+    return Vertices::input(mesh.vertex_count, queue, list_or_null<vec3>(mesh.normals, mesh.vertex_count));
 }
 
-void compute_bounding_box(const Vertices& vertices, sycl::queue& queue, float& min_x, float& max_x, float& min_y,
-                          float& max_y, float& min_z, float& max_z) {
-    if (vertices.size() == 0) {
-        min_x = max_x = min_y = max_y = min_z = max_z = 0.0f;
-        return;
-    }
+BoundingBox compute_bounding_box(const Vertices& vertices, sycl::queue& queue) {
+    if (vertices.size() == 0)
+        return {};
     constexpr float most = std::numeric_limits<float>::max();
     float bounds[6] = {most, -most, most, -most, most, -most};
     {
@@ -108,9 +99,7 @@ void compute_bounding_box(const Vertices& vertices, sycl::queue& queue, float& m
                 })
             .wait();
     }
-    min_x = bounds[0], max_x = bounds[1];
-    min_y = bounds[2], max_y = bounds[3];
-    min_z = bounds[4], max_z = bounds[5];
+    return {bounds[0], bounds[1], bounds[2], bounds[3], bounds[4], bounds[5]};
 }
 
 MeshRasterizer::MeshRasterizer(sycl::queue& queue, float* height, float* noise, Parameters& parameters,
@@ -134,67 +123,69 @@ void MeshRasterizer::process_vertices(Vertices& vertices, sycl::queue& queue, co
                                              sycl::id<1> i) { v[i[0]] = to_frame(v[i[0]]); });
     if (parameters.rest_on_floor == 0)
         return;
-    float min_x, max_x, min_y, max_y, min_z, max_z;
-    compute_bounding_box(vertices, queue, min_x, max_x, min_y, max_y, min_z, max_z);
+    const float lowest = compute_bounding_box(vertices, queue).min_z;
     queue.parallel_for(vertices.shape(),
-                       [v = vertices.data(), above_floor = min_z - parameters.offset_z](sycl::id<1> i) {
+                       [v = vertices.data(), above_floor = lowest - parameters.offset_z](sycl::id<1> i) {
                            v[i[0]] = v[i[0]] - vec3(above_floor, above_floor, above_floor);
                        });
 }
 
-template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-void MeshRasterizer::render() {
-    const auto store =
-        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+void MeshRasterizer::draw_highest() {
     const WorkExpansion expansion(*device_queue_, *vertices_, *triangles_, true);
-    expansion.launch(*device_queue_, extent_, store);
+    if (noise_)
+        expansion.launch(*device_queue_, extent_, KeepHighest<true>{height_.data(), noise_.data()});
+    else
+        expansion.launch(*device_queue_, extent_, KeepHighest<false>{height_.data(), nullptr});
 }
 
-template void MeshRasterizer::render<true, true, true, false>();
-template void MeshRasterizer::render<true, false, true, false>();
+void MeshRasterizer::draw_highest_facing() {
+    draw_facing(KeepHighest<false>{height_.data(), nullptr});
+}
 
-template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-void MeshRasterizer::render3() {
+void MeshRasterizer::enter_facing_triangles() {
+    draw_facing(KeepLastTriangle{triangle_ids_.data()});
+}
+
+template <class Store>
+void MeshRasterizer::draw_facing(const Store& store) {
     if (triangles_->size() == 0)
         return;
-    const auto store =
-        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+    if (device_queue_->get_device().is_cpu())
+        draw_facing_by_band(store);
+    else
+        draw_facing_by_group(store);
+}
+
+template <class Store>
+void MeshRasterizer::draw_facing_by_group(const Store& store) {
     const auto sizes = device_queue_->get_device().get_info<sycl::info::device::sub_group_sizes>();
     const std::size_t lanes = sizes.empty() ? 1 : sizes.back();
     const int width = static_cast<int>(extent_.x()), height = static_cast<int>(extent_.y());
     const sycl::nd_range<1> items(sycl::range<1>(triangles_->size() * lanes), sycl::range<1>(lanes));
-    device_queue_->parallel_for(items, [=, vertices = vertices_->data(),
-                                        triangles = triangles_->data()](sycl::nd_item<1> item) {
-        const auto triangle = static_cast<std::uint32_t>(item.get_group(0));
-        const uvec3& corners = triangles[triangle];
-        const vec3& a = vertices[corners.x()];
-        const vec3& b = vertices[corners.y()];
-        const vec3& c = vertices[corners.z()];
-        const ClippedBox box = visible_box(a, b, c, width, height);
-        if (box.empty())
-            return;
-        const DrawnTriangle drawn(triangle, a, b, c);
-        const auto span = static_cast<std::uint32_t>(box.x1 - box.x0 + 1);
-        const std::uint32_t cells = span * static_cast<std::uint32_t>(box.y1 - box.y0 + 1);
-        for (auto i = static_cast<std::uint32_t>(item.get_local_id(0)); i < cells;
-             i += static_cast<std::uint32_t>(lanes)) {
-            const std::uint32_t row = i / span;
-            render_cell(drawn, box.x0 + static_cast<int>(i - row * span), box.y0 + static_cast<int>(row), width, store);
-        }
-    });
+    device_queue_->parallel_for(
+        items, [=, vertices = vertices_->data(), triangles = triangles_->data()](sycl::nd_item<1> item) {
+            const auto triangle = static_cast<std::uint32_t>(item.get_group(0));
+            const uvec3& corners = triangles[triangle];
+            const vec3 &a = vertices[corners.x()], &b = vertices[corners.y()], &c = vertices[corners.z()];
+            const ClippedBox box = visible_box(a, b, c, width, height);
+            if (box.empty())
+                return;
+            const DrawnTriangle drawn(triangle, a, b, c);
+            const auto span = static_cast<std::uint32_t>(box.x1 - box.x0 + 1);
+            const std::uint32_t cells = span * static_cast<std::uint32_t>(box.y1 - box.y0 + 1);
+            for (auto i = static_cast<std::uint32_t>(item.get_local_id(0)); i < cells;
+                 i += static_cast<std::uint32_t>(lanes)) {
+                const std::uint32_t row = i / span;
+                const int x = box.x0 + static_cast<int>(i - row * span);
+                render_row<1>(drawn, x, x + 1, box.y0 + static_cast<int>(row), width, store);
+            }
+        });
 }
 
-template void MeshRasterizer::render3<true, false, true, false>();
-template void MeshRasterizer::render3<false, false, false, true>();
-
-template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-void MeshRasterizer::render3_cpu() {
-    if (triangles_->size() == 0)
-        return;
-    const auto store =
-        make_store<depth_test, write_noise, write_height, write_triangle_ids>(height_, noise_, triangle_ids_);
+template <class Store>
+void MeshRasterizer::draw_facing_by_band(const Store& store) {
     const int width = static_cast<int>(extent_.x()), height = static_cast<int>(extent_.y());
-    // One work-item to each triangle; where there are too few to keep all cores busy, to each in each band of rows.
+    // The grid is one band where the triangles are enough to keep all cores busy.
     constexpr std::size_t enough_items = 4096;
     constexpr int lowest_band = 8;
     const int most_bands = static_cast<int>(std::max<std::size_t>(enough_items / triangles_->size(), 1));
@@ -204,9 +195,8 @@ void MeshRasterizer::render3_cpu() {
                                 [=, vertices = vertices_->data(), triangles = triangles_->data()](sycl::id<2> index) {
                                     const auto triangle = static_cast<std::uint32_t>(index[1]);
                                     const uvec3& corners = triangles[triangle];
-                                    const vec3& a = vertices[corners.x()];
-                                    const vec3& b = vertices[corners.y()];
-                                    const vec3& c = vertices[corners.z()];
+                                    const vec3 &a = vertices[corners.x()], &b = vertices[corners.y()],
+                                               &c = vertices[corners.z()];
                                     ClippedBox box = visible_box(a, b, c, width, height);
                                     const int band_start = static_cast<int>(index[0]) * band_rows;
                                     box.y0 = maximum(box.y0, band_start);
@@ -215,12 +205,9 @@ void MeshRasterizer::render3_cpu() {
                                         return;
                                     const DrawnTriangle drawn(triangle, a, b, c);
                                     for (int y = box.y0; y <= box.y1; ++y)
-                                        render_row(drawn, box.x0, box.x1 + 1, y, width, store);
+                                        render_row<cpu_lanes>(drawn, box.x0, box.x1 + 1, y, width, store);
                                 });
 }
-
-template void MeshRasterizer::render3_cpu<true, false, true, false>();
-template void MeshRasterizer::render3_cpu<false, false, false, true>();
 
 void double_supersampled_resolution(Parameters& parameters) {
     if (parameters.supersample == 0)
@@ -258,10 +245,7 @@ void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float*
     {
         Parameters copy = parameters;
         MeshRasterizer rasterizer(queue, heights, noises, copy, vertices, triangles, false, record);
-        if (noise != nullptr)
-            rasterizer.render<true, true, true, false>();
-        else
-            rasterizer.render<true, false, true, false>();
+        rasterizer.draw_highest();
     }
     if (supersample) {
         reduce_output(heights, height);

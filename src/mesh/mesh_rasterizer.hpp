@@ -43,10 +43,14 @@ Triangles upload_triangles(const MeshView& mesh, sycl::queue& queue);
 /// The normals of the mesh's vertices, in place on a CPU. They are only ever read.
 Vertices upload_normals(const MeshView& mesh, sycl::queue& queue);
 
-/// The least and the largest coordinates of all vertices; 0 if there are none. Vertices with a NaN coordinate count
-/// with their others. Waits for the result.
-void compute_bounding_box(const Vertices& vertices, sycl::queue& queue, float& min_x, float& max_x, float& min_y,
-                          float& max_y, float& min_z, float& max_z);
+/// The least and the largest coordinates of a list of vertices.
+struct BoundingBox {
+    float min_x, max_x, min_y, max_y, min_z, max_z;
+};
+
+/// The box of all vertices; 0 if there are none. Vertices with a NaN coordinate count with their others. Waits for the
+/// result.
+BoundingBox compute_bounding_box(const Vertices& vertices, sycl::queue& queue);
 
 /// One rendering run over vertices that are final, in frame space: x and y in cells, z in units of the height grid.
 class MeshRasterizer {
@@ -71,34 +75,45 @@ class MeshRasterizer {
                                                    const Grid& xz_map, const Grid& yz_map, sycl::queue& queue,
                                                    const Parameters& parameters);
 
-    /// Draws both sides of all triangles. The work is expanded: each triangle is given as many work-items as its
-    /// bounding box has cells. Triangles with a box of 2^28 cells or more are dropped. Throws sycl::exception
-    /// (errc::nd_range) if the boxes have 2^31 cells or more in all.
-    template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-    void render();
+    /// Draws both sides of all triangles over the heights, of which each cell keeps the highest, and with a noise grid
+    /// their numbers. The work is expanded: each triangle is given as many work-items as its bounding box has cells.
+    /// Triangles with a box of 2^28 cells or more are dropped. Throws sycl::exception (errc::nd_range) if the boxes
+    /// have 2^31 cells or more in all.
+    void draw_highest();
 
-    /// As `render` without a depth test and without a limit on the triangles' boxes, with one colour for each triangle.
-    void render(float* red, float* green, float* blue, const vec3* triangle_colours);
+    /// Draws a surface whose triangles do not overlap, with heights and noise. The work is expanded as above. Where
+    /// triangles overlap by their enlargement the last one stands.
+    void draw_surface();
 
-    /// Draws the triangles that turn clockwise or not at all, as seen with y upwards: one sub-group to each triangle.
-    /// Triangles may have any size.
-    template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-    void render3();
+    /// The same without a limit on the triangles' boxes, with one colour for each triangle.
+    void draw_coloured_surface(float* red, float* green, float* blue, const vec3* triangle_colours);
 
-    /// As `render3`, in the launch shape for CPUs.
-    template <bool depth_test, bool write_noise, bool write_height, bool write_triangle_ids>
-    void render3_cpu();
+    /// Over the heights, of which each cell keeps the highest, draws the triangles that turn clockwise or not at all,
+    /// as seen with y upwards. Triangles may have any size.
+    void draw_highest_facing();
 
     /// Bakes the normals of `height` in the frames of the vertices, which are in unit space. Cells under no triangle
     /// keep what the outputs hold.
     void compute_tangent_space_normals(float* red, float* green, float* blue, vec2* hit_positions,
-                                       std::vector<vec3>& vertex_normals, std::vector<vec3>& vertex_tangents);
+                                       const std::vector<vec3>& vertex_normals,
+                                       const std::vector<vec3>& vertex_tangents);
 
   private:
-    /// Without a depth test. Where triangles overlap by their enlargement the last one stands: a pass over the
-    /// triangles enters their numbers, one over the cells draws what they say, and `paint(index, triangle)` adds to it.
+    /// Enters at each cell the number of the last triangle that `draw_highest_facing` would draw there.
+    void enter_facing_triangles();
+    /// Draws the facing triangles in the launch shape that suits the device.
+    template <class Store>
+    void draw_facing(const Store& store);
+    /// The shape for GPUs: one sub-group to each triangle.
+    template <class Store>
+    void draw_facing_by_group(const Store& store);
+    /// The shape for CPUs: one work-item to each triangle in each band of rows.
+    template <class Store>
+    void draw_facing_by_band(const Store& store);
+    /// A pass over the triangles enters the number of the last one at each cell, one over the cells draws what the
+    /// numbers say, and `paint(index, triangle)` adds to it.
     template <class Paint>
-    void render_surface(bool is_limited, const Paint& paint);
+    void draw_surface(bool is_limited, const Paint& paint);
 
     ProgressTracker tracker_;
     sycl::queue* device_queue_;
@@ -111,9 +126,6 @@ class MeshRasterizer {
     /// The number of the triangle drawn at each cell; not initialised, and empty unless asked for.
     usm_ptr<std::uint32_t, 2> triangle_ids_;
 };
-
-template <>
-void MeshRasterizer::render<false, true, true, false>();
 
 /// The whole run of MeshRasterizer_RenderMesh.
 void render_mesh(sycl::queue& queue, const MeshView& mesh, float* height, float* noise, Parameters& parameters,

@@ -42,12 +42,12 @@ Triangles upload_triangles(const std::vector<PointTriangle>& triangles, sycl::qu
 } // namespace
 
 template <class Paint>
-void MeshRasterizer::render_surface(bool is_limited, const Paint& paint) {
+void MeshRasterizer::draw_surface(bool is_limited, const Paint& paint) {
     sycl::queue& queue = *device_queue_;
     std::uint32_t* const ids = triangle_ids_.data();
     const WorkExpansion expansion(queue, *vertices_, *triangles_, is_limited);
     queue.fill(ids, no_triangle, triangle_ids_.size());
-    expansion.launch(queue, extent_, CellStore<false, false, false, true>{nullptr, nullptr, ids});
+    expansion.launch(queue, extent_, KeepLastTriangle{ids});
     launch_cells(launch_on(queue), extent_, 0,
                  [=, width = extent_.x(), heights = height_.data(), noise = noise_.data(), vertices = vertices_->data(),
                   triangles = triangles_->data()](int x, int y, auto) {
@@ -64,13 +64,12 @@ void MeshRasterizer::render_surface(bool is_limited, const Paint& paint) {
                  });
 }
 
-template <>
-void MeshRasterizer::render<false, true, true, false>() {
-    render_surface(true, [](std::ptrdiff_t, std::uint32_t) {});
+void MeshRasterizer::draw_surface() {
+    draw_surface(true, [](std::ptrdiff_t, std::uint32_t) {});
 }
 
-void MeshRasterizer::render(float* red, float* green, float* blue, const vec3* triangle_colours) {
-    render_surface(false, [=](std::ptrdiff_t i, std::uint32_t triangle) {
+void MeshRasterizer::draw_coloured_surface(float* red, float* green, float* blue, const vec3* triangle_colours) {
+    draw_surface(false, [=](std::ptrdiff_t i, std::uint32_t triangle) {
         const vec3& colour = triangle_colours[triangle];
         red[i] = colour.x();
         green[i] = colour.y();
@@ -87,7 +86,7 @@ void render_point_cloud(sycl::queue& queue, const float* points, float* height, 
         return MeshRasterizer(queue, height, noise, copy, cloud.vertices, triangles, true, record);
     };
     if (!image.is_complete()) {
-        make_rasterizer().render<false, true, true, false>();
+        make_rasterizer().draw_surface();
         return;
     }
     const Extent<2> extent(grid_shape(parameters));
@@ -102,7 +101,7 @@ void render_point_cloud(sycl::queue& queue, const float* points, float* height, 
         const uvec3& corners = list[t[0]];
         out[t[0]] = vote(vertices[corners.x()], vertices[corners.y()], vertices[corners.z()]);
     });
-    make_rasterizer().render(red.data(), green.data(), blue.data(), colours.data());
+    make_rasterizer().draw_coloured_surface(red.data(), green.data(), blue.data(), colours.data());
 }
 
 } // namespace tarn::mesh_rasterizer

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "device/argument_check.hpp"
 #include "device/call_frame.hpp"
 #include "mesh/point_cloud.hpp"
@@ -34,11 +36,17 @@ extern "C" TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* handle, 
         return status_failed;
 
     auto& queue = *reinterpret_cast<sycl::queue*>(handle);
-    const std::uint64_t need = 32u * std::uint64_t{parameters->point_count} + (red != nullptr ? 16u : 0u) +
-                               8u * mesh_rasterizer::grid_shape(*parameters).size();
+    const mesh_rasterizer::CallerImage image{red, green, blue};
+    const std::uint64_t count = parameters->point_count, cells = mesh_rasterizer::grid_shape(*parameters).size();
+    const std::uint64_t told = 32u * count + (red != nullptr ? 16u : 0u) + 8u * cells;
+    // A vertex and two triangles for each point, and their colours; the triangles' numbers; on devices other than CPUs
+    // copies of the caller's grids.
+    const unsigned copies = queue.get_device().is_cpu() ? 0u : image.is_complete() ? 20u : 8u;
+    const std::uint64_t taken = (image.is_complete() ? 80u : 48u) * count + (4u + copies) * cells;
 
-    return call_frame(frames::render_point_cloud, queue, mesh_rasterizer::callbacks, callbacks, need, [&] {
-        mesh_rasterizer::render_point_cloud(queue, points, height, noise, {red, green, blue}, *parameters, *callbacks);
-        return false;
-    });
+    return call_frame(
+        frames::render_point_cloud, queue, mesh_rasterizer::callbacks, callbacks, std::max(told, taken), [&] {
+            mesh_rasterizer::render_point_cloud(queue, points, height, noise, image, *parameters, *callbacks);
+            return false;
+        });
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "grid/bilinear.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "mesh/mesh_rasterizer.hpp"
 
@@ -25,7 +26,8 @@ inline float moved_off_rim(float coordinate, std::int32_t size) {
 struct ColourVote {
     static constexpr int samples = 13;
     /// Room for the samples in whole vectors.
-    static constexpr int lanes = 16;
+    static constexpr int lanes = cpu_lanes;
+    static_assert(samples <= lanes);
 
     /// 0 where colours are not numbers.
     vec3 operator()(const vec3& a, const vec3& b, const vec3& c) const {

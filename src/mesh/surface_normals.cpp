@@ -18,6 +18,12 @@ NormalGrid make_normals(const Source& source, const Normal& normal) {
     return result;
 }
 
+template <class ColumnKind>
+Neighbourhood around(const float* heights, const Extent<2>& extent, int x, int y, ColumnKind) {
+    const int width = static_cast<int>(extent.x()), height = static_cast<int>(extent.y());
+    return neighbourhood<ColumnKind::value>(neighbour_rows(heights, width, height, y), width, x);
+}
+
 /// The width of a cell in the unit of the heights.
 float cell_width(const Grid& height, const Parameters& parameters) {
     return 1.0f / (parameters.vertical_scale * static_cast<float>(height.extent().x()));
@@ -28,14 +34,14 @@ float cell_width(const Grid& height, const Parameters& parameters) {
 NormalGrid compute_global_normals(const Grid& height, const Parameters& parameters) {
     const float z = 32.0f / (parameters.vertical_scale * static_cast<float>(height.extent().x()));
     return make_normals(height, [heights = height.data(), z](const Extent<2>& extent, int x, int y, auto column_kind) {
-        return scharr_normal(Neighbourhood(heights, extent, x, y, column_kind), z);
+        return scharr_normal(around(heights, extent, x, y, column_kind), z);
     });
 }
 
 NormalGrid compute_global_normals_enhanced(const Grid& height, const Parameters& parameters) {
     return make_normals(height, [heights = height.data(), z = cell_width(height, parameters)](
                                     const Extent<2>& extent, int x, int y, auto column_kind) {
-        return steepest_quad_normal(Neighbourhood(heights, extent, x, y, column_kind), z);
+        return steepest_quad_normal(around(heights, extent, x, y, column_kind), z);
     });
 }
 

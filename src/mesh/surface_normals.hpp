@@ -9,12 +9,11 @@ namespace tarn::mesh_rasterizer {
 using NormalGrid = usm_ptr<vec3, 2>;
 
 /// The normal at each cell of a height grid by a Scharr operator (H. Scharr, Optimale Operatoren in der Digitalen
-/// Bildverarbeitung, 2000); the rim repeats its last cells. x points downhill along the rows, y uphill along the
-/// columns.
+/// Bildverarbeitung, 2000); the rim repeats its last cells. x and y point downhill.
 NormalGrid compute_global_normals(const Grid& height, const Parameters& parameters);
 
-/// The normal at each cell, led by the steepest of the four quads of cells around it, so that edges stay sharp. Both x
-/// and y point downhill.
+/// The normal at each cell, led by the steepest of the four quads of cells around it, so that edges stay sharp. x and y
+/// point downhill.
 NormalGrid compute_global_normals_enhanced(const Grid& height, const Parameters& parameters);
 
 /// Each normal as a mean of those around it, weighted by their slopes: steep ones spread into flat neighbours.

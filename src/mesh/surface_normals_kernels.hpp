@@ -3,52 +3,34 @@
 
 #include <cstddef>
 
-#include "grid/numeric.hpp"
+#include "grid/neighbourhood.hpp"
 #include "mesh/vectors.hpp"
 
 namespace tarn::mesh_rasterizer {
 
-/// A cell's 3 x 3 neighbourhood, with the last cells repeated beyond the rim: n[row][column], the cell in the middle.
-struct Neighbourhood {
-    template <class ColumnKind>
-    Neighbourhood(const float* heights, const Extent<2>& extent, int x, int y, ColumnKind) {
-        const int width = static_cast<int>(extent.x()), height = static_cast<int>(extent.y());
-        const int columns[3] = {ColumnKind::value ? x - 1 : maximum(x - 1, 0), x,
-                                ColumnKind::value ? x + 1 : minimum(x + 1, width - 1)};
-        const int rows[3] = {maximum(y - 1, 0), y, minimum(y + 1, height - 1)};
-        for (int j = 0; j < 3; ++j) {
-            const float* row = heights + static_cast<std::ptrdiff_t>(rows[j]) * width;
-            for (int i = 0; i < 3; ++i)
-                n[j][i] = row[columns[i]];
-        }
-    }
-
-    float n[3][3];
-};
-
 /// `z` is what a gradient of 32 along one axis is worth upwards: the operator's weights add up to 32 cells.
-inline vec3 scharr_normal(const Neighbourhood& around, float z) {
-    const auto& n = around.n;
-    const float gx = ((n[0][2] + n[2][2]) - (n[0][0] + n[2][0])) * 3.0f + (n[1][2] - n[1][0]) * 10.0f;
+inline vec3 scharr_normal(const Neighbourhood& n, float z) {
+    const float gx = ((n.c + n.i) - (n.a + n.g)) * 3.0f + (n.f - n.d) * 10.0f;
     // From the lower row to the upper one: downhill already.
-    const float gy = ((n[0][0] + n[0][2]) - (n[2][0] + n[2][2])) * 3.0f + (n[0][1] - n[2][1]) * 10.0f;
+    const float gy = ((n.a + n.c) - (n.g + n.i)) * 3.0f + (n.b - n.h) * 10.0f;
     return unit_vector(vec3(-gx, gy, z));
 }
 
 /// The four quads' gradients, each weighted by its square. `z` is one cell in the unit of the heights.
-inline vec3 steepest_quad_normal(const Neighbourhood& around, float z) {
-    const auto& n = around.n;
+inline vec3 steepest_quad_normal(const Neighbourhood& n, float z) {
     float sum_x = 0.0f, sum_y = 0.0f, weights = 0.0f;
-    for (int j = 0; j < 2; ++j) {
-        for (int i = 0; i < 2; ++i) {
-            const float gx = ((n[j][i + 1] + n[j + 1][i + 1]) - (n[j][i] + n[j + 1][i])) * 0.5f;
-            const float gy = ((n[j + 1][i] + n[j + 1][i + 1]) - (n[j][i] + n[j][i + 1])) * 0.5f;
-            const float weight = gx * gx + gy * gy;
-            sum_x += weight * gx;
-            sum_y += weight * gy;
-            weights += weight;
-        }
-    }
+    const auto add_quad = [&](float upper_left, float upper_right, float lower_left, float lower_right) {
+        const float gx = ((upper_right + lower_right) - (upper_left + lower_left)) * 0.5f;
+        const float gy = ((lower_left + lower_right) - (upper_left + upper_right)) * 0.5f;
+        const float weight = gx * gx + gy * gy;
+        sum_x += weight * gx;
+        sum_y += weight * gy;
+        weights += weight;
+    };
+    add_quad(n.a, n.b, n.d, n.e);
+    add_quad(n.b, n.c, n.e, n.f);
+    add_quad(n.d, n.e, n.g, n.h);
+    add_quad(n.e, n.f, n.h, n.i);
     const bool slopes = weights > 0.0f;
     return unit_vector(vec3(slopes ? -(sum_x / weights) : 0.0f, slopes ? -(sum_y / weights) : 0.0f, z));
 }

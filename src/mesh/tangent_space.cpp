@@ -1,6 +1,6 @@
 #include "mesh/tangent_space.hpp"
 
-#include "grid/launch_cells.hpp"
+#include "grid/launch_lanes.hpp"
 #include "mesh/surface_normals.hpp"
 #include "mesh/tangent_space_kernels.hpp"
 
@@ -27,8 +27,8 @@ VertexFrames::VertexFrames(const MeshView& mesh)
 }
 
 void MeshRasterizer::compute_tangent_space_normals(float* red, float* green, float* blue, vec2* hit_positions,
-                                                   std::vector<vec3>& vertex_normals,
-                                                   std::vector<vec3>& vertex_tangents) {
+                                                   const std::vector<vec3>& vertex_normals,
+                                                   const std::vector<vec3>& vertex_tangents) {
     if (triangles_->size() == 0)
         return;
     sycl::queue& queue = *device_queue_;
@@ -38,13 +38,10 @@ void MeshRasterizer::compute_tangent_space_normals(float* red, float* green, flo
                        [v = vertices_->data(), size = vec3(width, height, 1.0f / parameters_->vertical_scale)](
                            sycl::id<1> i) { v[i[0]] = v[i[0]] * size; });
     queue.fill(triangle_ids_.data(), no_triangle, triangle_ids_.size());
-    if (queue.get_device().is_cpu())
-        render3_cpu<false, false, false, true>();
-    else
-        render3<false, false, false, true>();
+    enter_facing_triangles();
 
-    const auto upload = [&](std::vector<vec3>& list) {
-        return Vertices(sycl::range<1>(list.size()), queue, list.data(), false, true);
+    const auto upload = [&](const std::vector<vec3>& list) {
+        return Vertices::input(list.size(), queue, list.data());
     };
     const auto output = [&](float* host) {
         return Grid(extent_, queue, host, true, true);
@@ -67,11 +64,9 @@ void MeshRasterizer::compute_tangent_space_normals(float* red, float* green, flo
     bake.hit_positions = hits.data();
     bake.extent = {parameters_->resolution.x, parameters_->resolution.y};
     bake.z_scale = width * parameters_->vertical_scale;
-    if (queue.get_device().is_cpu())
-        launch_rows(launch_on(queue), extent_, 0,
-                    [bake](int y, int first, int last, auto) { bake.bake_row(first, last, y); });
-    else
-        launch_cells(launch_on(queue), extent_, 0, [bake](int x, int y, auto) { bake(x, y); });
+    constexpr std::uint32_t block = 1024;
+    launch_lanes(launch_on(queue), extent_.x() * extent_.y(), block,
+                 [bake](std::uint32_t first, std::uint32_t last, auto lanes) { bake.bake<lanes.value>(first, last); });
 }
 
 void compute_tangent_space_normals(sycl::queue& queue, const MeshView& mesh, const float* height,
@@ -80,8 +75,7 @@ void compute_tangent_space_normals(sycl::queue& queue, const MeshView& mesh, con
     Vertices vertices = upload_vertices(mesh, queue);
     Triangles triangles = upload_triangles(mesh, queue);
     Parameters copy = parameters;
-    // Only ever read: there is no way back for the heights, and no noise.
-    const Grid heights(grid_shape(copy), queue, const_cast<float*>(height), false, true);
+    const Grid heights = Grid::input(grid_shape(copy), queue, height);
     const Grid no_noise(grid_shape(copy), queue, nullptr, false, true);
     MeshRasterizer rasterizer(queue, heights, no_noise, copy, vertices, triangles, true, record);
     VertexFrames frames(mesh);

@@ -25,7 +25,8 @@ bool check(const SyclQueue* queue, const MeshView* mesh, const float* height, co
     const Parameters& p = *parameters;
     mesh_rasterizer::check_resolution(check, p, false);
     check.finite("vertical_scale", p.vertical_scale)
-        .require(p.vertical_scale != 0.0f, "vertical_scale", p.vertical_scale, "other than 0");
+        .require(p.vertical_scale != 0.0f, "vertical_scale", p.vertical_scale, "other than 0")
+        .finite("vertical_scale * width", p.vertical_scale * static_cast<float>(p.resolution.x));
     if (check.passed())
         mesh_rasterizer::check_mesh(check, *mesh);
     return check.passed();

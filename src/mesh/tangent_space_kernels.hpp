@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "grid/bilinear.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "mesh/mesh_kernels.hpp"
 #include "mesh/vectors.hpp"
@@ -73,46 +74,102 @@ inline float steps_to_rim(const Ray& ray, int width, int height) {
     return minimum(along(ray.origin.x(), ray.direction.x(), width), along(ray.origin.y(), ray.direction.y(), height));
 }
 
-/// How many steps from `p` = ray.at(t) on surely do not meet the surface, since it cannot come near enough while the
-/// ray stays over the same four cell centres. 0 or less if that cannot be told. Where the surface is not finite, it is
-/// nowhere between these four.
-inline float steps_off_surface(const Ray& ray, const Surface& surface, float t, const vec3& p) {
-    const float cells = static_cast<float>(surface.width) + static_cast<float>(surface.height);
-    const float position_error = 1e-6f * cells;
-    float steps = std::numeric_limits<float>::infinity();
-    for (int axis = 0; axis < 2; ++axis) {
-        const float per_step = ray.direction[axis];
-        if (per_step == 0.0f)
-            continue;
-        const float before = (p[axis] - 0.5f) - sycl::floor(p[axis] - 0.5f), behind = 1.0f - before;
-        if (!(minimum(before, behind) > position_error))
-            return 0.0f;
-        steps = minimum(steps, ((per_step > 0.0f ? behind : before) - position_error) / sycl::fabs(per_step));
-    }
-    const float distance = ray.distance(surface, p);
-    if (!std::isfinite(distance))
-        return steps;
+/// Steps past which floats do not count. A ray that has met nothing by then ends there.
+inline constexpr float most_steps = 16777216.0f; // 2^24
 
-    const int column = cell_of(p.x() - 0.5f), row = cell_of(p.y() - 0.5f);
-    const int i0 = clamp_index(column, surface.width), i1 = clamp_index(column + 1, surface.width);
-    const int j0 = clamp_index(row, surface.height), j1 = clamp_index(row + 1, surface.height);
-    const float* upper = surface.heights + static_cast<std::ptrdiff_t>(j0) * surface.width;
-    const float* lower = surface.heights + static_cast<std::ptrdiff_t>(j1) * surface.width;
-    const float scale = sycl::fabs(surface.z_scale);
-    const auto steepest = [scale](float a0, float a1, float b0, float b1) {
-        // In the strip where the sampler extrapolates the weights of the two add up to 3.
-        return 3.0f * maximum(sycl::fabs(a1 - a0), sycl::fabs(b1 - b0)) * scale;
+/// The cell centres between which a ray surely stays along one axis, and for how many steps.
+struct Span {
+    /// `error` is how far roundings may take the ray from its place. So close to a centre it counts as on both sides.
+    Span(float position, float per_step, float error, int size) {
+        const float centre = position - 0.5f;
+        const float margin = per_step == 0.0f ? 0.0f : error;
+        const float before = sycl::floor(centre - margin), behind = sycl::floor(centre + margin) + 1.0f;
+        steps = per_step == 0.0f  ? std::numeric_limits<float>::infinity()
+                : per_step > 0.0f ? (behind - centre - error) / per_step
+                                  : (before - centre + error) / per_step;
+        first = clamp_index(cell_of(before), size);
+        // Before the first centre the sampler goes on with the slope up to the second.
+        last = clamp_index(maximum(cell_of(behind), 1), size);
+        is_extrapolated = before < 0.0f;
+    }
+
+    int first, last;
+    float steps;
+    bool is_extrapolated;
+};
+
+/// How many steps from `p` = ray.at(t) on surely do not meet the surface, since it cannot come near enough while the
+/// ray stays between the same cell centres. 0 or less if that cannot be told.
+inline float steps_off_surface(const Ray& ray, const Surface& surface, float t, const vec3& p) {
+    const float position_error = 1e-6f * (static_cast<float>(surface.width) + static_cast<float>(surface.height));
+    const Span columns(p.x(), ray.direction.x(), position_error, surface.width);
+    const Span rows(p.y(), ray.direction.y(), position_error, surface.height);
+    const float steps = minimum(columns.steps, rows.steps);
+    const auto height = [&](int column, int row) {
+        return surface.heights[static_cast<std::ptrdiff_t>(row) * surface.width + column];
     };
-    const float slope_x = steepest(upper[i0], upper[i1], lower[i0], lower[i1]);
-    const float slope_y = steepest(upper[i0], lower[i0], upper[i1], lower[i1]);
-    const float highest =
-        maximum(maximum(sycl::fabs(upper[i0]), sycl::fabs(upper[i1])), maximum(sycl::fabs(lower[i0]), sycl::fabs(lower[i1]))) *
-        scale;
-    const float error =
-        1e-5f * (highest + sycl::fabs(p.z()) + sycl::fabs(ray.direction.z()) * t) + position_error * (slope_x + slope_y);
-    const float approach =
-        sycl::fabs(ray.direction.z()) + slope_x * sycl::fabs(ray.direction.x()) + slope_y * sycl::fabs(ray.direction.y());
-    return minimum(steps, (0.5f * distance - error) / approach);
+    const float distance = ray.distance(surface, p);
+    if (!std::isfinite(distance)) {
+        // Among four centres that hold no number, or an infinity on the far side, the surface is nowhere else either.
+        // The sampler's weights are not all above 0 where it extrapolates.
+        const bool is_extrapolated = columns.is_extrapolated || rows.is_extrapolated;
+        const int last_column = maximum(columns.last - 1, columns.first), last_row = maximum(rows.last - 1, rows.first);
+        for (int row = rows.first; row <= last_row; ++row)
+            for (int column = columns.first; column <= last_column; ++column) {
+                const int next_column = minimum(column + 1, columns.last), next_row = minimum(row + 1, rows.last);
+                const float corners[] = {height(column, row), height(next_column, row), height(column, next_row),
+                                         height(next_column, next_row)};
+                float mean = 0.0f;
+                bool has_nan = false;
+                for (const float corner : corners) {
+                    mean += corner * 0.25f;
+                    has_nan = has_nan || std::isnan(corner);
+                }
+                const float away = ray.side * (p.z() - mean * surface.z_scale);
+                if (!has_nan && (is_extrapolated || std::isfinite(away) || away < 0.0f))
+                    return 0.0f;
+            }
+        return steps;
+    }
+
+    float slope_x = 0.0f, slope_y = 0.0f, highest = 0.0f;
+    bool is_finite = true;
+    for (int row = rows.first; row <= rows.last; ++row)
+        for (int column = columns.first; column <= columns.last; ++column) {
+            const float here = height(column, row);
+            is_finite = is_finite && std::isfinite(here);
+            highest = maximum(highest, sycl::fabs(here));
+            slope_x = maximum(slope_x, sycl::fabs(height(minimum(column + 1, columns.last), row) - here));
+            slope_y = maximum(slope_y, sycl::fabs(height(column, minimum(row + 1, rows.last)) - here));
+        }
+    if (!is_finite)
+        return 0.0f;
+    const float scale = sycl::fabs(surface.z_scale);
+    // In the strip where the sampler extrapolates the weights of the two add up to 3.
+    slope_x *= 3.0f * scale;
+    slope_y *= 3.0f * scale;
+    const float error = 1e-5f * (highest * scale + sycl::fabs(p.z()) + sycl::fabs(ray.direction.z()) * t) +
+                        position_error * (slope_x + slope_y);
+    const float approach = sycl::fabs(ray.direction.z()) + slope_x * sycl::fabs(ray.direction.x()) +
+                           slope_y * sycl::fabs(ray.direction.y());
+    const float safe = (0.5f * distance - error) / approach;
+    return safe > 0.0f ? minimum(steps, safe) : 0.0f;
+}
+
+/// How many steps from `p` = ray.at(t) on the ray surely stays over the same point without meeting the surface. Rounded
+/// positions of a nearly upright ray stand still for many steps, and meanwhile its distance only grows or only shrinks.
+inline float steps_in_place(const Ray& ray, const Surface& surface, float t, const vec3& p) {
+    const auto differ = [](float a, float b) {
+        return a < b || b < a;
+    };
+    float steps = 0.0f;
+    for (float tried = 32.0f; t + tried <= most_steps; tried *= 2.0f) {
+        const vec3 end = ray.at(t + tried);
+        if (differ(end.x(), p.x()) || differ(end.y(), p.y()) || ray.distance(surface, end) <= 0.0f)
+            break;
+        steps = tried;
+    }
+    return steps;
 }
 
 /// The part of a ray in which it meets a surface, in its steps.
@@ -120,15 +177,7 @@ struct Crossing {
     float low, high;
     bool is_found; ///< else the ray ends at `low`
 
-    static constexpr int bisections = 32;
-
-    /// Halves the part; on the side of the origin the ray is off the surface.
-    void bisect(bool is_off_surface, float middle) {
-        low = is_off_surface ? middle : low;
-        high = is_off_surface ? high : middle;
-    }
-    float middle() const { return (low + high) * 0.5f; }
-    float end() const { return is_found ? middle() : low; }
+    float end() const { return is_found ? (low + high) * 0.5f : low; }
 };
 
 /// The ray along a mesh's normal towards a surface: against it from above, along it from below.
@@ -137,10 +186,8 @@ inline Ray ray_to(const Surface& surface, const vec3& origin, const vec3& normal
     return {origin, above ? -normal : normal, above ? 1.0f : -1.0f};
 }
 
-/// Marches by whole steps of the ray's direction to the first that crosses. A ray that leaves the grid ends at its rim,
-/// and one that stays over it without a crossing after 2^24 steps, past which floats do not count.
+/// Marches by whole steps of the ray's direction to the first that crosses. A ray that leaves the grid ends at its rim.
 inline Crossing march(const Ray& ray, const Surface& surface) {
-    constexpr float most_steps = 16777216.0f;
     constexpr int steps_between_leaps = 32;
     const float t_end = steps_to_rim(ray, surface.width, surface.height);
     float t = 0.0f;
@@ -156,34 +203,19 @@ inline Crossing march(const Ray& ray, const Surface& surface) {
         t = next;
         // Long ways are taken in leaps, which arrive at the same crossing.
         if (steps % steps_between_leaps == 0) {
-            const float leap = sycl::floor(steps_off_surface(ray, surface, t, p));
-            if (leap > 0.0f)
-                t = minimum(t + leap, most_steps);
+            float leap = sycl::floor(steps_off_surface(ray, surface, t, p));
+            if (!(leap > 0.0f))
+                leap = steps_in_place(ray, surface, t, p);
+            t = minimum(t + leap, most_steps);
         }
     }
 }
 
-/// Where the ray along a mesh's normal meets a height grid.
-inline vec3 intersect_heightmap(const float* heights, const vec3& origin, const vec3& direction,
-                                const sycl::vec<int, 2>& extent, float z_scale) {
-    const Surface surface{heights, extent.x(), extent.y(), z_scale};
-    const Ray ray = ray_to(surface, origin, direction);
-    Crossing crossing = march(ray, surface);
-    for (int n = 0; n < Crossing::bisections; ++n) {
-        const float middle = crossing.middle();
-        crossing.bisect(ray.distance(surface, ray.at(middle)) > 0.0f, middle);
-    }
-    return ray.at(crossing.end());
-}
-
-/// Rays of as many cells as a CPU has lanes, to bisect their crossings side by side.
+/// Rays side by side, coordinate by coordinate, whose crossings are bisected together.
+template <int lanes>
 class RayBatch {
   public:
-    static constexpr int lanes = 16; // floats in the widest vectors of today's CPUs
-
     void set(int lane, const Ray& ray, const Crossing& crossing) {
-        rays_[lane] = ray;
-        crossings_[lane] = crossing;
         for (int axis = 0; axis < 3; ++axis) {
             origin_[axis][lane] = ray.origin[axis];
             direction_[axis][lane] = ray.direction[axis];
@@ -191,18 +223,20 @@ class RayBatch {
         side_[lane] = ray.side;
         low_[lane] = crossing.low;
         high_[lane] = crossing.high;
+        is_found_[lane] = crossing.is_found ? 1 : 0;
     }
 
     void bisect(const Surface& surface) {
-        for (int n = 0; n < Crossing::bisections; ++n) {
+        // On the side of the origin the ray is off the surface.
+        constexpr int bisections = 32;
+        for (int n = 0; n < bisections; ++n) {
             TARN_INDEPENDENT_ITERATIONS
             for (int lane = 0; lane < lanes; ++lane) {
                 const float middle = (low_[lane] + high_[lane]) * 0.5f;
-                const auto along = [&](int axis) {
-                    return origin_[axis][lane] + direction_[axis][lane] * middle;
-                };
-                const float distance = side_[lane] * (along(2) - surface.at(along(0), along(1)));
-                const bool is_off_surface = distance > 0.0f;
+                const float distance =
+                    side_[lane] * (along(2, lane, middle) - surface.at(along(0, lane, middle), along(1, lane, middle)));
+                // A ray without a crossing keeps its end in `low_`.
+                const bool is_off_surface = (distance > 0.0f) & (is_found_[lane] != 0);
                 low_[lane] = is_off_surface ? middle : low_[lane];
                 high_[lane] = is_off_surface ? high_[lane] : middle;
             }
@@ -210,36 +244,40 @@ class RayBatch {
     }
 
     vec3 end(int lane) const {
-        const Crossing crossing{low_[lane], high_[lane], true};
-        return rays_[lane].at(crossings_[lane].is_found ? crossing.end() : crossings_[lane].end());
+        const float t = Crossing{low_[lane], high_[lane], is_found_[lane] != 0}.end();
+        return vec3(along(0, lane, t), along(1, lane, t), along(2, lane, t));
     }
 
   private:
-    Ray rays_[lanes];
-    Crossing crossings_[lanes];
-    // Once more, coordinate by coordinate. Lanes without a ray compute on zeros.
+    float along(int axis, int lane, float t) const { return origin_[axis][lane] + direction_[axis][lane] * t; }
+
+    // Lanes without a ray compute on zeros.
     float origin_[3][lanes] = {}, direction_[3][lanes] = {}, side_[lanes] = {}, low_[lanes] = {}, high_[lanes] = {};
+    std::int32_t is_found_[lanes] = {};
 };
+
+/// Where the ray along a mesh's normal meets a height grid.
+inline vec3 intersect_heightmap(const Surface& surface, const vec3& origin, const vec3& normal) {
+    const Ray ray = ray_to(surface, origin, normal);
+    RayBatch<1> batch;
+    batch.set(0, ray, march(ray, surface));
+    batch.bisect(surface);
+    return batch.end(0);
+}
 
 /// Bakes cells.
 struct NormalBake {
-    /// One cell by itself, for GPUs.
-    void operator()(int x, int y) const {
-        const Cell cell(*this, x, y);
-        if (cell.is_covered)
-            write(cell, intersect_heightmap(heights, cell.origin, cell.normal, extent, z_scale));
-    }
-
-    /// The cells of a row, for CPUs: what takes the time is bisected side by side.
-    void bake_row(int first, int last, int y) const {
-        const Surface ground = surface();
-        for (int begin = first; begin < last; begin += RayBatch::lanes) {
-            const int count = minimum(RayBatch::lanes, last - begin);
-            Cell cells[RayBatch::lanes];
-            RayBatch rays;
+    /// The cells with the indices from `first` to before `last`.
+    template <int lanes>
+    void bake(std::uint32_t first, std::uint32_t last) const {
+        const Surface ground{heights, extent.x(), extent.y(), z_scale};
+        for (std::uint32_t begin = first; begin < last; begin += lanes) {
+            const int count = static_cast<int>(minimum<std::uint32_t>(lanes, last - begin));
+            Cell cells[lanes];
+            RayBatch<lanes> rays;
             bool is_covered = false;
             for (int lane = 0; lane < count; ++lane) {
-                cells[lane] = Cell(*this, begin + lane, y);
+                cells[lane] = Cell(*this, begin + static_cast<std::uint32_t>(lane));
                 if (!cells[lane].is_covered)
                     continue;
                 is_covered = true;
@@ -273,11 +311,13 @@ struct NormalBake {
     /// The mesh over the centre of a cell.
     struct Cell {
         Cell() = default;
-        Cell(const NormalBake& bake, int x, int y) : index(static_cast<std::ptrdiff_t>(y) * bake.extent.x() + x) {
+        Cell(const NormalBake& bake, std::uint32_t number) : index(number) {
             const std::uint32_t triangle = bake.triangle_ids[index];
             is_covered = triangle != no_triangle;
             if (!is_covered)
                 return;
+            const auto width = static_cast<std::uint32_t>(bake.extent.x());
+            const int x = static_cast<int>(number % width), y = static_cast<int>(number / width);
             const uvec3& corners = bake.triangles[triangle];
             const vec3 &a = bake.vertices[corners.x()], &b = bake.vertices[corners.y()],
                        &c = bake.vertices[corners.z()];
@@ -295,8 +335,6 @@ struct NormalBake {
         bool is_covered = false;
         vec3 origin, normal, tangent;
     };
-
-    Surface surface() const { return {heights, extent.x(), extent.y(), z_scale}; }
 
     void write(const Cell& cell, const vec3& hit) const {
         // In this order of arguments what is not a number becomes 0.

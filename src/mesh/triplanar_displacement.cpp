@@ -43,7 +43,7 @@ void render_mesh_with_triplanar_displacement(sycl::queue& queue, const MeshView&
     {
         // In a block of their own: the maps and the normals go before the output comes.
         const auto upload_map = [&](const float* map) {
-            return Grid(shape, queue, const_cast<float*>(map), false, true);
+            return Grid::input(shape, queue, map);
         };
         const Grid xy_map = upload_map(maps.xy), xz_map = upload_map(maps.xz), yz_map = upload_map(maps.yz);
         double_supersampled_resolution(parameters);
@@ -63,10 +63,8 @@ void render_mesh_with_triplanar_displacement(sycl::queue& queue, const MeshView&
     {
         Parameters copy = parameters;
         MeshRasterizer rasterizer(queue, heights, no_noise, copy, vertices, triangles, false, record);
-        if (draws && queue.get_device().is_cpu())
-            rasterizer.render3_cpu<true, false, true, false>();
-        else if (draws)
-            rasterizer.render3<true, false, true, false>();
+        if (draws)
+            rasterizer.draw_highest_facing();
     }
     if (supersample)
         reduce_output(heights, height);

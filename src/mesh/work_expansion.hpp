@@ -13,6 +13,7 @@
 
 #include <sycl/sycl.hpp>
 
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "grid/search.hpp"
 #include "mesh/mesh_kernels.hpp"
@@ -95,18 +96,8 @@ struct ExpandedTriangle {
     int x0, y0;
     std::uint32_t row_width;
 
-    /// The triangle's cell `local`, if it lies in the frame.
-    template <class Store>
-    void render_item(std::uint32_t local, int width, int height, const Store& store) const {
-        const std::uint32_t row = local / row_width;
-        const std::int64_t x = std::int64_t{x0} + (local - row * row_width);
-        const std::int64_t y = std::int64_t{y0} + row;
-        if (x >= 0 && x < width && y >= 0 && y < height)
-            render_cell(drawn, static_cast<int>(x), static_cast<int>(y), width, store);
-    }
-
     /// The triangle's cells from `first` to before `last`, by whole rows.
-    template <class Store>
+    template <int lanes, class Store>
     void render_items(std::uint32_t first, std::uint32_t last, int width, int height, const Store& store) const {
         const std::int64_t pitch = row_width;
         // Rows that lie in the frame.
@@ -118,38 +109,26 @@ struct ExpandedTriangle {
             const std::int64_t to =
                 minimum<std::int64_t>(start + minimum<std::int64_t>(last, (row + 1) * pitch), width);
             if (from < to)
-                render_row(drawn, static_cast<int>(from), static_cast<int>(to), static_cast<int>(y0 + row), width,
-                           store);
+                render_row<lanes>(drawn, static_cast<int>(from), static_cast<int>(to), static_cast<int>(y0 + row),
+                                  width, store);
         }
     }
 };
 
 template <class Store>
 void WorkExpansion::launch(sycl::queue& queue, const Extent<2>& extent, const Store& store) const {
-    if (total_ == 0)
-        return;
     const int width = static_cast<int>(extent.x());
     const int height = static_cast<int>(extent.y());
     const ExpandedTriangles all{vertices_, triangles_, sums_.data(), static_cast<std::uint32_t>(sums_.size())};
-    if (!queue.get_device().is_cpu()) {
-        queue.parallel_for(sycl::range<1>(total_), [=](sycl::id<1> index) {
-            const auto item = static_cast<std::uint32_t>(index[0]);
-            const std::uint32_t triangle = all.find(item);
-            ExpandedTriangle(all, triangle).render_item(item - all.first_item(triangle), width, height, store);
-        });
-        return;
-    }
-    // On a CPU a run of many cells shares one search, and one set-up of each triangle in it.
-    constexpr std::uint32_t run_length = 4096;
-    const std::uint32_t total = total_;
-    queue.parallel_for(sycl::range<1>((total - 1) / run_length + 1), [=](sycl::id<1> run) {
-        std::uint32_t item = static_cast<std::uint32_t>(run[0]) * run_length;
-        const std::uint32_t end = item + minimum(run_length, total - item);
+    // On a CPU a block of many cells shares one search, and one set-up of each triangle in it.
+    constexpr std::uint32_t block = 4096;
+    launch_lanes(launch_on(queue), total_, block, [=](std::uint32_t item, std::uint32_t end, auto lanes) {
         for (std::uint32_t triangle = all.find(item); item < end; ++triangle) {
             const std::uint32_t last = minimum(all.sums[triangle], end);
             if (item < last) {
                 const std::uint32_t first = all.first_item(triangle);
-                ExpandedTriangle(all, triangle).render_items(item - first, last - first, width, height, store);
+                ExpandedTriangle(all, triangle)
+                    .render_items<lanes.value>(item - first, last - first, width, height, store);
             }
             item = last;
         }
