@@ -8,6 +8,10 @@
 #include "cells/cellular3d_kernels.hpp"
 #include "support.hpp"
 
+#ifdef HOSTSYCL
+#include "simulated_gpu.hpp"
+#endif
+
 namespace {
 
 using namespace tarn;
@@ -216,5 +220,30 @@ TEST_F(Cellular, BudgetCoarsensTheLatticeAndRewritesTheRecord) {
     EXPECT_NEAR(budget.cell_density, 512.0 * std::cbrt(1e8 / cells), 0.01);
     EXPECT_NEAR(static_cast<double>(budget.need), 24e8 + 12 * 256, 2e4);
 }
+
+#ifdef HOSTSYCL
+
+TEST_F(Cellular, ALatticeLargerThanTheMemoryIsRefusedBeforeItIsBegun) {
+    hostsycl::simulated_device machine = discrete_gpu(std::size_t{3} << 30);
+    machine.kind = hostsycl::device_kind::cpu;
+    SimulatedGpu small(machine);
+    // Half a lattice cell wide and deep: the cells around the block are most of the lattice, and no lower density makes
+    // them fewer. The budget says 2.4 GB, the lattice takes 12.
+    auto p = parameters(16);
+    p.cell_density = 512.0f;
+    p.extent_x = 0.001f;
+    p.extent_y = 1e5f;
+    p.z_range = 0.001f;
+    const auto before = p;
+    const Result result = run(small.queue, p, level(0.5f, 16));
+    EXPECT_EQ(status, out_of_memory);
+    EXPECT_EQ(p.cell_density, before.cell_density);
+    EXPECT_EQ(result.height, level(0.5f, 16));
+    EXPECT_TRUE(host.acquired.empty());
+    ASSERT_EQ(host.errors.size(), 1u);
+    EXPECT_NE(host.errors[0].find("cell_density is 512"), std::string::npos) << host.errors[0];
+}
+
+#endif
 
 } // namespace

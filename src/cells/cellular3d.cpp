@@ -51,6 +51,12 @@ Budget budget(const Parameters& p) {
     return {density, fits ? static_cast<std::uint64_t>(bytes) : std::numeric_limits<std::uint64_t>::max()};
 }
 
+std::uint64_t bytes(const Lattice& lattice, const Parameters& p) {
+    const auto grid_cells = static_cast<std::uint64_t>(p.grid_width) * static_cast<std::uint64_t>(p.grid_height);
+    return 24u * static_cast<std::uint64_t>(lattice.cells()) + 8u * static_cast<std::uint64_t>(lattice.columns()) +
+           12u * grid_cells;
+}
+
 std::optional<Lattice> make_lattice(const Parameters& p) {
     Lattice lattice{};
     const auto width = static_cast<float>(p.grid_width), height = static_cast<float>(p.grid_height);
@@ -154,27 +160,29 @@ void Cellular3D::launch_surface(const int* top_layer_spread, float* height, floa
         });
         return;
     }
-    queue_->parallel_for(sycl::range<1>(rows), [=](sycl::id<1> index) {
-        const int y = static_cast<int>(index[0]);
-        const float py = static_cast<float>(y) * cells.lattice.scale_y;
-        const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(y) * grid_width;
-        SurfaceRun run;
-        for (int x = 0; x < grid_width;) {
-            run.px[0] = static_cast<float>(x) * cells.lattice.scale_x;
-            const int ix = static_cast<int>(run.px[0]);
-            int count = 1;
-            for (; count < SurfaceRun::lanes && x + count < grid_width; ++count) {
-                run.px[count] = static_cast<float>(x + count) * cells.lattice.scale_x;
-                if (static_cast<int>(run.px[count]) != ix)
-                    break;
+    const int grid_height = parameters_.grid_height;
+    const std::size_t bands = (rows - 1) / SurfaceBlock::side + 1;
+    queue_->parallel_for(sycl::range<1>(bands), [=](sycl::id<1> index) {
+        // Where the cells of a row or column from `start` on leave their lattice cell, or the largest block ends.
+        const auto end_of_block = [](int start, int size, float scale) {
+            const auto lattice_cell = [=](int cell) {
+                return static_cast<int>(static_cast<float>(cell) * scale);
+            };
+            int end = start + 1;
+            while (end < minimum(start + SurfaceBlock::side, size) && lattice_cell(end) == lattice_cell(start))
+                ++end;
+            return end;
+        };
+        const int first = static_cast<int>(index[0]) * SurfaceBlock::side;
+        const int last = minimum(first + SurfaceBlock::side, grid_height);
+        for (int y = first, end_y = 0; y < last; y = end_y) {
+            end_y = end_of_block(y, last, cells.lattice.scale_y);
+            for (int x = 0, end_x = 0; x < grid_width; x = end_x) {
+                end_x = end_of_block(x, grid_width, cells.lattice.scale_x);
+                SurfaceBlock block(cells, x, y, end_x, end_y);
+                block.find(top_layer_spread);
+                block.write(height, random, grid_width);
             }
-            const int top = start_layer(cells.lattice, top_layer_spread, ix, static_cast<int>(py));
-            surface_run(cells, top, ix, py, count, run);
-            for (int lane = 0; lane < count; ++lane) {
-                height[row + x + lane] = run.height[lane];
-                random[row + x + lane] = run.random[lane];
-            }
-            x += count;
         }
     });
 }
@@ -190,8 +198,7 @@ void Cellular3D::render(float* height, const float* gap_factor, float* random) {
                            static_cast<std::uint32_t>(parameters_.grid_height));
     const usm_ptr<float, 2> height_grid(extent, *queue_, height, true, true);
     const usm_ptr<float, 2> random_grid(extent, *queue_, random, true, true);
-    // The factors are only ever read: they are wrapped, or uploaded without a way back.
-    const usm_ptr<float, 2> gap_grid(extent, *queue_, const_cast<float*>(gap_factor), false, true);
+    const auto gap_grid = usm_ptr<float, 2>::input(extent.shape(), *queue_, gap_factor);
     launch_points<variant>(height_grid.data(), gap_grid.data());
 
     const sycl::range<2> columns(static_cast<std::size_t>(lattice_.size_y), static_cast<std::size_t>(lattice_.size_x));

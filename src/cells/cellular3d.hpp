@@ -46,6 +46,10 @@ struct Budget {
 };
 Budget budget(const Parameters& parameters);
 
+/// The memory that a run over a lattice takes. More than the budget says where the block is thin: the cells around it,
+/// which a lower density does not make fewer, are many then.
+std::uint64_t bytes(const Lattice& lattice, const Parameters& parameters);
+
 /// The lattice of a record whose cell_density is the budget's. Empty if a scale or its inverse is not finite and above
 /// 0, or if it has more than 2^31 - 1 cells.
 std::optional<Lattice> make_lattice(const Parameters& parameters);

@@ -1,5 +1,7 @@
 #include "cells/cellular3d.hpp"
 
+#include <algorithm>
+
 #include "device/argument_check.hpp"
 
 namespace {
@@ -13,16 +15,13 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
         return false;
     const Parameters& p = *parameters;
     const std::int64_t cells = std::int64_t{p.grid_width} * p.grid_height;
-    const auto above_zero = [&](const char* field, float value) {
-        check.finite(field, value).require(value > 0.0f, field, value, "above 0");
-    };
     check.require(p.grid_width >= 1, "grid_width", p.grid_width, "at least 1")
         .require(p.grid_height >= 1, "grid_height", p.grid_height, "at least 1")
         .require(cells <= INT32_MAX, "grid_width * grid_height", cells, "at most 2147483647");
-    above_zero("cell_density", p.cell_density);
+    check.above_zero("cell_density", p.cell_density);
     check.finite("gap", p.gap);
-    above_zero("extent_x", p.extent_x);
-    above_zero("extent_y", p.extent_y);
+    check.above_zero("extent_x", p.extent_x);
+    check.above_zero("extent_y", p.extent_y);
     check.finite("extent_z", p.extent_z)
         .finite("jitter_x", p.jitter_x)
         .finite("jitter_y", p.jitter_y)
@@ -32,7 +31,7 @@ bool check(const Parameters* parameters, const HostCallbacks* callbacks) {
         .finite("z_range", p.z_range);
     if (!check.passed())
         return false;
-    above_zero("z_range * extent_z / z_unit", p.z_range * p.extent_z / p.z_unit);
+    check.above_zero("z_range * extent_z / z_unit", p.z_range * p.extent_z / p.z_unit);
     return check.passed();
 }
 
@@ -55,13 +54,18 @@ extern "C" TARN_API uint32_t Cellular3D_Render(SyclQueue* handle, float* height,
                      "in proportion to the block: its lattice cannot be formed with at most 2147483647 cells");
         return status_failed;
     }
-    *parameters = affordable;
 
     auto& queue = *reinterpret_cast<sycl::queue*>(handle);
-    const std::int64_t cells = std::int64_t{affordable.grid_width} * affordable.grid_height;
-    // The grid's share has room for the layers of a lattice that has no more columns than the grid has cells.
-    const std::int64_t columns = lattice->columns();
-    const std::uint64_t need = budget.need + (columns > cells ? static_cast<std::uint64_t>(8 * columns) : 0u);
+    const std::uint64_t need = std::max(budget.need, cellular3d::bytes(*lattice, affordable));
+    // Other devices are probed for free memory before the run.
+    const std::uint64_t memory = queue.get_device().get_info<sycl::info::device::global_mem_size>();
+    if (queue.get_device().is_cpu() && need > memory) {
+        ArgumentCheck(frames::cellular3d_render, callbacks)
+            .require(false, "cell_density", parameters->cell_density,
+                     "lower: the lattice takes more memory than there is");
+        return status_out_of_memory;
+    }
+    *parameters = affordable;
 
     return call_frame(frames::cellular3d_render, queue, cellular3d::callbacks, callbacks, need, [&] {
         cellular3d::Cellular3D cellular(affordable, *lattice, queue, *callbacks);

@@ -8,7 +8,7 @@
 #include <sycl/sycl.hpp>
 
 #include "cells/cellular3d.hpp"
-#include "device/backend.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
@@ -98,35 +98,45 @@ inline float crossing(const Plane& plane, float px, float py, float inverse_z) {
 
 inline constexpr float unbounded = 3.4028235e+38f;
 
-/// The parts of a render that find the surface.
+/// What a render finds the surface from.
 struct SolidCells {
     Lattice lattice;
     const Point* points;
     const float* solidity;
     const float* cell_random;
 
-    /// Calls `visit(plane)` for the planes of a candidate cell in a layer until it answers false. `row` is the lattice
-    /// row of the grid cell that is looked at. Neighbours are told by their distance from that row, so a candidate
-    /// beside it has none on its far side: planes there face away from the column.
+    bool is_solid(int x, int y, int z) const { return solidity[lattice.index(x, y, z)] != 0.0f; }
+
+    Plane plane(int cell, int neighbour) const {
+        return bisector(points[cell], points[neighbour], 1.0f - solidity[cell]);
+    }
+
+    /// Calls `visit(plane)` for the planes of a candidate cell in a layer until it answers false, first for those that
+    /// most likely bound it from above. `row` is the lattice row of the grid cell that is looked at. Neighbours are
+    /// told by their distance from that row, so a candidate beside it has none on its far side: planes there face away
+    /// from the column.
     template <class Visit>
     void for_planes(int candidate_x, int candidate_y, int z, int row, Visit visit) const {
         const int candidate = lattice.index(candidate_x, candidate_y, z);
-        const Point point = points[candidate];
-        const float gap = 1.0f - solidity[candidate];
-        for (int nz = z - 1; nz <= z + 1; ++nz)
+        for (int nz = z + 1; nz >= z - 1; --nz)
             for (int ny = candidate_y - 1; ny <= candidate_y + 1; ++ny)
                 for (int nx = candidate_x - 1; nx <= candidate_x + 1; ++nx) {
                     const int ax = nx - candidate_x, ay = ny - row, az = nz - z;
                     if (ax * ax + ay * ay + az * az > 3)
                         continue;
                     const int neighbour = lattice.index(nx, ny, nz);
-                    if (neighbour == candidate)
-                        continue;
-                    if (!visit(bisector(point, points[neighbour], gap)))
+                    if (neighbour != candidate && !visit(plane(candidate, neighbour)))
                         return;
                 }
     }
 };
+
+/// The layer in which the search over a lattice column starts.
+inline int start_layer(const Lattice& lattice, const int* top_layer_spread, int ix, int iy) {
+    const int column = clamp_index(ix - Lattice::first, lattice.size_x);
+    const int row = clamp_index(iy - Lattice::first, lattice.size_y);
+    return minimum(top_layer_spread[row * lattice.size_x + column], lattice.last_z - 1);
+}
 
 /// The surface over one cell of the grid.
 struct Surface {
@@ -143,24 +153,23 @@ inline Surface surface_at(const SolidCells& cells, int top, float px, float py) 
     for (int z = top; z > Lattice::first; --z) {
         for (int cy = iy - 1; cy <= iy + 1; ++cy)
             for (int cx = ix - 1; cx <= ix + 1; ++cx) {
-                const int candidate = cells.lattice.index(cx, cy, z);
-                if (cells.solidity[candidate] == 0.0f)
+                if (!cells.is_solid(cx, cy, z))
                     continue;
                 float low = 0.0f, high = unbounded;
-                bool inside = true;
+                bool rises = true;
                 cells.for_planes(cx, cy, z, iy, [&](const Plane& plane) {
                     // A vertical plane bounds no height: the column is on one side of it or the other.
                     if (plane.normal_z == 0.0f)
-                        inside = !(overhang(plane, px, py) > 0.0f);
+                        low = overhang(plane, px, py) > 0.0f ? HUGE_VALF : low;
                     else if (plane.normal_z > 0.0f)
                         high = minimum(high, crossing(plane, px, py, cells.lattice.inverse_z));
                     else
                         low = maximum(low, crossing(plane, px, py, cells.lattice.inverse_z));
-                    inside = inside && low <= high;
-                    return inside;
+                    rises = low <= high && high > best.height;
+                    return rises;
                 });
-                if (inside && high > best.height)
-                    best = {high, cells.cell_random[candidate]};
+                if (rises)
+                    best = {high, cells.cell_random[cells.lattice.index(cx, cy, z)]};
             }
         if (found)
             break;
@@ -169,118 +178,183 @@ inline Surface surface_at(const SolidCells& cells, int top, float px, float py) 
     return best;
 }
 
-/// As many grid cells of a row as a CPU takes side by side. They stand over the same lattice column, so their
-/// candidates and all planes are the same.
-struct SurfaceRun {
-    static constexpr int lanes = 32;
-
-    float px[lanes];
-    float height[lanes], random[lanes];
-    std::int32_t found[lanes], finished[lanes];
-};
-
-/// The interval of heights inside a cell, for each lane. A bound is written beside the old one and then takes its
-/// place: that loop has no store that depends on a comparison.
-class Intervals {
+/// What `surface_at` does, for a square of grid cells side by side.
+class SurfaceTile {
   public:
-    explicit Intervals(int count) : count_(count) {
-        for (int lane = 0; lane < count; ++lane) {
+    static constexpr int side = 4;
+    static constexpr int lanes = side * side;
+    static_assert(lanes == cpu_lanes);
+
+    /// Puts the square at (x, y). Cells of it from (end_x, end_y) on are those before these once more.
+    void place(const Lattice& lattice, int x, int y, int end_x, int end_y) {
+        x_ = x;
+        y_ = y;
+        columns_ = minimum(side, end_x - x);
+        rows_ = minimum(side, end_y - y);
+        is_finished_ = false;
+        for (int lane = 0; lane < lanes; ++lane) {
+            px_[lane] = static_cast<float>(x + minimum(lane % side, columns_ - 1)) * lattice.scale_x;
+            py_[lane] = static_cast<float>(y + minimum(lane / side, rows_ - 1)) * lattice.scale_y;
+            height_[lane] = random_[lane] = least_[lane] = 0.0f;
+            is_found_[lane] = 0;
+        }
+    }
+
+    bool is_finished() const { return is_finished_; }
+
+    /// A candidate of which no plane has been looked at.
+    void begin() {
+        for (int lane = 0; lane < lanes; ++lane) {
             low_[lane] = 0.0f;
             high_[lane] = unbounded;
         }
     }
 
-    /// Clips by a plane. False if no lane has anything left.
-    bool clip(const Plane& plane, const float* px, float py, float inverse_z) {
-        std::int32_t alive = 0;
+    /// Clips the candidate by a plane. False if it raises no cell's surface any more.
+    bool clip(Plane plane, float inverse_z) {
+        std::int32_t rises = 0;
         if (plane.normal_z == 0.0f) {
             TARN_INDEPENDENT_ITERATIONS
-            for (int lane = 0; lane < count_; ++lane) {
-                const float low = overhang(plane, px[lane], py) > 0.0f ? HUGE_VALF : low_[lane];
-                next_[lane] = low;
-                alive |= low <= high_[lane] ? 1 : 0;
+            for (int lane = 0; lane < lanes; ++lane) {
+                const float low = overhang(plane, px_[lane], py_[lane]) > 0.0f ? HUGE_VALF : low_[lane];
+                low_[lane] = low;
+                rises |= does_rise(lane) ? 1 : 0;
             }
-            swap_pointers(low_, next_);
         } else if (plane.normal_z > 0.0f) {
             TARN_INDEPENDENT_ITERATIONS
-            for (int lane = 0; lane < count_; ++lane) {
-                const float high = minimum(high_[lane], crossing(plane, px[lane], py, inverse_z));
-                next_[lane] = high;
-                alive |= low_[lane] <= high ? 1 : 0;
+            for (int lane = 0; lane < lanes; ++lane) {
+                high_[lane] = minimum(high_[lane], crossing(plane, px_[lane], py_[lane], inverse_z));
+                rises |= does_rise(lane) ? 1 : 0;
             }
-            swap_pointers(high_, next_);
         } else {
             TARN_INDEPENDENT_ITERATIONS
-            for (int lane = 0; lane < count_; ++lane) {
-                const float low = maximum(low_[lane], crossing(plane, px[lane], py, inverse_z));
-                next_[lane] = low;
-                alive |= low <= high_[lane] ? 1 : 0;
+            for (int lane = 0; lane < lanes; ++lane) {
+                low_[lane] = maximum(low_[lane], crossing(plane, px_[lane], py_[lane], inverse_z));
+                rises |= does_rise(lane) ? 1 : 0;
             }
-            swap_pointers(low_, next_);
         }
-        return alive != 0;
+        return rises != 0;
     }
 
-    bool holds(int lane) const { return low_[lane] <= high_[lane]; }
-    float high(int lane) const { return high_[lane]; }
+    /// Raises the surface to what is left of the candidate.
+    void raise(float random) {
+        TARN_INDEPENDENT_ITERATIONS
+        for (int lane = 0; lane < lanes; ++lane) {
+            const Mask rises = mask_of(does_rise(lane));
+            height_[lane] = blend(rises, high_[lane], height_[lane]);
+            least_[lane] = blend(rises, high_[lane], least_[lane]);
+            random_[lane] = blend(rises, random, random_[lane]);
+        }
+    }
+
+    void end_layer() {
+        is_finished_ = true;
+        for (int lane = 0; lane < lanes; ++lane) {
+            // One layer more is looked at after the first that has a surface.
+            if (is_found_[lane] != 0)
+                least_[lane] = HUGE_VALF;
+            else
+                is_finished_ = false;
+            is_found_[lane] = height_[lane] > 0.0f ? 1 : 0;
+        }
+    }
+
+    void write(float* height, float* random, int grid_width) const {
+        for (int row = 0; row < rows_; ++row)
+            for (int column = 0; column < columns_; ++column) {
+                const std::ptrdiff_t cell = static_cast<std::ptrdiff_t>(y_ + row) * grid_width + x_ + column;
+                height[cell] = height_[row * side + column];
+                random[cell] = random_[row * side + column];
+            }
+    }
 
   private:
-    static void swap_pointers(float*& a, float*& b) {
-        float* const c = a;
-        a = b;
-        b = c;
-    }
+    bool does_rise(int lane) const { return (low_[lane] <= high_[lane]) & (high_[lane] > least_[lane]); }
 
-    int count_;
-    float storage_[3][SurfaceRun::lanes];
-    float* low_ = storage_[0];
-    float* high_ = storage_[1];
-    float* next_ = storage_[2];
+    int x_, y_, columns_, rows_;
+    bool is_finished_;
+    float px_[lanes], py_[lanes];
+    float height_[lanes], random_[lanes];
+    /// What a candidate has to lie above: the surface, or infinity once that is final.
+    float least_[lanes];
+    std::int32_t is_found_[lanes];
+    /// The heights inside the candidate.
+    float low_[lanes], high_[lanes];
 };
 
-/// What `surface_at` does, for the first `count` lanes of a run in lattice column (ix, iy).
-inline void surface_run(const SolidCells& cells, int top, int ix, float py, int count, SurfaceRun& run) {
-    const int iy = static_cast<int>(py);
-    for (int lane = 0; lane < count; ++lane) {
-        run.height[lane] = run.random[lane] = 0.0f;
-        run.found[lane] = run.finished[lane] = 0;
+/// A rectangle of grid cells over one lattice column, so that the candidates and all their planes are the same.
+class SurfaceBlock {
+  public:
+    /// Most cells in either direction.
+    static constexpr int side = 16;
+
+    SurfaceBlock(const SolidCells& cells, int x, int y, int end_x, int end_y)
+        : cells_(cells), ix_(static_cast<int>(static_cast<float>(x) * cells.lattice.scale_x)),
+          iy_(static_cast<int>(static_cast<float>(y) * cells.lattice.scale_y)) {
+        for (int tile_y = y; tile_y < end_y; tile_y += SurfaceTile::side)
+            for (int tile_x = x; tile_x < end_x; tile_x += SurfaceTile::side)
+                tiles_[count_++].place(cells.lattice, tile_x, tile_y, end_x, end_y);
     }
-    int left = count;
-    for (int z = top; z > Lattice::first && left > 0; --z) {
-        for (int cy = iy - 1; cy <= iy + 1; ++cy)
-            for (int cx = ix - 1; cx <= ix + 1; ++cx) {
-                const int candidate = cells.lattice.index(cx, cy, z);
-                if (cells.solidity[candidate] == 0.0f)
-                    continue;
-                Intervals intervals(count);
-                bool inside = true;
-                cells.for_planes(cx, cy, z, iy, [&](const Plane& plane) {
-                    inside = intervals.clip(plane, run.px, py, cells.lattice.inverse_z);
-                    return inside;
-                });
-                if (!inside)
-                    continue;
-                const float random = cells.cell_random[candidate];
-                for (int lane = 0; lane < count; ++lane)
-                    if (run.finished[lane] == 0 && intervals.holds(lane) && intervals.high(lane) > run.height[lane]) {
-                        run.height[lane] = intervals.high(lane);
-                        run.random[lane] = random;
-                    }
+
+    void find(const int* top_layer_spread) {
+        int unfinished = count_;
+        for (int z = start_layer(cells_.lattice, top_layer_spread, ix_, iy_); z > Lattice::first && unfinished > 0;
+             --z) {
+            for (int cy = iy_ - 1; cy <= iy_ + 1; ++cy)
+                for (int cx = ix_ - 1; cx <= ix_ + 1; ++cx)
+                    if (cells_.is_solid(cx, cy, z))
+                        look_at(cx, cy, z);
+            unfinished = 0;
+            for (int n = 0; n < count_; ++n) {
+                tiles_[n].end_layer();
+                unfinished += tiles_[n].is_finished() ? 0 : 1;
             }
-        left = 0;
-        for (int lane = 0; lane < count; ++lane) {
-            run.finished[lane] = run.found[lane];
-            run.found[lane] = run.height[lane] > 0.0f ? 1 : 0;
-            left += run.finished[lane] == 0 ? 1 : 0;
         }
     }
-}
 
-/// The layer in which the search over a lattice column starts.
-inline int start_layer(const Lattice& lattice, const int* top_layer_spread, int ix, int iy) {
-    const int column = clamp_index(ix - Lattice::first, lattice.size_x);
-    const int row = clamp_index(iy - Lattice::first, lattice.size_y);
-    return minimum(top_layer_spread[row * lattice.size_x + column], lattice.last_z - 1);
-}
+    void write(float* height, float* random, int grid_width) const {
+        for (int n = 0; n < count_; ++n)
+            tiles_[n].write(height, random, grid_width);
+    }
+
+  private:
+    void look_at(int cx, int cy, int z) {
+        const float inverse_z = cells_.lattice.inverse_z;
+        const int candidate = cells_.lattice.index(cx, cy, z), middle = cells_.lattice.index(ix_, iy_, z);
+        // The plane towards the column alone shows that most candidates beside it do not reach most tiles.
+        SurfaceTile* reached[tile_count];
+        int reached_count = 0;
+        const Plane towards = candidate == middle ? Plane{} : cells_.plane(candidate, middle);
+        for (int n = 0; n < count_; ++n) {
+            if (tiles_[n].is_finished())
+                continue;
+            tiles_[n].begin();
+            if (candidate == middle || tiles_[n].clip(towards, inverse_z))
+                reached[reached_count++] = &tiles_[n];
+        }
+        if (reached_count == 0)
+            return;
+        Plane planes[26];
+        int plane_count = 0;
+        cells_.for_planes(cx, cy, z, iy_, [&](const Plane& plane) {
+            planes[plane_count++] = plane;
+            return true;
+        });
+        for (int n = 0; n < reached_count; ++n) {
+            bool rises = true;
+            for (int k = 0; k < plane_count && rises; ++k)
+                rises = reached[n]->clip(planes[k], inverse_z);
+            if (rises)
+                reached[n]->raise(cells_.cell_random[candidate]);
+        }
+    }
+
+    static constexpr int tile_count = (side / SurfaceTile::side) * (side / SurfaceTile::side);
+
+    const SolidCells& cells_;
+    int ix_, iy_;
+    SurfaceTile tiles_[tile_count];
+    int count_ = 0;
+};
 
 } // namespace tarn::cellular3d
