@@ -121,6 +121,23 @@ TEST_F(MedianFilter, GpusGiveTheBitsOfTheCpu) {
     }
 }
 
+TEST_F(MedianFilter, LateErrorsOfTheDeviceAreNotLeftForTheNextCall) {
+    SimulatedGpu gpu;
+    RecordingHost host;
+    tarn::device_callbacks.set(host.callbacks());
+    gpu.device.raise_asynchronous_error(1, "lost a page");
+    filtered(gpu.queue, rough_terrain(32, 32), 32, 1, 1);
+    EXPECT_EQ(host.errors.size(), 1u);
+    gpu.queue.throw_asynchronous();
+    EXPECT_EQ(host.errors.size(), 1u);
+    tarn::device_callbacks.set(HostCallbacks{});
+}
+
+TEST_F(MedianFilter, IterationsEnd) {
+    const std::vector<float> terrain = rough_terrain(32, 32);
+    EXPECT_TRUE(same_bits(filtered(terrain, 32, 1, UINT32_MAX), filtered(terrain, 32, 1, 10000)));
+}
+
 #endif
 
 } // namespace

@@ -15,6 +15,8 @@ inline constexpr int tile_side = 32;
 /// Larger radii count as this one: its 213 samples are the most that the sorting network of 256 entries leaves room
 /// for.
 inline constexpr int largest_radius = 8;
+/// More iterations count as this many: nothing can end a run before its time.
+inline constexpr std::uint32_t most_iterations = 10000;
 
 /// Runs the filter over `data` in place. `capacity` is the number of entries that are sorted in each cell, the samples
 /// and what they are padded with; a power of two. The grid holds its result when this returns.

@@ -15,12 +15,32 @@ bool is_runnable(const SyclQueue* queue, const float* data, const median_filter:
            parameters->resolution % static_cast<std::uint32_t>(median_filter::tile_side) == 0u;
 }
 
+/// At its end hands errors that the device is late with to the queue's handler. They have no way out of the call, but
+/// they must not become the next one's.
+class LateErrors {
+  public:
+    explicit LateErrors(sycl::queue& queue) : queue_(queue) {}
+    ~LateErrors() {
+        try {
+            queue_.wait_and_throw();
+        } catch (...) {
+            // Nobody listens.
+        }
+    }
+    LateErrors(const LateErrors&) = delete;
+    LateErrors& operator=(const LateErrors&) = delete;
+
+  private:
+    sycl::queue& queue_;
+};
+
 } // namespace
 
 extern "C" TARN_API uint32_t MedianFilter(SyclQueue* handle, float* data, const median_filter_Parameters* parameters) {
     if (!is_runnable(handle, data, parameters))
         return status_ok;
     auto& queue = *reinterpret_cast<sycl::queue*>(handle);
+    const LateErrors late_errors(queue);
     ModuleCallbacks silent;
     return call_frame(frames::median_filter, queue, silent, nullptr, 0, [&] {
         median_filter::filter<256>(queue, data, *parameters);

@@ -1,13 +1,13 @@
-// What the median filter does in one cell (GPUs) and in a run of cells side by side (CPUs).
+// What the median filter does in one cell (GPUs) and in a block of cells side by side (CPUs).
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include <sycl/sycl.hpp>
 
 #include "device/backend.hpp"
 #include "filters/median_filter.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 
 namespace tarn::median_filter {
@@ -15,13 +15,16 @@ namespace tarn::median_filter {
 /// Fills the entries behind the samples. Samples must be smaller to take part in the median.
 inline constexpr float padding = 1e8f;
 
+inline bool is_in_disc(int dx, int dy, int radius) {
+    return static_cast<std::uint32_t>(dx * dx + dy * dy) <= static_cast<std::uint32_t>(radius * radius + 2);
+}
+
 /// Calls `visit(dx, dy)` for every offset of the disc, row after row.
 template <class Visit>
 inline void for_disc(int radius, Visit visit) {
-    const auto limit = static_cast<std::uint32_t>(radius * radius + 2);
     for (int dy = -radius; dy <= radius; ++dy)
         for (int dx = -radius; dx <= radius; ++dx)
-            if (static_cast<std::uint32_t>(dx * dx + dy * dy) <= limit)
+            if (is_in_disc(dx, dy, radius))
                 visit(dx, dy);
 }
 
@@ -38,9 +41,9 @@ inline Key flipped(Key bits) {
     return bits ^ ((bits >> 31) & 0x7FFFFFFF);
 }
 
-/// As many neighbouring cells as a CPU filters side by side: the keys, or the bits, of their n-th samples.
+/// As many neighbouring cells of a row as a CPU filters side by side: the keys, or the bits, of their n-th samples.
 struct alignas(64) Lanes {
-    static constexpr int count = 32;
+    static constexpr int count = 2 * cpu_lanes;
     Key value[count];
 };
 
@@ -94,88 +97,153 @@ struct Comparator {
     std::uint16_t high;
 };
 
-/// A network that brings the three middle ones of `count` entries to their places, and leaves the others anywhere.
-std::vector<Comparator> selection_network(int count);
+/// The offset of a sample from the first cell of those that share it.
+struct Offset {
+    std::int16_t x;
+    std::int16_t y;
+};
 
-/// The cells within reach of one run of lanes, with the grid's edge cells repeated outwards.
-class Neighbourhood {
+/// One stage of a selection: samples that the discs around `rows` cells of a column have in common, those that the
+/// stage before left over and those that come in, sorted as far as the next stage needs it.
+struct Stage {
+    int rows;
+    /// Where the stage's entries begin, and how many it takes over from which entry on.
+    int first_entry, inherited, inherited_from;
+    int samples;
+    /// Where its samples begin among the offsets: for the upper and for the lower half of the rows of the stage before.
+    int first_sample[2];
+    int first_comparator, comparators;
+};
+
+inline int entries_of(const Stage& stage) {
+    return stage.inherited + stage.samples;
+}
+
+/// The whole selection for a block of cells. Neighbouring discs have most of their samples in common (A. Adams, Fast
+/// Median Filters Using Separable Sorting Networks, 2021): these are sorted once for all cells of a column, and what
+/// can be in the middle of none is dropped, before the column is halved and each half gets the samples that its own
+/// cells have in common besides.
+struct Selection {
+    static constexpr int stage_count = 4;
+    /// Rows of a block.
+    static constexpr int rows = 1 << (stage_count - 1);
+    /// Room for the entries of all stages at the largest radius.
+    static constexpr int most_entries = 400;
+
+    int radius;
+    int middle; ///< the entry in the middle, at last
+    Stage stages[stage_count];
+    const Comparator* comparators;
+    const Offset* offsets;
+};
+
+/// The cells within reach of a block, with the grid's edge cells repeated outwards.
+class SampleRows {
   public:
-    Neighbourhood(const float* cells, int side, int x, int y, int radius) : radius_(radius) {
+    SampleRows(const float* cells, int side, int x, int y, int radius)
+        : radius_(radius), height_(Selection::rows + 2 * radius) {
         const int first = x - radius;
-        const int width = Lanes::count + 2 * radius;
         const bool inside = first >= 0 && first + width <= side;
-        for (int dy = -radius; dy <= radius; ++dy) {
-            const float* row = cells + static_cast<std::ptrdiff_t>(clamp_index(y + dy, side)) * side;
-            float* copy = rows_[dy + radius];
+        for (int n = 0; n < height_; ++n) {
+            const float* row = cells + static_cast<std::ptrdiff_t>(clamp_index(y - radius + n, side)) * side;
             if (inside) {
                 TARN_INDEPENDENT_ITERATIONS
                 for (int i = 0; i < width; ++i)
-                    copy[i] = row[first + i];
+                    rows_[n][i] = sycl::bit_cast<Key>(row[first + i]);
             } else {
                 for (int i = 0; i < width; ++i)
-                    copy[i] = row[clamp_index(first + i, side)];
+                    rows_[n][i] = sycl::bit_cast<Key>(row[clamp_index(first + i, side)]);
             }
         }
-    }
-
-    /// The sample at an offset from each lane's cell.
-    template <bool as_keys>
-    void read(int dx, int dy, Lanes& samples) const {
-        const float* row = rows_[dy + radius_] + radius_ + dx;
-        TARN_INDEPENDENT_ITERATIONS
-        for (int lane = 0; lane < Lanes::count; ++lane)
-            samples.value[lane] = as_keys ? flipped(sycl::bit_cast<Key>(row[lane])) : sycl::bit_cast<Key>(row[lane]);
     }
 
     /// Whether every network that sorts gives the same bits. It does not where entries are NaN, where they fall behind
     /// the padding, and where both zeros occur, which compare equal.
     bool sorts_in_one_way() const {
         int odd = 0, positive_zeros = 0, negative_zeros = 0;
-        const int width = Lanes::count + 2 * radius_;
-        for (int y = 0; y <= 2 * radius_; ++y) {
-            const float* row = rows_[y];
+        for (int y = 0; y < height_; ++y)
             for (int x = 0; x < width; ++x) {
-                const auto bits = sycl::bit_cast<std::uint32_t>(row[x]);
-                odd |= row[x] < padding ? 0 : 1;
-                positive_zeros |= bits == 0u ? 1 : 0;
-                negative_zeros |= bits == 0x80000000u ? 1 : 0;
+                const Key bits = rows_[y][x];
+                odd |= sycl::bit_cast<float>(bits) < padding ? 0 : 1;
+                positive_zeros |= bits == 0 ? 1 : 0;
+                negative_zeros |= bits == INT32_MIN ? 1 : 0;
             }
-        }
         return odd == 0 && (positive_zeros & negative_zeros) == 0;
     }
 
+    void turn_into_keys() {
+        for (int y = 0; y < height_; ++y) {
+            TARN_INDEPENDENT_ITERATIONS
+            for (int x = 0; x < width; ++x)
+                rows_[y][x] = flipped(rows_[y][x]);
+        }
+    }
+
+    /// The samples at an offset from each lane's cell in a row of the block.
+    void read(int row, int dx, int dy, Lanes& samples) const {
+        const Key* from = rows_[row + dy + radius_] + radius_ + dx;
+        TARN_INDEPENDENT_ITERATIONS
+        for (int lane = 0; lane < Lanes::count; ++lane)
+            samples.value[lane] = from[lane];
+    }
+
   private:
-    int radius_;
-    float rows_[2 * largest_radius + 1][Lanes::count + 2 * largest_radius];
+    /// As for the largest radius: a whole number of vectors.
+    static constexpr int width = Lanes::count + 2 * largest_radius;
+
+    int radius_, height_;
+    alignas(64) Key rows_[Selection::rows + 2 * largest_radius][width];
 };
 
-/// Filters the cells (x, y) to (x + Lanes::count - 1, y). `network` sorts the disc's samples as far as it is needed.
+/// Brings the entries of a stage into order, for the rows of a block from `row` on.
+inline void run_stage(const Selection& selection, const Stage& stage, const SampleRows& rows, int row, Lanes* all) {
+    Lanes* const entries = all + stage.first_entry;
+    for (int n = 0; n < stage.inherited; ++n)
+        entries[n] = all[stage.inherited_from + n];
+    const Offset* const offsets = selection.offsets + stage.first_sample[row / stage.rows % 2];
+    for (int n = 0; n < stage.samples; ++n)
+        rows.read(row, offsets[n].x, offsets[n].y, entries[stage.inherited + n]);
+    const Comparator* next = selection.comparators + stage.first_comparator;
+    const Comparator* const end = next + stage.comparators;
+    while (next != end) {
+        const Comparator comparator = *next++;
+        order_keys(entries[comparator.low], entries[comparator.high]);
+    }
+}
+
+/// Filters the block of Lanes::count by Selection::rows cells from (x, y) on.
 template <int capacity>
-inline void filter_lanes(const float* cells, float* filtered, int side, int x, int y, int radius,
-                         const Comparator* network, std::size_t network_size) {
-    const Neighbourhood neighbourhood(cells, side, x, y, radius);
-    Lanes entries[capacity];
-    int count = 0;
-    const bool keys = neighbourhood.sorts_in_one_way();
-    if (keys) {
-        for_disc(radius, [&](int dx, int dy) { neighbourhood.read<true>(dx, dy, entries[count++]); });
-        for (std::size_t n = 0; n < network_size; ++n)
-            order_keys(entries[network[n].low], entries[network[n].high]);
-    } else {
-        for_disc(radius, [&](int dx, int dy) { neighbourhood.read<false>(dx, dy, entries[count++]); });
+inline void filter_block(const float* cells, float* filtered, int side, int x, int y, const Selection& selection) {
+    SampleRows rows(cells, side, x, y, selection.radius);
+    const auto write = [&](int row, const Lanes* middle, auto bits_of) {
+        float* const out = filtered + static_cast<std::ptrdiff_t>(y + row) * side + x;
+        for (int lane = 0; lane < Lanes::count; ++lane) {
+            const auto sample = [&](int n) {
+                return sycl::bit_cast<float>(bits_of(middle[n].value[lane]));
+            };
+            out[lane] = middle_mean(sample(-1), sample(0), sample(1));
+        }
+    };
+    if (rows.sorts_in_one_way()) {
+        rows.turn_into_keys();
+        Lanes entries[Selection::most_entries];
+        for (int row = 0; row < Selection::rows; ++row) {
+            for (const Stage& stage : selection.stages)
+                if (row % stage.rows == 0)
+                    run_stage(selection, stage, rows, row, entries);
+            write(row, entries + selection.middle, [](Key key) { return flipped(key); });
+        }
+        return;
+    }
+    for (int row = 0; row < Selection::rows; ++row) {
+        Lanes entries[capacity];
+        int count = 0;
+        for_disc(selection.radius, [&](int dx, int dy) { rows.read(row, dx, dy, entries[count++]); });
         for (int n = count; n < capacity; ++n)
             for (Key& value : entries[n].value)
                 value = sycl::bit_cast<Key>(padding);
         sort_bitonic<capacity>(entries);
-    }
-    const int middle = count / 2;
-    float* out = filtered + static_cast<std::ptrdiff_t>(y) * side + x;
-    for (int lane = 0; lane < Lanes::count; ++lane) {
-        const auto sample = [&](int n) {
-            const Key value = entries[n].value[lane];
-            return sycl::bit_cast<float>(keys ? flipped(value) : value);
-        };
-        out[lane] = middle_mean(sample(middle - 1), sample(middle), sample(middle + 1));
+        write(row, entries + count / 2, [](Key bits) { return bits; });
     }
 }
 
