@@ -24,13 +24,29 @@ void ProgressTracker::add_total(double work) {
 
 void ProgressTracker::add(double work) {
     done_work += work;
-    if (done_work < next_report)
+    if (done_work < next_report) {
+        ask();
         return;
+    }
     next_report += report_step;
     queue_ref->wait_and_throw();
     progress(done_work * 100.0 / total_work);
+    ask_now();
+}
+
+bool ProgressTracker::ask() {
+    constexpr auto patience = std::chrono::milliseconds(100);
+    if (!cancelled && std::chrono::steady_clock::now() - last_question_ >= patience) {
+        queue_ref->wait_and_throw();
+        ask_now();
+    }
+    return cancelled;
+}
+
+void ProgressTracker::ask_now() {
     if (callbacks.is_cancelled())
         cancelled = true;
+    last_question_ = std::chrono::steady_clock::now();
 }
 
 } // namespace tarn

@@ -1,6 +1,8 @@
 // How a run tells the host how far it is, and asks whether to go on.
 #pragma once
 
+#include <chrono>
+
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
 
@@ -21,8 +23,12 @@ class ProgressTracker {
 
     /// Counts `work` units as done. When a report is due it waits for the device, reports the percentage and asks
     /// whether to cancel. The first report is due after 5 % of the work; from then on every further 0.05 units make one
-    /// due.
+    /// due. Between reports it asks as `ask` does.
     void add(double work);
+
+    /// Asks whether to cancel if the last question lies a tenth of a second back; waits for the device first. For work
+    /// that takes long from one `add` to the next. Whether the run is cancelled.
+    bool ask();
 
     HostCallbacks callbacks;
     double done_work = 0.0;
@@ -33,6 +39,11 @@ class ProgressTracker {
     sycl::queue queue;
     sycl::queue* queue_ref;
     bool cancelled = false;
+
+  private:
+    void ask_now();
+
+    std::chrono::steady_clock::time_point last_question_ = std::chrono::steady_clock::now();
 };
 
 } // namespace tarn

@@ -190,9 +190,9 @@ void ParallelErosion::erode_level(LaplacianLevel& level, int levels_done) {
     std::uint32_t batch_offset = 0;
     for (int round = 0; round < plan.rounds && !tracker_.cancelled; ++round) {
         std::uint32_t count = has_inside ? give_birth(run, batch_offset) : 0;
-        for (int pass = 0; count != 0 && pass < plan.most_passes; ++pass)
+        for (int pass = 0; count != 0 && pass < plan.most_passes && !tracker_.ask(); ++pass)
             count = flow(run, count);
-        if (has_shaping)
+        if (has_shaping && !tracker_.cancelled)
             with_constant(plan_.has_spawn_map, [&](auto with_reach) { shape<with_reach.value>(run); });
         batch_offset += plan.particle_count;
         tracker_.add(static_cast<double>(level.size()));

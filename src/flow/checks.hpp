@@ -1,7 +1,7 @@
 // The arguments that flow maps and colour transport have in common.
 #pragma once
 
-#include <string>
+#include <cstdio>
 
 #include "device/argument_check.hpp"
 #include "flow/particles.hpp"
@@ -19,8 +19,9 @@ void check_trails(ArgumentCheck& check, const Parameters& p) {
     if (!check.passed())
         return;
     const int least = least_height(p.width);
-    const std::string rule = "at least " + std::to_string(least) + " for this width, to be halved as often";
-    check.require(p.height >= least, "height", p.height, rule.c_str())
+    char rule[64];
+    std::snprintf(rule, sizeof(rule), "at least %d for this width, to be halved as often", least);
+    check.require(p.height >= least, "height", p.height, rule)
         .finite("flow_length", p.flow_length)
         .require(p.flow_length >= 0.0f, "flow_length", p.flow_length, "at least 0")
         .require(TrailLengths(p.width, p.flow_length).longest <= longest_trail, "flow_length", p.flow_length,

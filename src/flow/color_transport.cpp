@@ -1,11 +1,13 @@
 #include "flow/color_transport.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 #include "flow/color_transport_kernels.hpp"
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
+#include "grid/launch_lanes.hpp"
 
 namespace tarn::color_transport {
 
@@ -25,11 +27,10 @@ ColorTransport::ColorTransport(const Parameters& parameters, sycl::queue& caller
                                const CallerGrids& grids)
     : tracker_(record, caller_queue), queue_(caller_queue), parameters_(parameters),
       extent_(static_cast<std::size_t>(parameters.height), static_cast<std::size_t>(parameters.width)),
-      heights_(create_buffer(const_cast<float*>(grids.heights), extent_, queue_, false)), work_heights_(extent_),
+      heights_(create_input(grids.heights, extent_, queue_)), work_heights_(extent_),
       red_(create_buffer(grids.red, extent_, queue_, true)), green_(create_buffer(grids.green, extent_, queue_, true)),
       blue_(create_buffer(grids.blue, extent_, queue_, true)), loads_(extent_),
-      mask_(create_buffer(const_cast<float*>(grids.mask), extent_, queue_, false)),
-      length_map_(create_buffer(const_cast<float*>(grids.length_map), extent_, queue_, false)) {}
+      mask_(create_input(grids.mask, extent_, queue_)), length_map_(create_input(grids.length_map, extent_, queue_)) {}
 
 void ColorTransport::process() {
     copy(queue_, heights_, work_heights_);
@@ -39,7 +40,7 @@ void ColorTransport::process() {
     if (particles.empty())
         return;
     flow::shuffle_particles(particles, parameters_.seed);
-    auto particle_buffer = flow::create_particle_buffer(particles, queue_);
+    auto particle_buffer = flow::create_list_buffer(particles, queue_);
     auto directions = flow::create_direction_buffer(parameters_.seed, parameters_.straight_trails != 0);
     fill(queue_, loads_, Load{});
 
@@ -50,6 +51,8 @@ void ColorTransport::process() {
         color_transport_full(particle_buffer, batch.start, batch.short_count, lengths.shortest, directions);
         color_transport_full(particle_buffer, batch.start + batch.short_count, batch.long_count, lengths.longest,
                              directions);
+        if (tracker_.cancelled)
+            break;
         fold(batch.norm);
         tracker_.add(1.0);
         if (tracker_.cancelled)
@@ -59,24 +62,26 @@ void ColorTransport::process() {
 
 void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count,
                                           float steps, sycl::buffer<float, 1>& directions) {
-    if (count == 0)
-        return;
     const Walk walk{steps, pick_distance(parameters_.transport, extent_[0]), parameters_.seed};
-    queue_.submit([&](sycl::handler& handler) {
-        const Reader<Point, 1> points = read(particles, handler);
-        const Reader<float, 1> table = read(directions, handler);
-        const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
-        const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
-        const Updater<Load> loads = update(loads_, handler);
-        flow::launch_particles(handler, queue_, start, count,
-                               [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
-                                rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
-                                   carry_colors<lanes.value>(
-                                       elements_of(points), first, last, walk, {cells_of(heights), columns, rows},
-                                       {cells_of(red), cells_of(green), cells_of(blue)}, elements_of(table),
-                                       has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
-                               });
-    });
+    const auto at_once = std::max(flow::most_steps_at_once / static_cast<std::uint32_t>(steps), flow::trail_block);
+    const std::uint32_t end = start + count;
+    for (; start < end && !tracker_.ask(); start += at_once) {
+        queue_.submit([&](sycl::handler& handler) {
+            const Reader<Point, 1> points = read(particles, handler);
+            const Reader<float, 1> table = read(directions, handler);
+            const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
+            const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
+            const Updater<Load> loads = update(loads_, handler);
+            launch_lanes(launch_on(handler, queue_), std::min(at_once, end - start), flow::trail_block,
+                         [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
+                          rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
+                             carry_colors<lanes.value>(
+                                 elements_of(points), start + first, start + last, walk,
+                                 {cells_of(heights), columns, rows}, {cells_of(red), cells_of(green), cells_of(blue)},
+                                 elements_of(table), has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
+                         });
+        });
+    }
 }
 
 void ColorTransport::fold(float norm) {
@@ -90,8 +95,9 @@ void ColorTransport::fold(float norm) {
                       feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
                          const std::ptrdiff_t i = y * columns + x;
                          const Load load = cells_of(loads)[i];
-                         if (load.hits > 0.0f) {
-                             const float share = 1.0f / (load.hits * mix.norm + mix.prior);
+                         const float visits = flow::counted(load.hits);
+                         if (visits > 0.0f) {
+                             const float share = 1.0f / (visits * mix.norm + mix.prior);
                              float& r = cells_of(red)[i];
                              float& g = cells_of(green)[i];
                              float& b = cells_of(blue)[i];
@@ -99,7 +105,7 @@ void ColorTransport::fold(float norm) {
                              g = mixed(g, load.sum.green, share, mix);
                              b = mixed(b, load.sum.blue, share, mix);
                          }
-                         cells_of(work)[i] += load.hits * feedback;
+                         cells_of(work)[i] += visits * feedback;
                          cells_of(loads)[i] = Load{};
                      });
     });

@@ -31,7 +31,7 @@ struct Color {
 /// What particles have laid down in a cell.
 struct Load {
     Color sum;
-    float hits;
+    std::uint32_t hits;
 };
 
 /// The caller's grids; mask and length map may be null.

@@ -47,7 +47,7 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
     const auto enter = [&](int k) {
         if (first < last) {
             const std::uint32_t state = xorshift(xorshift(nonzero_state(walk.seed + first)));
-            walkers.start(k, particles[first], state);
+            walkers.start(k, particles[first].x(), particles[first].y(), state);
             const int start = terrain.cell_at(walkers.x[k], walkers.y[k]);
             carried[k] = image.at(start);
             next_pick[k] = draw_distance(state, walk);
@@ -90,7 +90,7 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
                 atomic_add(load.sum.red, carried[k].red);
                 atomic_add(load.sum.green, carried[k].green);
                 atomic_add(load.sum.blue, carried[k].blue);
-                atomic_add(load.hits, 1.0f);
+                atomic_add(load.hits, 1u);
             }
             if (takes_up[k] != 0) {
                 carried[k] = image.at(cell[k]);

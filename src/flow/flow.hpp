@@ -36,9 +36,10 @@ class Flow {
     bool cancelled() const { return tracker_.cancelled; }
 
   private:
-    /// Walks `count` particles from `start` on over the work heights and counts their visits.
-    void flow(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count, std::uint32_t steps,
-              sycl::buffer<float, 1>& directions);
+    /// Walks particles over the work heights and counts their visits; all at once, or on CPUs tile by tile, where no
+    /// cell has to be shared. Trails of the latter stay within the reach of their tiles.
+    void trace_together(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions);
+    void trace_in_tiles(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions);
     /// Adds the visits of a batch to the flow map and to the work heights, and clears them.
     void fold(float norm);
 
@@ -49,7 +50,7 @@ class Flow {
     Grid heights_;
     Grid work_heights_;
     Grid flow_map_;
-    Grid hits_;
+    sycl::buffer<std::uint32_t, 2> hits_;
     Grid mask_;
 };
 

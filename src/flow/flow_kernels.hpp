@@ -7,10 +7,11 @@
 
 namespace tarn::flow {
 
-/// Walks the particles from `first` to `last` and counts their visits in `hits`.
-template <int lanes>
-inline void trace(const Point* particles, std::uint32_t first, std::uint32_t last, std::uint32_t seed,
-                  std::uint32_t steps, const Terrain& terrain, const float* directions, float* hits) {
+/// Walks the particles `first` to `last` and counts their visits in `hits`, which other work-items count in as well if
+/// it is `shared`.
+template <int lanes, bool shared>
+inline void trace(const Start* particles, std::uint32_t first, std::uint32_t last, std::uint32_t seed,
+                  std::uint32_t steps, const Terrain& terrain, const float* directions, std::uint32_t* hits) {
     constexpr float inertia = 1.2f;
     const float last_step = static_cast<float>(steps - 1u);
     const float most_uphill = maximum(static_cast<float>(steps) * 0.08f, 4.0f);
@@ -21,18 +22,19 @@ inline void trace(const Point* particles, std::uint32_t first, std::uint32_t las
     Mask counts[lanes];
     const auto enter = [&](int k) {
         if (first < last) {
-            walkers.start(k, particles[first], xorshift(nonzero_state(first + seed)));
-            ++first;
+            const Start& p = particles[first++];
+            walkers.start(k, p.x, p.y, xorshift(nonzero_state(p.number + seed)));
         } else {
             walkers.clear(k);
         }
         // The height before the first one counts as 0.
         steps_done[k] = uphill[k] = 0.0f;
     };
+    Mask any = mask_of(first < last);
     for (int k = 0; k < lanes; ++k)
         enter(k);
 
-    for (Mask any = mask_of(true); any != 0;) {
+    while (any != 0) {
         walkers.template look<false>(terrain, directions, inertia);
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
@@ -52,11 +54,13 @@ inline void trace(const Point* particles, std::uint32_t first, std::uint32_t las
         }
         any = 0;
         for (int k = 0; k < lanes; ++k) {
-            if (counts[k] != 0)
-                atomic_add(hits[cell[k]], 1.0f);
+            if constexpr (!shared)
+                hits[cell[k]] += counts[k] & 1u;
+            else if (counts[k] != 0)
+                atomic_add(hits[cell[k]], 1u);
             if (walkers.is_walking[k] == 0)
                 enter(k);
-            if constexpr (lanes > 1)
+            if constexpr (shared && lanes > 1)
                 prefetch_for_write(&hits[terrain.cell_at(walkers.x[k], walkers.y[k])]);
             any |= walkers.is_walking[k];
         }

@@ -51,14 +51,23 @@ void shuffle_particles(std::vector<Point>& particles, std::uint32_t seed) {
     shuffle(particles, generator);
 }
 
-sycl::buffer<Point, 1> create_particle_buffer(const std::vector<Point>& particles, sycl::queue& queue) {
-    const sycl::range<1> count(particles.size());
-    if (!queue.get_device().is_cpu())
-        return sycl::buffer<Point, 1>(particles.data(), count);
-    sycl::buffer<Point, 1> buffer(const_cast<Point*>(particles.data()), count,
-                                  {sycl::property::buffer::use_host_ptr()});
-    buffer.set_final_data(nullptr);
-    return buffer;
+TiledStarts::TiledStarts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
+                         std::uint32_t count)
+    : columns(static_cast<std::uint32_t>((extent[1] - 1) / side + 1)),
+      rows(static_cast<std::uint32_t>((extent[0] - 1) / side + 1)), starts(count),
+      begins(std::size_t{columns} * rows + 1) {
+    const auto tile_of = [this](const Point& p) {
+        return std::size_t{static_cast<std::uint32_t>(p.y()) / side} * columns +
+               static_cast<std::uint32_t>(p.x()) / side;
+    };
+    for (std::uint32_t i = first; i < first + count; ++i)
+        ++begins[tile_of(particles[i])];
+    std::uint32_t end = 0;
+    for (std::uint32_t& begin : begins)
+        begin = end += begin;
+    // Filled from the back, which leaves each begin where it belongs.
+    for (std::uint32_t i = first + count; i-- > first;)
+        starts[--begins[tile_of(particles[i])]] = {particles[i].x(), particles[i].y(), i};
 }
 
 sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero) {

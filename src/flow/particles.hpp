@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <type_traits>
 #include <vector>
 
 #include <sycl/sycl.hpp>
@@ -22,8 +21,22 @@ std::vector<Point> seed_particles(Grid& mask, const sycl::range<2>& extent, std:
 /// Puts the particles into random order.
 void shuffle_particles(std::vector<Point>& particles, std::uint32_t seed);
 
-/// A buffer over particles that outlive it: in place on a CPU, not written back elsewhere.
-sycl::buffer<Point, 1> create_particle_buffer(const std::vector<Point>& particles, sycl::queue& queue);
+/// A buffer over a list that outlives it: in place on a CPU, not written back elsewhere.
+template <class T>
+sycl::buffer<T, 1> create_list_buffer(const std::vector<T>& list, sycl::queue& queue) {
+    const sycl::range<1> count(list.size());
+    if (!queue.get_device().is_cpu())
+        return sycl::buffer<T, 1>(list.data(), count);
+    sycl::buffer<T, 1> buffer(const_cast<T*>(list.data()), count, {sycl::property::buffer::use_host_ptr()});
+    buffer.set_final_data(nullptr);
+    return buffer;
+}
+
+/// How many trails a CPU's work-item walks.
+inline constexpr std::uint32_t trail_block = 128;
+
+/// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
+inline constexpr std::uint32_t most_steps_at_once = 1u << 23;
 
 /// The x and y, in turn, of 32 unit vectors in random order, or of as many zeros for trails without kicks.
 sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero = false);
@@ -46,26 +59,31 @@ struct Batch {
     float norm;
 };
 
+/// A particle ready to walk. Its number decides on its random turns.
+struct Start {
+    float x;
+    float y;
+    std::uint32_t number;
+};
+
+/// Particles in the order of square tiles, row by row of them. Those of a tile stay where the cache has its cells; and
+/// if their trails are short, they do not come to the cells of those from the tile after the next one.
+struct TiledStarts {
+    static constexpr std::uint32_t side = 64;
+    /// Trails that stay within so many cells of their start come to no tile but the next.
+    static constexpr std::uint32_t reach = side / 2;
+
+    TiledStarts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
+                std::uint32_t count);
+
+    std::uint32_t columns;
+    std::uint32_t rows;
+    std::vector<Start> starts;
+    /// Where the tiles begin in `starts`, and the end of the last one.
+    std::vector<std::uint32_t> begins;
+};
+
 /// All particles in at most 32 batches of equal size, but for the last one. At most 0x40000 trails in all are long.
 std::vector<Batch> plan_batches(std::uint32_t particles, std::uint64_t cells, const TrailLengths& lengths);
-
-/// Calls `particles(first, last, lanes)` for all of `count` particles from `start` on: one at a time on GPUs, blocks on
-/// CPUs, which walk as many as `lanes`, a constant, in step.
-template <class Particles>
-void launch_particles(sycl::handler& handler, const sycl::queue& queue, std::uint32_t start, std::uint32_t count,
-                      Particles particles) {
-    if (!queue.get_device().is_cpu()) {
-        handler.parallel_for(sycl::range<1>(count), [=](sycl::id<1> item) {
-            const std::uint32_t first = start + static_cast<std::uint32_t>(item[0]);
-            particles(first, first + 1u, std::integral_constant<int, 1>{});
-        });
-        return;
-    }
-    constexpr std::uint32_t block = 128;
-    handler.parallel_for(sycl::range<1>((count + block - 1u) / block), [=](sycl::id<1> item) {
-        const std::uint32_t offset = static_cast<std::uint32_t>(item[0]) * block;
-        particles(start + offset, start + minimum(offset + block, count), std::integral_constant<int, 16>{});
-    });
-}
 
 } // namespace tarn::flow

@@ -8,6 +8,7 @@
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
+#include "grid/pyramid.hpp"
 #include "grid/resampling.hpp"
 #include "grid/upsample.hpp"
 
@@ -53,13 +54,7 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_heights)
 
 std::unique_ptr<LaplacianLevel> LaplacianLevel::create_subsequent_level() {
     Grid coarse = resampling::downsample_magic(heights, queue);
-    queue.submit([&](sycl::handler& handler) {
-        const Reader<float> fine = read(heights, handler), up_from = read(coarse, handler);
-        const Writer<float> out = overwrite(detail, handler);
-        launch_upsampled(
-            launch_on(handler, queue), Extent<2>(extent), up_from, Extent<2>(coarse.get_range()),
-            [=](std::ptrdiff_t row, int x, float up) { cells_of(out)[row + x] = cells_of(fine)[row + x] - up; });
-    });
+    take_detail(queue, heights, coarse, detail);
     auto level = std::make_unique<LaplacianLevel>(queue, coarse);
     level->parent = this;
     fill(queue, level->raised, 0.0f);

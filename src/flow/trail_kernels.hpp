@@ -18,6 +18,11 @@ namespace tarn::flow {
 
 inline constexpr std::uint32_t direction_count = 32;
 
+/// The visits of a cell as a float that has been counted up one by one, which ends at 2^24.
+inline float counted(std::uint32_t visits) {
+    return static_cast<float>(minimum(visits, 1u << 24));
+}
+
 struct Sample {
     float height;
     /// Change of the height per cell.
@@ -70,9 +75,9 @@ struct Walkers {
     Mask is_walking[lanes];
 
     /// Puts a particle in a lane.
-    void start(int k, const Point& point, std::uint32_t random_state) {
-        x[k] = point.x();
-        y[k] = point.y();
+    void start(int k, float start_x, float start_y, std::uint32_t random_state) {
+        x[k] = start_x;
+        y[k] = start_y;
         direction_x[k] = direction_y[k] = height[k] = 0.0f;
         state[k] = random_state;
         is_new[k] = is_walking[k] = mask_of(true);
@@ -80,14 +85,15 @@ struct Walkers {
 
     /// A lane without a particle looks at a corner, and at nothing of what it finds there.
     void clear(int k) {
-        start(k, Point(0.0f, 0.0f), 1u);
+        start(k, 0.0f, 0.0f, 1u);
         is_walking[k] = 0;
     }
 
-    /// Measures the terrain and turns to the next direction: what is left of the last one, a random kick and a unit
-    /// vector down the slope. On level ground particles go straight on, and new ones end; where heights are no numbers,
-    /// new ones end too, or, with `without_slope`, when they leave the first cell.
-    template <bool without_slope>
+    /// Measures the terrain and turns: the next direction is what is left of the last one plus a random kick plus a
+    /// unit vector down the slope. Without a slope, on level ground or where a height is no number, particles go
+    /// straight on. New ones end there; but with `starts_without_number` one among heights that are no numbers ends a
+    /// step later.
+    template <bool starts_without_number>
     void look(const Terrain& terrain, const float* directions, float inertia) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
@@ -101,7 +107,7 @@ struct Walkers {
             const float dy = inertia * direction_y[k] + 0.7f * directions[2 * entry + 1] - up_y;
             const float norm = length(dx, dy);
             const Mask slopes = mask_of(steepness > 0.0f);
-            const Mask starts = without_slope ? ~mask_of(steepness == 0.0f) : slopes;
+            const Mask starts = starts_without_number ? ~mask_of(steepness == 0.0f) : slopes;
             state[k] = next_state;
             direction_x[k] = blend(fresh, -up_x, blend(slopes, dx / norm, direction_x[k]));
             direction_y[k] = blend(fresh, -up_y, blend(slopes, dy / norm, direction_y[k]));
