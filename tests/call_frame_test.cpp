@@ -1,8 +1,10 @@
 #include "device/call_frame.hpp"
 #include "device/progress_tracker.hpp"
 
+#include <chrono>
 #include <functional>
 #include <stdexcept>
+#include <thread>
 
 #include "device/usm_ptr.hpp"
 #include "simulated_gpu.hpp"
@@ -200,6 +202,14 @@ TEST_F(CallFrame, ProgressIsReportedEveryFurtherFractionOfAUnit) {
         fine.add(0.5 / 64.0);
     EXPECT_EQ(host.progress.size(), 10u);
     EXPECT_EQ(host.progress.front(), 6.25);
+
+    // Before the first report too the host is asked now and then.
+    ProgressTracker slow(host.callbacks(), cpu);
+    slow.add_total(1e9);
+    EXPECT_FALSE(slow.ask());
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    slow.add(1.0);
+    EXPECT_TRUE(slow.cancelled);
 }
 
 TEST_F(CallFrame, ThrowingCallbacksAreMetByTheBarrier) {

@@ -165,15 +165,15 @@ TEST_F(Refusals, Thermal) {
 
 TEST_F(Refusals, Erosion) {
     using P = parallel_erosion_Parameters;
-    refuses(erosion_call,
-            {CHANGE("width is 0;", p.Resolution = {0, 5}),
-             CHANGE("width is -2147483648;", p.Resolution = {0x80000000u, 5}),
-             CHANGE("width is 16777217;", p.Resolution = {(1u << 24) + 1, 3}),
-             CHANGE("height is -1;", p.Resolution = {5, 0xFFFFFFFFu}),
-             CHANGE("height is 16777217;", p.Resolution = {3, (1u << 24) + 1}),
-             CHANGE("width * height is 4294967296;", p.Resolution = {65536, 65536}), ROW(terrain_size, 0),
-             ROW(terrain_size, -3), ROW(terrain_height, 0), ROW(terrain_height, 1e-45), ROW(feature_size, 0),
-             ROW(feature_size, -3), ROW(iterations, 2e9), ROW(shaping_detail, -0.5)});
+    refuses(erosion_call, {CHANGE("width is 0;", p.Resolution = {0, 5}),
+                           CHANGE("width is -2147483648;", p.Resolution = {0x80000000u, 5}),
+                           CHANGE("width is 16777217;", p.Resolution = {(1u << 24) + 1, 3}),
+                           CHANGE("height is -1;", p.Resolution = {5, 0xFFFFFFFFu}),
+                           CHANGE("height is 16777217;", p.Resolution = {3, (1u << 24) + 1}),
+                           CHANGE("width * height is 4294967296;", p.Resolution = {65536, 65536}), ROW(terrain_size, 0),
+                           ROW(terrain_size, -3), ROW(terrain_height, 0), ROW(terrain_height, 1e-45),
+                           ROW(feature_size, 0), ROW(feature_size, -3), ROW(iterations, 2e9), ROW(shaping_detail, -0.5),
+                           spoilt_cell("height", not_a_number)});
     refuses(erosion_call, not_finite<P>({FIELD(terrain_size), FIELD(terrain_height), FIELD(feature_size),
                                          FIELD(iterations), FIELD(erosion_strength), FIELD(shaping_strength),
                                          FIELD(shaping_sharpness), FIELD(shaping_detail), FIELD(fill_slope_scale),
@@ -181,10 +181,10 @@ TEST_F(Refusals, Erosion) {
                                          FIELD(terrace_deposition), FIELD(terrace_angle), FIELD(constant_capacity)}));
     takes(erosion_call, {ROW(erosion_strength, 1e30), ROW(erosion_strength, -1e30), ROW(erosion_strength, -2),
                          ROW(shaping_strength, 1e30), ROW(shaping_sharpness, -1e20), ROW(shaping_detail, 1e30),
-                         ROW(shaping_detail, 1e-45), ROW(fill_slope_scale, -1e30), ROW(fill_angle, 1e30),
-                         ROW(plain_deposition, 1e38), ROW(plain_angle, -1e10), ROW(terrace_deposition, -1e38),
-                         ROW(terrace_angle, 90), ROW(constant_capacity, -1e30), ROW(constant_capacity, 50),
-                         ROW(feature_size, 1e30), ROW(feature_size, 1e-30)});
+                         ROW(shaping_detail, 1e-45), ROW(iterations, -1e30), ROW(fill_slope_scale, -1e30),
+                         ROW(fill_angle, 1e30), ROW(plain_deposition, 1e38), ROW(plain_angle, -1e10),
+                         ROW(terrace_deposition, -1e38), ROW(terrace_angle, 90), ROW(constant_capacity, -1e30),
+                         ROW(constant_capacity, 50), ROW(feature_size, 1e30), ROW(feature_size, 1e-30)});
 }
 
 TEST_F(Refusals, Dunes) {

@@ -29,9 +29,11 @@ class RecordingHost {
         HostCallbacks record{};
         record.progress = [](double percent) {
             current()->progress.push_back(percent);
+            current()->has_reported = percent > 0.0;
         };
         record.is_cancelled = [] {
-            ++current()->cancel_questions;
+            // Questions between reports depend on the clock and do not count.
+            current()->cancel_questions += std::exchange(current()->has_reported, false) ? 1 : 0;
             return current()->cancel_at != 0 && current()->cancel_questions >= current()->cancel_at;
         };
         record.log_info = [](const char* text) {
@@ -51,6 +53,7 @@ class RecordingHost {
 
     std::vector<double> progress;
     int cancel_questions = 0;
+    bool has_reported = false;
     /// The question that is answered with yes, as are all later ones; 0 never cancels.
     int cancel_at = 0;
     std::vector<std::string> infos, errors;
