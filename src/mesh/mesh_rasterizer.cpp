@@ -89,13 +89,17 @@ BoundingBox compute_bounding_box(const Vertices& vertices, sycl::queue& queue) {
             .parallel_for(
                 vertices.shape(), least(0), largest(1), least(2), largest(3), least(4), largest(5),
                 [v = vertices.data()](sycl::id<1> i, auto& x0, auto& x1, auto& y0, auto& y1, auto& z0, auto& z1) {
+                    // SYCL leaves open whether the smaller of a number and a NaN is the number.
+                    const auto unless_nan = [](float coordinate, float otherwise) {
+                        return coordinate == coordinate ? coordinate : otherwise;
+                    };
                     const vec3& vertex = v[i[0]];
-                    x0.combine(vertex.x());
-                    x1.combine(vertex.x());
-                    y0.combine(vertex.y());
-                    y1.combine(vertex.y());
-                    z0.combine(vertex.z());
-                    z1.combine(vertex.z());
+                    x0.combine(unless_nan(vertex.x(), most));
+                    x1.combine(unless_nan(vertex.x(), -most));
+                    y0.combine(unless_nan(vertex.y(), most));
+                    y1.combine(unless_nan(vertex.y(), -most));
+                    z0.combine(unless_nan(vertex.z(), most));
+                    z1.combine(unless_nan(vertex.z(), -most));
                 })
             .wait();
     }
