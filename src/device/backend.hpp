@@ -64,13 +64,24 @@ inline bool is_discrete_gpu(const sycl::device& device) {
 } // namespace tarn
 
 /// Stands before a loop whose iterations are independent of one another: the compiler may run them as vectors without
-/// proving that the grids do not overlap.
+/// proving that the grids do not overlap. That also covers arrays inside the loop: one that is written and read at
+/// indices known at run time only must not stand in it.
 #if defined(__clang__)
 #define TARN_INDEPENDENT_ITERATIONS _Pragma("clang loop vectorize(assume_safety)")
+// Clang says so where such a loop stays scalar; benchmarks are the judge of that.
+#pragma clang diagnostic ignored "-Wpass-failed"
 #elif defined(__GNUC__)
 #define TARN_INDEPENDENT_ITERATIONS _Pragma("GCC ivdep")
 #else
 #define TARN_INDEPENDENT_ITERATIONS
+#endif
+
+/// Stands before a statement: the functions that it calls become part of the loop around it, which could not become
+/// vectors otherwise. GCC does so by itself in a kernel.
+#if defined(__clang__)
+#define TARN_INLINE_CALLS [[clang::always_inline]]
+#else
+#define TARN_INLINE_CALLS
 #endif
 
 namespace tarn {

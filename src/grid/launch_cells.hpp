@@ -64,7 +64,7 @@ void launch_cells(LaunchTarget<Target> on, const Extent<2>& extent, int margin, 
         const Cell local = cell; // nothing else can refer to it, so its fields stay in registers
         TARN_INDEPENDENT_ITERATIONS
         for (int x = first; x < last; ++x)
-            local(x, y, column_kind);
+            TARN_INLINE_CALLS local(x, y, column_kind);
     });
 }
 
@@ -86,7 +86,7 @@ void launch_with_neighbours(LaunchTarget<Target> on, const Extent<2>& extent, Ce
         if (interior_column.value && y > 0 && y < last_row) {
             TARN_INDEPENDENT_ITERATIONS
             for (int x = first; x < last; ++x)
-                local(x, y, std::true_type{});
+                TARN_INLINE_CALLS local(x, y, std::true_type{});
         } else {
             for (int x = first; x < last; ++x)
                 local(x, y, std::false_type{});
@@ -129,7 +129,7 @@ inline void for_overlapping(int count, const Cell& cell) {
     while (begin < end) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = begin; k < end; ++k)
-            cell(k);
+            TARN_INLINE_CALLS cell(k);
         begin = end == count ? count : count - width;
         end = count;
     }
