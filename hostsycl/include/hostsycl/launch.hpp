@@ -1,9 +1,12 @@
 // Launches over a range: the loop around the kernel, and how its iterations are spread over threads.
 //
 // All work-items of a launch are numbered in row-major order. run_cells runs an interval of them and is the only code
-// that a kernel is compiled into: one loop along the fastest dimension around the inlined kernel, marked free of
-// dependences, over a copy of the kernel that nobody else can see, so that the compiler keeps the captures in registers
-// and vectorises. run_adaptive, which is the same code for all kernels, decides which thread runs which interval.
+// that a kernel is compiled into: one loop along the fastest dimension around the inlined kernel, over a copy of the
+// kernel that nobody else can see, so that the compiler keeps the captures in registers. run_adaptive, which is the
+// same code for all kernels, decides which thread runs which interval.
+//
+// The loop is not marked as free of dependences. Items are independent of one another, but the mark would also promise
+// that one item's own arrays are never written and read again, and a kernel that has such arrays would go wrong.
 #pragma once
 
 #include <climits>
@@ -13,13 +16,6 @@
 
 #include "hostsycl/exception.hpp"
 #include "hostsycl/range.hpp"
-
-// The iterations of the next loop do not depend on one another.
-#if defined(__clang__)
-#define HOSTSYCL_INDEPENDENT_ITERATIONS _Pragma("clang loop vectorize(assume_safety)")
-#else
-#define HOSTSYCL_INDEPENDENT_ITERATIONS _Pragma("GCC ivdep")
-#endif
 
 namespace sycl::detail {
 
@@ -37,6 +33,7 @@ void run_adaptive(piece_function function, const void* work, std::size_t total, 
 /// Work-item ids must fit an int, which is what kernels convert them to and what lets their loops vectorise.
 template <int D>
 void check_range(const range<D>& extent) {
+    checked_bytes(extent, 1);
     for (int d = 0; d < D; ++d)
         if (extent[d] > static_cast<std::size_t>(INT_MAX))
             refuse_launch("a range of " + std::to_string(extent[d]) +
@@ -49,7 +46,7 @@ struct cell_launch {
     range<D> extent;
 };
 
-/// The loop itself. `Extra` are further arguments of the kernel, its reducers, which do make iterations dependent.
+/// The loop itself. `Extra` are further arguments of the kernel: its reducers.
 template <class Kernel, int D, class... Extra>
 [[gnu::always_inline]] inline void for_cells(const Kernel& kernel, const range<D>& extent, std::size_t begin,
                                              std::size_t end, Extra&... extra) {
@@ -65,19 +62,10 @@ template <class Kernel, int D, class... Extra>
         // Known to be so, but only told explicitly does the compiler see that unsigned columns do not wrap around.
         if (first < 0 || last <= first)
             __builtin_unreachable();
-        if constexpr (sizeof...(Extra) == 0) {
-            HOSTSYCL_INDEPENDENT_ITERATIONS
-            for (int column = first; column < last; ++column) {
-                id<D> cell = index;
-                cell[D - 1] = static_cast<std::size_t>(column);
-                kernel(item<D>(extent, cell));
-            }
-        } else {
-            for (int column = first; column < last; ++column) {
-                id<D> cell = index;
-                cell[D - 1] = static_cast<std::size_t>(column);
-                kernel(item<D>(extent, cell), extra...);
-            }
+        for (int column = first; column < last; ++column) {
+            id<D> cell = index;
+            cell[D - 1] = static_cast<std::size_t>(column);
+            kernel(item<D>(extent, cell), extra...);
         }
 #pragma GCC diagnostic pop
         left -= static_cast<std::size_t>(last - first);
