@@ -1,10 +1,8 @@
-#include "hostsycl/buffer.hpp"
+#include "hostsycl/detail/buffer_impl.hpp"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
-
-#include "hostsycl/detail/buffer_impl.hpp"
+#include <cstdlib>
+#include <functional>
 
 namespace sycl::detail {
 
@@ -18,9 +16,10 @@ const void* this_thread() {
 
 } // namespace
 
-void buffer_impl::set_final_data(write_back_function target) {
-    explicit_final_data_ = true;
-    final_data_ = std::move(target);
+buffer_impl::buffer_impl(std::size_t bytes, void* target, bool in_place)
+    : bytes_(bytes), target_(target), has_contents_(in_place) {
+    if (in_place)
+        host_ = static_cast<std::byte*>(target);
 }
 
 void* buffer_impl::host_data() {
@@ -34,7 +33,7 @@ void* buffer_impl::host_data() {
         void* block = std::aligned_alloc(alignment, (bytes_ + alignment - 1) / alignment * alignment);
         if (block == nullptr)
             throw exception(errc::memory_allocation, "no memory for a buffer");
-        keep_alive_ = std::shared_ptr<void>(block, std::free);
+        owns_host_ = true;
         host_.store(static_cast<std::byte*>(block), std::memory_order_release);
     }
     return host_.load(std::memory_order_relaxed);
@@ -60,7 +59,8 @@ void* buffer_impl::data_on(device_impl& device) {
     const std::lock_guard lock(data_mutex_);
     if (const device_copy* copy = find_copy(device))
         return copy->data;
-    void* block = device.allocate(bytes_, 64, usm::alloc::device);
+    copies_.reserve(copies_.size() + 1);
+    void* block = device.allocate(bytes_, 64, memory_kind::device);
     if (block == nullptr)
         throw exception(errc::memory_allocation, "the device has no memory for a buffer");
     copies_.push_back({device.shared_from_this(), static_cast<std::byte*>(block), false});
@@ -128,7 +128,7 @@ void buffer_impl::refuse_to_wait_for_oneself() {
             throw exception(errc::invalid, "a host accessor of this thread holds the buffer");
 }
 
-void buffer_impl::begin_access(queue_impl& queue, bool writes, bool discards, bool on_host) {
+void buffer_impl::begin_access(queue_impl& queue, bool writes, bool discards) {
     lock(writes);
     if (!queue.device->separate_memory && !has_copies_.load(std::memory_order_acquire)) {
         if (writes) {
@@ -140,7 +140,7 @@ void buffer_impl::begin_access(queue_impl& queue, bool writes, bool discards, bo
     try {
         const std::lock_guard moving(data_mutex_);
         last_queue_ = queue.weak_from_this();
-        if (queue.device->separate_memory && !on_host) {
+        if (queue.device->separate_memory) {
             bring_to_device(queue, writes, discards);
         } else {
             if (!discards)
@@ -189,19 +189,19 @@ void buffer_impl::end_host_access(const void* thread, bool writes) noexcept {
 buffer_impl::~buffer_impl() {
     const auto queue = last_queue_.lock();
     try {
-        const bool elsewhere = final_data_ != nullptr && (modified_ || explicit_final_data_);
-        const bool in_place = in_place_ && modified_ && !explicit_final_data_;
-        if (write_back_ && has_contents_ && (elsewhere || in_place)) {
+        if (target_ != nullptr && modified_) {
             bring_to_host(queue.get());
-            if (elsewhere)
-                final_data_(host_.load(std::memory_order_relaxed), bytes_);
+            if (host_.load(std::memory_order_relaxed) != target_)
+                copy_bytes(target_, host_.load(std::memory_order_relaxed), bytes_);
         }
     } catch (...) {
         if (queue != nullptr)
             queue->report(std::current_exception());
     }
+    if (owns_host_)
+        std::free(host_.load(std::memory_order_relaxed));
     for (const device_copy& copy : copies_)
-        copy.device->deallocate(copy.data, bytes_, usm::alloc::device);
+        copy.device->deallocate(copy.data, bytes_, memory_kind::device);
 }
 
 host_access::host_access(std::shared_ptr<buffer_impl> buffer, bool writes, bool discards)
@@ -213,19 +213,17 @@ host_access::~host_access() {
     buffer_->end_host_access(thread_, writes_);
 }
 
-void requirement_list::add(const std::shared_ptr<buffer_impl>& buffer, bool writes, bool discards, bool on_host) {
+void requirement_list::add(const std::shared_ptr<buffer_impl>& buffer, bool writes, bool discards) {
     requirement* begin = entries();
     requirement* place = begin;
     while (place != begin + count_ && std::less<>()(place->buffer.get(), buffer.get()))
         ++place;
     if (place != begin + count_ && place->buffer == buffer) {
-        if (place->on_host != on_host)
-            throw exception(errc::invalid, "a command group uses a buffer on the host and on the device");
         place->writes = place->writes || writes;
         place->discards = place->discards && discards;
         return;
     }
-    requirement fresh{buffer, writes, discards, on_host};
+    requirement fresh{buffer, writes, discards};
     if (count_ < inline_capacity) {
         std::move_backward(place, begin + count_, begin + count_ + 1);
         *place = std::move(fresh);
@@ -242,7 +240,7 @@ void requirement_list::begin_access(queue_impl& queue) {
     requirement* const list = entries();
     try {
         for (; held_ < count_; ++held_)
-            list[held_].buffer->begin_access(queue, list[held_].writes, list[held_].discards, list[held_].on_host);
+            list[held_].buffer->begin_access(queue, list[held_].writes, list[held_].discards);
     } catch (...) {
         end_access();
         throw;

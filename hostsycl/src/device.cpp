@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 
 #include <unistd.h>
 #if defined(__x86_64__) || defined(__i386__)
@@ -71,50 +70,49 @@ std::shared_ptr<device_impl> make_cpu() {
     cpu->driver_version = "0.1.0";
     cpu->global_mem_size = physical_memory();
     cpu->local_mem_size = std::size_t{1} << 20;
-    cpu->compute_units = std::max(1u, std::thread::hardware_concurrency());
     cpu->max_work_group_size = 4096;
     cpu->sub_group_sizes = {16};
     for (const aspect which :
-         {aspect::cpu, aspect::host_debuggable, aspect::fp64, aspect::atomic64, aspect::usm_device_allocations,
-          aspect::usm_host_allocations, aspect::usm_atomic_host_allocations, aspect::usm_shared_allocations,
-          aspect::usm_atomic_shared_allocations, aspect::usm_system_allocations})
+         {aspect::cpu, aspect::fp64, aspect::atomic64, aspect::usm_device_allocations, aspect::usm_host_allocations})
         cpu->aspects.set(static_cast<std::size_t>(which));
-    attach_platform(cpu, backend::hostsycl, "hostsycl", cpu->vendor);
     return cpu;
 }
 
 bool matches(const device_impl& device, info::device_type type) {
-    return type == info::device_type::all || type == info::device_type::automatic || type == device.type;
+    return type == info::device_type::all || type == device.type;
 }
 
 } // namespace
 
-device_impl::device_impl() : plan(std::make_unique<fault_plan>()) {}
+device_impl::device_impl() : plan(std::make_unique<fault_plan>(faults_armed)) {}
 device_impl::~device_impl() = default;
 
-bool fault_plan::meet(fault_kind kind, std::exception_ptr& error) {
-    bool met = false;
-    for (auto next = faults.begin(); next != faults.end();) {
-        if (next->kind == kind && --next->countdown == 0) {
-            met = true;
-            error = next->error;
-            next = faults.erase(next);
-        } else {
-            ++next;
-        }
-    }
-    return met;
+void fault_plan::add(fault_kind kind, unsigned n, std::exception_ptr error) {
+    if (n == 0)
+        throw exception(errc::invalid, "planned faults count from 1");
+    const std::lock_guard lock(mutex);
+    faults_.push_back({kind, n, std::move(error)});
+    armed_ = true;
 }
 
-void attach_platform(const std::shared_ptr<device_impl>& device, backend device_backend, std::string name,
-                     std::string vendor) {
-    device->platform = std::make_shared<platform_impl>();
-    device->platform->backend = device_backend;
-    device->platform->name = std::move(name);
-    device->platform->vendor = std::move(vendor);
-    device->default_context = std::make_shared<context_impl>();
-    device->default_context->platform = device->platform;
-    device->default_context->devices = {device};
+void fault_plan::clear() {
+    const std::lock_guard lock(mutex);
+    faults_.clear();
+    allocation_limit = SIZE_MAX;
+    armed_ = false;
+}
+
+std::optional<std::exception_ptr> fault_plan::meet(fault_kind kind) {
+    const std::lock_guard lock(mutex);
+    std::optional<std::exception_ptr> met;
+    std::erase_if(faults_, [&](fault& each) {
+        if (each.kind != kind || --each.countdown != 0)
+            return false;
+        met = each.error;
+        return true;
+    });
+    armed_ = !faults_.empty();
+    return met;
 }
 
 device_registry::device_registry() : cpu_(make_cpu()) {}
@@ -154,42 +152,7 @@ void require_info(const device_impl& device) {
         throw exception(errc::runtime, "the device does not answer");
 }
 
-int default_selector::operator()(const device& candidate) const {
-    return candidate.is_gpu() ? 500 : candidate.is_cpu() ? 300 : 75;
-}
-int cpu_selector::operator()(const device& candidate) const {
-    return candidate.is_cpu() ? 1000 : -1;
-}
-int gpu_selector::operator()(const device& candidate) const {
-    return candidate.is_gpu() ? 1000 : -1;
-}
-int accelerator_selector::operator()(const device& candidate) const {
-    return candidate.is_accelerator() ? 1000 : -1;
-}
-
 } // namespace detail
-
-platform::platform() : platform(default_selector_v) {}
-
-std::vector<device> platform::get_devices(info::device_type type) const {
-    std::vector<device> list;
-    for (auto& each : detail::device_registry::instance().devices())
-        if (each->platform == impl_ && detail::matches(*each, type))
-            list.emplace_back(std::move(each));
-    return list;
-}
-
-bool platform::has(aspect which) const {
-    const auto devices = get_devices();
-    return std::all_of(devices.begin(), devices.end(), [which](const device& d) { return d.has(which); });
-}
-
-std::vector<platform> platform::get_platforms() {
-    std::vector<platform> list;
-    for (const auto& each : detail::device_registry::instance().devices())
-        list.emplace_back(each->platform);
-    return list;
-}
 
 device::device() : device(default_selector_v) {}
 
@@ -214,38 +177,6 @@ device device::select(const std::function<int(const device&)>& score) {
     if (best == nullptr)
         throw exception(errc::runtime, "no device fits the selector");
     return device(std::move(best));
-}
-
-namespace {
-
-std::shared_ptr<detail::context_impl> make_context(const std::vector<device>& devices) {
-    if (devices.empty())
-        throw exception(errc::invalid, "a context needs a device");
-    auto impl = std::make_shared<detail::context_impl>();
-    impl->platform = devices.front().impl()->platform;
-    for (const device& each : devices) {
-        if (each.impl()->platform != impl->platform)
-            throw exception(errc::invalid, "the devices of a context must belong to one platform");
-        impl->devices.push_back(each.impl());
-    }
-    return impl;
-}
-
-} // namespace
-
-context::context(const property_list&) : context(device()) {}
-context::context(async_handler, const property_list&) : context(device()) {}
-context::context(const device& device, const property_list&) : handle(make_context({device})) {}
-context::context(const device& device, async_handler, const property_list&) : context(device) {}
-context::context(const platform& platform, const property_list&) : handle(make_context(platform.get_devices())) {}
-context::context(const std::vector<device>& devices, const property_list&) : handle(make_context(devices)) {}
-
-std::vector<device> context::get_devices() const {
-    std::vector<device> list;
-    for (const auto& each : impl_->devices)
-        if (auto alive = each.lock())
-            list.emplace_back(std::move(alive));
-    return list;
 }
 
 } // namespace sycl

@@ -1,6 +1,7 @@
 // The devices of the process, and what is planned to go wrong with them.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -17,22 +18,31 @@ namespace sycl::detail {
 enum class fault_kind { device_allocation, host_allocation, kernel, submit, copy };
 
 /// Counts and faults of one device.
-struct fault_plan {
+class fault_plan {
+  public:
+    /// `armed` is true while anything is planned.
+    explicit fault_plan(std::atomic<bool>& armed) : armed_(armed) {}
+
+    /// The n-th event of this kind from now fails with `error`.
+    void add(fault_kind kind, unsigned n, std::exception_ptr error);
+    void clear();
+    /// Counts one event of this kind. If a fault was planned for it, its error.
+    std::optional<std::exception_ptr> meet(fault_kind kind);
+
+    std::mutex mutex;
+    // Under the mutex.
+    hostsycl::device_counters counters;
+    std::size_t allocation_limit = SIZE_MAX;
+
+  private:
     struct fault {
         fault_kind kind;
         unsigned countdown;
         std::exception_ptr error;
     };
 
-    std::mutex mutex;
-    hostsycl::device_counters counters;
-    std::vector<fault> faults;
-    std::size_t allocation_limit = SIZE_MAX;
-
-    /// Counts one event of this kind. True if a fault was planned for it; `error` then gets its exception.
-    bool meet(fault_kind kind, std::exception_ptr& error);
-    /// Whether anything is left that a launch has to look at.
-    bool armed() const { return !faults.empty(); }
+    std::atomic<bool>& armed_;
+    std::vector<fault> faults_;
 };
 
 class device_registry {
@@ -53,9 +63,5 @@ class device_registry {
     int cpu_hidden_ = 0;
     std::vector<std::shared_ptr<device_impl>> added_;
 };
-
-/// Gives a device its platform and its default context.
-void attach_platform(const std::shared_ptr<device_impl>& device, backend device_backend, std::string name,
-                     std::string vendor);
 
 } // namespace sycl::detail

@@ -24,11 +24,12 @@ namespace sycl::detail {
 
 namespace {
 
-// A decision is taken once pieces have run for this long, so that cold caches do not look like heavy work...
+// Pieces must have run for this long before their time is believed: cold caches make the first ones slow.
 constexpr double trusted_nanoseconds = 1000.0;
-// ...and work that is left goes parallel if it would take longer than this, some times what starting workers costs.
+// The rest of a launch goes to all threads if one thread would need longer than this. Waking threads costs a few
+// microseconds.
 constexpr double parallel_nanoseconds = 15000.0;
-// What one parallel interval should take: far above the cost of a task, far below a launch.
+// What one parallel interval should take: far more than handing it to a thread costs, far less than a launch.
 constexpr double interval_nanoseconds = 10000.0;
 constexpr std::size_t first_piece = 16;
 constexpr std::size_t piece_growth = 8;

@@ -1,8 +1,6 @@
 #include "hostsycl/queue.hpp"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 
 #include "device_registry.hpp"
@@ -10,7 +8,7 @@
 namespace sycl {
 namespace detail {
 
-bool count_usm_copy(queue_impl& queue, void* target, const void* source, std::size_t bytes);
+void copy_usm(queue_impl& queue, void* target, const void* source, std::size_t bytes);
 
 namespace {
 
@@ -30,10 +28,18 @@ namespace {
 
 } // namespace
 
-queue_impl::queue_impl(std::shared_ptr<device_impl> queue_device, std::shared_ptr<context_impl> queue_context,
-                       async_handler queue_handler, const property_list& queue_properties)
-    : device(std::move(queue_device)), context(std::move(queue_context)), handler(std::move(queue_handler)),
-      properties(queue_properties) {}
+queue_impl::queue_impl(std::shared_ptr<device_impl> queue_device, async_handler queue_handler,
+                       const property_list& queue_properties)
+    : device(std::move(queue_device)), handler(std::move(queue_handler)), properties(queue_properties) {}
+
+queue_impl::~queue_impl() {
+    try {
+        if (handler)
+            throw_asynchronous();
+    } catch (...) {
+        // What a handler throws has no way out of a destructor.
+    }
+}
 
 void queue_impl::report(std::exception_ptr error) {
     const std::lock_guard lock(mutex_);
@@ -56,28 +62,16 @@ void queue_impl::deliver_errors() {
 }
 
 void queue_impl::meet_submit_faults() {
-    std::exception_ptr error;
-    {
-        const std::lock_guard lock(device->plan->mutex);
-        device->plan->meet(fault_kind::submit, error);
-        device->faults_armed = device->plan->armed();
-    }
-    if (error != nullptr)
-        std::rethrow_exception(error);
+    if (const auto error = device->plan->meet(fault_kind::submit))
+        std::rethrow_exception(*error);
 }
 
 bool queue_impl::meet_kernel_faults() {
     meet_submit_faults();
-    std::exception_ptr error;
-    {
-        const std::lock_guard lock(device->plan->mutex);
-        device->plan->meet(fault_kind::kernel, error);
-        device->faults_armed = device->plan->armed();
-    }
-    if (error == nullptr)
-        return true;
-    report(error);
-    return false;
+    const auto error = device->plan->meet(fault_kind::kernel);
+    if (error)
+        report(*error);
+    return !error;
 }
 
 void queue_memcpy(queue_impl& queue, void* target, const void* source, std::size_t bytes) {
@@ -87,9 +81,9 @@ void queue_memcpy(queue_impl& queue, void* target, const void* source, std::size
         throw exception(errc::invalid, "memcpy from or to a null pointer");
     queue.begin_command();
     if (queue.device->separate_memory || queue.device->faults_armed)
-        if (!count_usm_copy(queue, target, source, bytes))
-            return;
-    copy_bytes(target, source, bytes);
+        copy_usm(queue, target, source, bytes);
+    else
+        copy_bytes(target, source, bytes);
 }
 
 void queue_memset(queue_impl& queue, void* target, int value, std::size_t bytes) {
@@ -104,15 +98,6 @@ void queue_memset(queue_impl& queue, void* target, int value, std::size_t bytes)
 } // namespace detail
 
 queue::queue(const device& device, const async_handler& handler, const property_list& properties)
-    : handle(std::make_shared<detail::queue_impl>(device.impl(), device.impl()->default_context, handler, properties)) {
-}
-
-queue::queue(const context& context, const device& device, const async_handler& handler,
-             const property_list& properties)
-    : handle(std::make_shared<detail::queue_impl>(device.impl(), context.impl(), handler, properties)) {
-    const auto devices = context.get_devices();
-    if (std::find(devices.begin(), devices.end(), device) == devices.end())
-        throw exception(errc::invalid, "the device does not belong to the context");
-}
+    : handle(std::make_shared<detail::queue_impl>(device.impl(), handler, properties)) {}
 
 } // namespace sycl

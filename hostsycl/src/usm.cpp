@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <new>
 
 #include <sys/mman.h>
 
@@ -40,7 +41,7 @@ class allocation_table {
   public:
     struct allocation {
         std::size_t bytes;
-        usm::alloc kind;
+        memory_kind kind;
         std::shared_ptr<device_impl> device;
     };
 
@@ -83,33 +84,17 @@ class allocation_table {
     std::map<std::uintptr_t, allocation> entries_;
 };
 
-void require_aspect(const device_impl& device, usm::alloc kind) {
-    const aspect needed = kind == usm::alloc::device ? aspect::usm_device_allocations
-                          : kind == usm::alloc::host ? aspect::usm_host_allocations
-                                                     : aspect::usm_shared_allocations;
-    if (!device.has(needed))
-        throw exception(errc::feature_not_supported, "the device has no USM allocations of this kind");
-}
-
 } // namespace
 
-void* device_impl::allocate(std::size_t bytes, std::size_t alignment, usm::alloc kind) {
-    const bool on_host = kind == usm::alloc::host;
-    {
+void* device_impl::allocate(std::size_t bytes, std::size_t alignment, memory_kind kind) {
+    const bool on_host = kind == memory_kind::host;
+    if (plan->meet(on_host ? fault_kind::host_allocation : fault_kind::device_allocation))
+        return nullptr;
+    if (!on_host) {
         const std::lock_guard lock(plan->mutex);
-        std::exception_ptr unused;
-        const bool fails = plan->meet(on_host ? fault_kind::host_allocation : fault_kind::device_allocation, unused);
-        faults_armed = plan->armed();
-        if (fails)
+        if (bytes > plan->allocation_limit || bytes > global_mem_size ||
+            plan->counters.bytes_in_use > global_mem_size - bytes)
             return nullptr;
-        if (on_host) {
-            if (bytes > global_mem_size && !separate_memory)
-                return nullptr;
-        } else {
-            if (bytes > plan->allocation_limit || bytes > global_mem_size ||
-                plan->counters.bytes_in_use > global_mem_size - bytes)
-                return nullptr;
-        }
     }
     void* block = allocate_block(bytes, alignment);
     if (block == nullptr)
@@ -128,10 +113,10 @@ void* device_impl::allocate(std::size_t bytes, std::size_t alignment, usm::alloc
     return block;
 }
 
-void device_impl::deallocate(void* block, std::size_t bytes, usm::alloc kind) noexcept {
+void device_impl::deallocate(void* block, std::size_t bytes, memory_kind kind) noexcept {
     std::free(block);
     const std::lock_guard lock(plan->mutex);
-    if (kind == usm::alloc::host) {
+    if (kind == memory_kind::host) {
         --plan->counters.live_host_allocations;
     } else {
         --plan->counters.live_allocations;
@@ -139,81 +124,73 @@ void device_impl::deallocate(void* block, std::size_t bytes, usm::alloc kind) no
     }
 }
 
-void* usm_allocate(std::size_t alignment, std::size_t bytes, const device& where, usm::alloc kind) {
-    device_impl& device = *where.impl();
-    require_aspect(device, kind);
-    if (alignment == 0)
-        alignment = usm_default_alignment;
-    if (!std::has_single_bit(alignment))
-        return nullptr;
-    void* block = device.allocate(bytes, std::max(alignment, usm_default_alignment), kind);
-    if (block != nullptr)
-        allocation_table::instance().add(block, {bytes, kind, where.impl()});
-    return block;
-}
-
-device usm_device(const queue& q) {
-    return q.get_device();
-}
-
-device usm_host_device(const context& where) {
-    const auto devices = where.get_devices();
-    if (devices.empty())
-        throw exception(errc::invalid, "the devices of the context are gone");
-    return devices.front();
-}
-
-/// Counts a copy between USM blocks, or blocks and host memory, in the direction that it crosses.
-bool count_usm_copy(queue_impl& queue, void* target, const void* source, std::size_t bytes) {
-    allocation_table::allocation entry;
+/// A copy between USM blocks, or blocks and host memory, counted in the direction that it crosses.
+void copy_usm(queue_impl& queue, void* target, const void* source, std::size_t bytes) {
     const auto on_device = [&](const void* pointer) {
-        return allocation_table::instance().find(pointer, entry) && entry.kind == usm::alloc::device &&
+        allocation_table::allocation entry;
+        return allocation_table::instance().find(pointer, entry) && entry.kind == memory_kind::device &&
                entry.device == queue.device;
     };
     const bool to_device = on_device(target);
     const bool from_device = on_device(source);
-    std::exception_ptr error;
-    bool fails = false;
-    {
-        fault_plan& plan = *queue.device->plan;
-        const std::lock_guard lock(plan.mutex);
-        fails = plan.meet(fault_kind::copy, error);
-        queue.device->faults_armed = plan.armed();
-        if (!fails && to_device && !from_device)
-            plan.counters.bytes_copied_to_device += bytes;
-        if (!fails && from_device && !to_device)
-            plan.counters.bytes_copied_to_host += bytes;
+    fault_plan& plan = *queue.device->plan;
+    if (const auto error = plan.meet(fault_kind::copy)) {
+        queue.report(*error);
+        return;
     }
-    if (fails)
-        queue.report(error);
-    return !fails;
+    if (to_device != from_device) {
+        const std::lock_guard lock(plan.mutex);
+        (to_device ? plan.counters.bytes_copied_to_device : plan.counters.bytes_copied_to_host) += bytes;
+    }
+    copy_bytes(target, source, bytes);
 }
 
+namespace {
+
+/// Wide enough for any vector.
+constexpr std::size_t least_alignment = 64;
+
+void* allocate_usm(std::size_t alignment, std::size_t bytes, const std::shared_ptr<device_impl>& device,
+                   memory_kind kind) {
+    const aspect needed = kind == memory_kind::host ? aspect::usm_host_allocations : aspect::usm_device_allocations;
+    if (!device->has(needed))
+        throw exception(errc::feature_not_supported, "the device has no USM allocations of this kind");
+    if (!std::has_single_bit(alignment))
+        return nullptr;
+    void* block = device->allocate(bytes, std::max(alignment, least_alignment), kind);
+    if (block == nullptr)
+        return nullptr;
+    try {
+        allocation_table::instance().add(block, {bytes, kind, device});
+    } catch (const std::bad_alloc&) {
+        device->deallocate(block, bytes, kind);
+        return nullptr;
+    }
+    return block;
+}
+
+} // namespace
 } // namespace detail
 
-void free(void* block, const context&) {
+void* aligned_alloc_device(std::size_t alignment, std::size_t bytes, const device& where, const context&) {
+    return detail::allocate_usm(alignment, bytes, where.impl(), detail::memory_kind::device);
+}
+
+void* malloc_device(std::size_t bytes, const queue& where) {
+    return detail::allocate_usm(detail::least_alignment, bytes, where.impl()->device, detail::memory_kind::device);
+}
+
+void* malloc_host(std::size_t bytes, const queue& where) {
+    return detail::allocate_usm(detail::least_alignment, bytes, where.impl()->device, detail::memory_kind::host);
+}
+
+void free(void* block, const queue&) {
     if (block == nullptr)
         return;
     detail::allocation_table::allocation entry;
     if (!detail::allocation_table::instance().remove(block, entry))
         throw exception(errc::invalid, "the pointer given to free is no USM allocation");
     entry.device->deallocate(block, entry.bytes, entry.kind);
-}
-
-void free(void* block, const queue& q) {
-    free(block, q.get_context());
-}
-
-usm::alloc get_pointer_type(const void* pointer, const context&) {
-    detail::allocation_table::allocation entry;
-    return detail::allocation_table::instance().find(pointer, entry) ? entry.kind : usm::alloc::unknown;
-}
-
-device get_pointer_device(const void* pointer, const context&) {
-    detail::allocation_table::allocation entry;
-    if (!detail::allocation_table::instance().find(pointer, entry))
-        throw exception(errc::invalid, "the pointer points into no USM allocation");
-    return device(entry.device);
 }
 
 } // namespace sycl

@@ -85,33 +85,18 @@ struct pooled_stack {
 /// until one of them stops; from then on it belongs to that item until the item has ended.
 class fiber_scheduler {
   public:
-    explicit fiber_scheduler(group_execution& execution)
-        : execution_(execution),
-          barriers_(1 + (execution.items_ + execution.sub_group_size_ - 1) / execution.sub_group_size_) {
-        contexts_.emplace_back();
-        barriers_[0].size = execution.items_;
-        for (std::size_t i = 1; i < barriers_.size(); ++i)
-            barriers_[i].size =
-                std::min(execution.sub_group_size_, execution.items_ - (i - 1) * execution.sub_group_size_);
-    }
+    explicit fiber_scheduler(group_execution& execution) : execution_(execution) { contexts_.emplace_back(); }
 
-    /// Barrier 0 is that of the group, 1 + i that of sub-group i. What fails for want of memory fails before the item
-    /// counts as having come.
-    void synchronise(std::size_t barrier_number, std::size_t rank, void* record, collective_function function) {
-        barrier& meeting = barriers_[barrier_number];
-        meeting.function = function;
-        if (record != nullptr) {
-            meeting.records.resize(meeting.size);
-            meeting.records[rank] = record;
-        }
-        if (meeting.arrived + 1 == meeting.size) {
-            open(meeting);
+    /// What fails for want of memory fails before the item counts as having come.
+    void wait_at_barrier() {
+        if (arrived_ + 1 == execution_.items_) {
+            open_barrier();
             return;
         }
         const bool starts_items = ready_.empty() && execution_.next_item < execution_.items_;
         const std::size_t fiber = starts_items ? make_fiber() : none;
-        ++meeting.arrived;
-        append(meeting.waiting, current_);
+        ++arrived_;
+        append(waiting_, current_);
         const std::size_t next = starts_items ? fiber : take_ready();
         if (next != current_)
             switch_to(next);
@@ -135,34 +120,16 @@ class fiber_scheduler {
         bool empty() const { return first == none; }
     };
 
-    struct barrier {
-        std::size_t size = 0;
-        std::size_t arrived = 0;
-        collective_function function = nullptr;
-        std::vector<void*> records;
-        context_list waiting;
-    };
-
     struct stack_of_items {
         boost::context::fiber suspended;
         std::size_t next = none;
-#if defined(HOSTSYCL_ADDRESS_SANITIZER)
-        void* fake_stack = nullptr;
-        const void* bottom = nullptr;
-        std::size_t bytes = 0;
-#endif
-#if defined(HOSTSYCL_THREAD_SANITIZER)
-        void* sanitizer_fiber = nullptr;
-#endif
+        watched_stack watched;
     };
 
-    void open(barrier& meeting) {
-        if (meeting.function != nullptr && !meeting.records.empty())
-            meeting.function(meeting.records.data(), meeting.records.size());
-        std::fill(meeting.records.begin(), meeting.records.end(), nullptr);
-        meeting.arrived = 0;
-        while (!meeting.waiting.empty())
-            append(ready_, take(meeting.waiting));
+    void open_barrier() {
+        arrived_ = 0;
+        while (!waiting_.empty())
+            append(ready_, take(waiting_));
     }
 
     void append(context_list& list, std::size_t number) {
@@ -177,13 +144,11 @@ class fiber_scheduler {
         return number;
     }
 
-    /// A context that can go on. If there is none, some items of a group have ended and the others wait for them, which
-    /// SYCL does not allow; rather than hang, the barriers open.
+    /// A context that can go on. If there is none, some items of the group have ended and the others wait for them,
+    /// which SYCL does not allow; rather than hang, the barrier opens.
     std::size_t take_ready() {
         if (ready_.empty())
-            for (barrier& meeting : barriers_)
-                if (!meeting.waiting.empty())
-                    open(meeting);
+            open_barrier();
         return take(ready_);
     }
 
@@ -201,42 +166,26 @@ class fiber_scheduler {
                                       execution_.run_items_(execution_.frame_);
                                       return leave(number);
                                   });
-#if defined(HOSTSYCL_ADDRESS_SANITIZER)
-        contexts_[number].fake_stack = nullptr;
-        contexts_[number].bottom = static_cast<const std::byte*>(stack.sp) - stack.size;
-        contexts_[number].bytes = stack.size;
-#endif
-#if defined(HOSTSYCL_THREAD_SANITIZER)
-        contexts_[number].sanitizer_fiber = __tsan_create_fiber(0);
-#endif
+        watch_fiber(contexts_[number].watched, static_cast<const std::byte*>(stack.sp) - stack.size, stack.size);
         return number;
     }
 
     void switch_to(std::size_t target) {
         const std::size_t self = current_;
         previous_ = self;
-        announce_switch(target, false);
+        begin_switch(contexts_[self].watched, contexts_[target].watched, false);
         boost::context::fiber next = std::move(contexts_[target].suspended);
         arrive(self, std::move(next).resume());
     }
 
     /// On the stack of context `self`, which has just been switched to from context `previous_`.
     void arrive(std::size_t self, boost::context::fiber&& from) {
-#if defined(HOSTSYCL_ADDRESS_SANITIZER)
-        const void* bottom = nullptr;
-        std::size_t bytes = 0;
-        __sanitizer_finish_switch_fiber(contexts_[self].fake_stack, &bottom, &bytes);
-        contexts_[previous_].bottom = bottom;
-        contexts_[previous_].bytes = bytes;
-#endif
-        if (from) {
-            contexts_[previous_].suspended = std::move(from);
-        } else {
-#if defined(HOSTSYCL_THREAD_SANITIZER)
-            __tsan_destroy_fiber(contexts_[previous_].sanitizer_fiber);
-#endif
+        const bool has_ended = !from;
+        end_switch(contexts_[previous_].watched, contexts_[self].watched, has_ended);
+        if (has_ended)
             append(unused_, previous_);
-        }
+        else
+            contexts_[previous_].suspended = std::move(from);
         current_ = self;
     }
 
@@ -244,28 +193,17 @@ class fiber_scheduler {
     boost::context::fiber leave(std::size_t self) {
         const std::size_t next = execution_.finished == execution_.items_ ? 0 : take_ready();
         previous_ = self;
-        announce_switch(next, true);
+        begin_switch(contexts_[self].watched, contexts_[next].watched, true);
         return std::move(contexts_[next].suspended);
     }
 
-    void announce_switch([[maybe_unused]] std::size_t target, [[maybe_unused]] bool for_good) {
-#if defined(HOSTSYCL_ADDRESS_SANITIZER)
-        __sanitizer_start_switch_fiber(for_good ? nullptr : &contexts_[previous_].fake_stack, contexts_[target].bottom,
-                                       contexts_[target].bytes);
-#endif
-#if defined(HOSTSYCL_THREAD_SANITIZER)
-        if (contexts_[previous_].sanitizer_fiber == nullptr)
-            contexts_[previous_].sanitizer_fiber = __tsan_get_current_fiber();
-        __tsan_switch_to_fiber(contexts_[target].sanitizer_fiber, 0);
-#endif
-    }
-
     group_execution& execution_;
-    std::vector<barrier> barriers_;
     // References to contexts must stay valid while more are made.
     std::deque<stack_of_items> contexts_;
     context_list unused_;
     context_list ready_;
+    context_list waiting_;
+    std::size_t arrived_ = 0;
     std::size_t current_ = 0;
     std::size_t previous_ = 0;
 };
@@ -274,22 +212,14 @@ group_execution::~group_execution() {
     delete scheduler_;
 }
 
-fiber_scheduler& group_execution::scheduler() {
+void group_execution::wait_at_barrier() {
     if (scheduler_ == nullptr)
         scheduler_ = new fiber_scheduler(*this);
-    return *scheduler_;
-}
-
-void group_execution::synchronise_group(std::size_t item, void* record, collective_function function) {
-    scheduler().synchronise(0, item, record, function);
-}
-
-void group_execution::synchronise_sub_group(std::size_t item, void* record, collective_function function) {
-    scheduler().synchronise(1 + item / sub_group_size_, item % sub_group_size_, record, function);
+    scheduler_->wait_at_barrier();
 }
 
 void group_execution::wait_for_items() {
-    scheduler().wait_for_items();
+    scheduler_->wait_for_items();
 }
 
 namespace {

@@ -12,10 +12,7 @@
 
 namespace sycl {
 
-class context;
-
 namespace detail {
-struct context_impl;
 struct queue_impl;
 } // namespace detail
 
@@ -50,42 +47,22 @@ namespace sycl {
 class exception : public virtual std::exception {
   public:
     exception(std::error_code code, const std::string& message);
-    exception(std::error_code code, const char* message);
-    exception(std::error_code code);
-    exception(int value, const std::error_category& category, const std::string& message);
-    exception(int value, const std::error_category& category, const char* message);
-    exception(int value, const std::error_category& category);
-    exception(context where, std::error_code code, const std::string& message);
-    exception(context where, std::error_code code, const char* message);
-    exception(context where, std::error_code code);
 
     const std::error_code& code() const noexcept { return code_; }
-    const std::error_category& category() const noexcept { return code_.category(); }
-
-    /// The message it was built with, and nothing added; the text of the code if there was none.
     const char* what() const noexcept override { return message_->c_str(); }
-
-    bool has_context() const noexcept { return context_ != nullptr; }
-    context get_context() const;
 
   private:
     std::error_code code_;
     // Shared, so that copying an exception cannot throw.
     std::shared_ptr<const std::string> message_;
-    std::shared_ptr<detail::context_impl> context_;
 };
 
 /// Asynchronous errors in the order in which they were raised.
 class exception_list {
   public:
-    using value_type = std::exception_ptr;
-    using reference = value_type&;
-    using const_reference = const value_type&;
-    using size_type = std::size_t;
     using iterator = std::vector<std::exception_ptr>::const_iterator;
-    using const_iterator = iterator;
 
-    size_type size() const { return errors_.size(); }
+    std::size_t size() const { return errors_.size(); }
     iterator begin() const { return errors_.begin(); }
     iterator end() const { return errors_.end(); }
 

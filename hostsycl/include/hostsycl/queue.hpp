@@ -1,14 +1,12 @@
 // Queues, command groups and events. A command has ended when the call that submits it returns.
 #pragma once
 
-#include <concepts>
+#include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <tuple>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "hostsycl/access.hpp"
 #include "hostsycl/buffer.hpp"
@@ -23,90 +21,45 @@
 
 namespace sycl {
 
-namespace info::event {
-struct command_execution_status {
-    using return_type = info::event_command_status;
-};
-} // namespace info::event
-
 /// A command that was submitted. There is never anything to wait for; wait_and_throw delivers its queue's errors.
-class event : public detail::handle<event, detail::queue_impl> {
+class event {
   public:
     event() = default;
-    explicit event(std::shared_ptr<detail::queue_impl> queue) : handle(std::move(queue)) {}
+    explicit event(std::shared_ptr<detail::queue_impl> queue) : queue_(std::move(queue)) {}
 
-    backend get_backend() const noexcept {
-        return this->impl_ ? this->impl_->device->platform->backend : backend::hostsycl;
-    }
     void wait() const {}
     void wait_and_throw() const {
-        if (this->impl_)
-            this->impl_->throw_asynchronous();
+        if (queue_)
+            queue_->throw_asynchronous();
     }
-    static void wait(const std::vector<event>&) {}
-    static void wait_and_throw(const std::vector<event>& events) {
-        for (const event& each : events)
-            each.wait_and_throw();
-    }
-    std::vector<event> get_wait_list() const { return {}; }
 
-    template <class Parameter>
-    requires std::is_same_v<Parameter, info::event::command_execution_status> info::event_command_status get_info()
-    const { return info::event_command_status::complete; }
+  private:
+    std::shared_ptr<detail::queue_impl> queue_;
 };
-
-/// What a host task may be given; there is no native object to reach through it.
-class interop_handle {};
 
 namespace detail {
 
-template <class T>
-inline constexpr bool is_event_argument = std::is_same_v<T, event> || std::is_same_v<T, std::vector<event>>;
-
-/// Calls `launch(kernel, reductions...)` with the arguments of a parallel_for, where the kernel comes last and events
-/// to wait for, which have all ended, may come first.
-template <class Launch, class... Arguments>
-void with_kernel(const Launch& launch, Arguments&&... arguments) {
-    auto all = std::forward_as_tuple(arguments...);
-    using first_type = std::remove_cvref_t<std::tuple_element_t<0, decltype(all)>>;
-    constexpr std::size_t skipped = is_event_argument<first_type> ? 1 : 0;
-    constexpr std::size_t last = sizeof...(Arguments) - 1;
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        static_assert((is_reduction<std::remove_cvref_t<std::tuple_element_t<I + skipped, decltype(all)>>> && ...),
-                      "between the range and the kernel of a parallel_for stand reductions only");
-        launch(std::as_const(std::get<last>(all)), std::as_const(std::get<I + skipped>(all))...);
-    }
-    (std::make_index_sequence<last - skipped>());
-}
-
+/// A launch over `extent`; the last argument is the kernel, those before it are its reductions.
 template <int D, class... Arguments>
-void launch_range(queue_impl& queue, const range<D>& extent, Arguments&&... arguments) {
+void launch_range(queue_impl& queue, const range<D>& extent, const Arguments&... arguments) {
     check_range(extent);
-    with_kernel(
-        [&](const auto& kernel, const auto&... reductions) {
-            queue.run_kernel([&] {
-                if constexpr (sizeof...(reductions) == 0)
-                    run_range(kernel, extent);
-                else
-                    run_range_reduction(kernel, extent, reductions...);
-            });
-        },
-        arguments...);
+    if constexpr (sizeof...(Arguments) == 1) {
+        queue.run_kernel([&] { run_range(arguments..., extent); });
+    } else {
+        const auto all = std::forward_as_tuple(arguments...);
+        [&]<std::size_t... I>(std::index_sequence<I...>) {
+            static_assert((is_reduction<std::remove_cvref_t<std::tuple_element_t<I, decltype(all)>>> && ...),
+                          "between the range and the kernel of a parallel_for stand reductions only");
+            queue.run_kernel([&] { reduction_launch(std::get<sizeof...(I)>(all), extent, std::get<I>(all)...).run(); });
+        }
+        (std::make_index_sequence<sizeof...(Arguments) - 1>());
+    }
 }
 
-template <int D, class... Arguments>
-void launch_nd_range(queue_impl& queue, const nd_range<D>& extent, std::size_t local_bytes, Arguments&&... arguments) {
+template <int D, class Kernel>
+void launch_nd_range(queue_impl& queue, const nd_range<D>& extent, std::size_t local_bytes, const Kernel& kernel) {
     check_nd_range(extent, *queue.device, local_bytes);
-    with_kernel(
-        [&](const auto& kernel, const auto&... reductions) {
-            queue.run_kernel([&] {
-                if constexpr (sizeof...(reductions) == 0)
-                    run_nd_range(kernel, extent, *queue.device, local_bytes);
-                else
-                    run_nd_range_reduction(kernel, extent, *queue.device, local_bytes, reductions...);
-            });
-        },
-        arguments...);
+    queue.run_kernel([&] { run_nd_range(kernel, extent, *queue.device, local_bytes); });
 }
 
 void queue_memcpy(queue_impl& queue, void* target, const void* source, std::size_t bytes);
@@ -115,16 +68,11 @@ void queue_memset(queue_impl& queue, void* target, int value, std::size_t bytes)
 template <class T>
 void queue_fill(queue_impl& queue, T* target, const T& value, std::size_t count) {
     static_assert(is_device_copyable_v<T>);
-    queue.begin_command();
-    const auto fill = [target, value](item<1> place) {
-        target[place.get_id(0)] = value;
-    };
     const range<1> extent(count);
-    const cell_launch<decltype(fill), 1> launch{fill, extent};
-    run_adaptive(run_cells<decltype(fill), 1>, &launch, count, count);
+    check_range(extent);
+    queue.begin_command();
+    run_range([target, value](item<1> place) { target[place.get_id(0)] = value; }, extent);
 }
-
-struct unnamed_kernel;
 
 } // namespace detail
 
@@ -135,119 +83,37 @@ class handler {
     handler(const handler&) = delete;
     handler& operator=(const handler&) = delete;
 
-    // Everything submitted before has ended.
-    void depends_on(const event&) {}
-    void depends_on(const std::vector<event>&) {}
-    /// Accessors are bound when they are made, so there is nothing left to require.
-    template <class Accessor>
-    void require(const Accessor&) {}
-
-    template <class Name = detail::unnamed_kernel, class Kernel>
+    template <class Kernel>
     void single_task(const Kernel& kernel) {
         run([&] { queue_.run_kernel([&] { kernel(); }); });
     }
-
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    void parallel_for(const range<1>& extent, Arguments&&... arguments) {
-        run([&] { detail::launch_range(queue_, extent, arguments...); });
+    template <class... Arguments>
+    void parallel_for(const range<1>& extent, const Arguments&... arguments) {
+        run_range(extent, arguments...);
     }
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    void parallel_for(const range<2>& extent, Arguments&&... arguments) {
-        run([&] { detail::launch_range(queue_, extent, arguments...); });
+    template <class... Arguments>
+    void parallel_for(const range<2>& extent, const Arguments&... arguments) {
+        run_range(extent, arguments...);
     }
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    void parallel_for(const range<3>& extent, Arguments&&... arguments) {
-        run([&] { detail::launch_range(queue_, extent, arguments...); });
+    template <class... Arguments>
+    void parallel_for(const range<3>& extent, const Arguments&... arguments) {
+        run_range(extent, arguments...);
     }
-    template <class Name = detail::unnamed_kernel, int D, class... Arguments>
-    void parallel_for(const nd_range<D>& extent, Arguments&&... arguments) {
-        run([&] { detail::launch_nd_range(queue_, extent, local_bytes_, arguments...); });
-    }
-
-    void memcpy(void* target, const void* source, std::size_t bytes) {
-        run([&] { detail::queue_memcpy(queue_, target, source, bytes); });
-    }
-    template <class T>
-    void copy(const T* source, T* target, std::size_t count) {
-        memcpy(target, source, count * sizeof(T));
-    }
-    void memset(void* target, int value, std::size_t bytes) {
-        run([&] { detail::queue_memset(queue_, target, value, bytes); });
-    }
-    template <class T>
-    void fill(void* target, const T& value, std::size_t count) {
-        run([&] { detail::queue_fill(queue_, static_cast<T*>(target), value, count); });
-    }
-    void prefetch(const void*, std::size_t) {
-        run([&] { queue_.begin_command(); });
-    }
-    void mem_advise(const void*, std::size_t, int) {
-        run([&] { queue_.begin_command(); });
-    }
-
-    // Copies between accessors and host memory, element by element in row-major order.
-    template <class T, int D, access_mode Mode, target Target, access::placeholder Placeholder, class Out>
-    void copy(accessor<T, D, Mode, Target, Placeholder> source, Out* target) {
-        run([&] {
-            queue_.begin_command();
-            for (const auto& element : source)
-                *target++ = element;
-        });
-    }
-    template <class In, class T, int D, access_mode Mode, target Target, access::placeholder Placeholder>
-    void copy(const In* source, accessor<T, D, Mode, Target, Placeholder> target) {
-        run([&] {
-            queue_.begin_command();
-            for (auto& element : target)
-                element = *source++;
-        });
-    }
-    template <class T, int D, access_mode Mode, target Target, access::placeholder Placeholder, class U, int E,
-              access_mode OtherMode, target OtherTarget, access::placeholder OtherPlaceholder>
-    void copy(accessor<T, D, Mode, Target, Placeholder> source,
-              accessor<U, E, OtherMode, OtherTarget, OtherPlaceholder> target) {
-        if (source.size() > target.size())
-            throw exception(make_error_code(errc::invalid), "the target of a copy is smaller than its source");
-        run([&] {
-            queue_.begin_command();
-            std::copy(source.begin(), source.end(), target.begin());
-        });
-    }
-    template <class T, int D, access_mode Mode, target Target, access::placeholder Placeholder>
-    void fill(accessor<T, D, Mode, Target, Placeholder> target, const std::type_identity_t<T>& value) {
-        run([&] {
-            queue_.begin_command();
-            for (auto& element : target)
-                element = value;
-        });
-    }
-
-    template <class Function>
-    void host_task(Function&& function) {
-        run([&] {
-            try {
-                if constexpr (std::is_invocable_v<Function, interop_handle>)
-                    function(interop_handle());
-                else
-                    function();
-            } catch (...) {
-                queue_.report(std::current_exception());
-            }
-        });
+    template <int D, class Kernel>
+    void parallel_for(const nd_range<D>& extent, const Kernel& kernel) {
+        run([&] { detail::launch_nd_range(queue_, extent, local_bytes_, kernel); });
     }
 
     /// For this implementation's own use: accessors announce themselves here and learn where their data are.
-    template <class T, int D, class Allocator>
-    auto* use_buffer(const buffer<T, D, Allocator>& data, bool writes, bool discards, bool on_host) {
-        const auto& impl = data.impl();
-        void* address = on_host ? impl->host_data() : impl->data_on(*queue_.device);
-        requirements_.add(impl, writes, discards, on_host);
-        return static_cast<std::remove_const_t<T>*>(address) + data.offset();
+    template <class T, int D>
+    T* use_buffer(const buffer<T, D>& data, bool writes, bool discards) {
+        requirements_.add(data.impl(), writes, discards);
+        return static_cast<T*>(data.impl()->data_on(*queue_.device));
     }
     std::size_t reserve_local_memory(std::size_t bytes) {
         const std::size_t offset = local_bytes_;
-        // Each array begins at its own cache line.
-        local_bytes_ += (bytes + 63) / 64 * 64;
+        // Each array begins at its own cache line. More than the device has is refused by the launch.
+        local_bytes_ += (std::min(bytes, queue_.device->local_mem_size + 1) + 63) / 64 * 64;
         return offset;
     }
 
@@ -255,10 +121,17 @@ class handler {
     friend class queue;
     explicit handler(detail::queue_impl& queue) : queue_(queue) {}
 
+    template <int D, class... Arguments>
+    void run_range(const range<D>& extent, const Arguments&... arguments) {
+        if (local_bytes_ > 0)
+            throw exception(errc::kernel_argument, "a launch without work-groups has no local memory");
+        run([&] { detail::launch_range(queue_, extent, arguments...); });
+    }
+
     template <class Command>
     void run(const Command& command) {
         if (std::exchange(has_command_, true))
-            throw exception(make_error_code(errc::invalid), "a command group has exactly one command");
+            throw exception(errc::invalid, "a command group has exactly one command");
         struct hold {
             explicit hold(handler& h) : requirements(h.requirements_) { requirements.begin_access(h.queue_); }
             ~hold() { requirements.end_access(); }
@@ -274,29 +147,13 @@ class handler {
     bool has_command_ = false;
 };
 
-/// The contents of the buffer's first element take part unless initialize_to_identity is given.
-template <class T, int D, class Allocator, class Operation>
-auto reduction(buffer<T, D, Allocator> target, handler& command, Operation operation,
-               const property_list& properties = {}) {
-    const bool fresh = properties.has_property<property::reduction::initialize_to_identity>();
-    return reduction(command.use_buffer(target, true, fresh, false), operation, properties);
-}
-template <class T, int D, class Allocator, class Operation>
-auto reduction(buffer<T, D, Allocator> target, handler& command, const T& identity, Operation operation,
-               const property_list& properties = {}) {
-    const bool fresh = properties.has_property<property::reduction::initialize_to_identity>();
-    return reduction(command.use_buffer(target, true, fresh, false), identity, operation, properties);
-}
-
 class queue : public detail::handle<queue, detail::queue_impl> {
     template <class Selector>
     static constexpr bool is_selector =
         std::is_invocable_r_v<int, const Selector&, const device&> && !std::is_same_v<Selector, device>;
 
   public:
-    explicit queue(const property_list& properties = {}) : queue(device(), async_handler(), properties) {}
-    explicit queue(const async_handler& handler, const property_list& properties = {})
-        : queue(device(), handler, properties) {}
+    explicit queue(const property_list& properties = {}) : queue(device(), properties) {}
     explicit queue(const device& device, const property_list& properties = {})
         : queue(device, async_handler(), properties) {}
     explicit queue(const device& device, const async_handler& handler, const property_list& properties = {});
@@ -304,27 +161,15 @@ class queue : public detail::handle<queue, detail::queue_impl> {
     requires is_selector<Selector>
     explicit queue(const Selector& selector, const property_list& properties = {})
         : queue(device(selector), properties) {}
-    template <class Selector>
-    requires is_selector<Selector>
-    explicit queue(const Selector& selector, const async_handler& handler, const property_list& properties = {})
-        : queue(device(selector), handler, properties) {}
-    explicit queue(const context& context, const device& device, const property_list& properties = {})
-        : queue(context, device, async_handler(), properties) {}
-    explicit queue(const context& context, const device& device, const async_handler& handler,
-                   const property_list& properties = {});
 
-    backend get_backend() const noexcept { return impl_->device->platform->backend; }
-    context get_context() const { return context(impl_->context); }
+    queue(const context& of, const device& device, const property_list& properties = {}) : queue(device, properties) {
+        if (of != get_context())
+            throw exception(errc::invalid, "the device does not belong to the context");
+    }
+
+    context get_context() const { return context(impl_->device); }
     device get_device() const { return device(impl_->device); }
-    bool is_in_order() const { return has_property<property::queue::in_order>(); }
-    template <class Property>
-    bool has_property() const noexcept {
-        return impl_->properties.has_property<Property>();
-    }
-    template <class Property>
-    Property get_property() const {
-        return impl_->properties.get_property<Property>();
-    }
+    bool is_in_order() const { return impl_->properties.has_property<property::queue::in_order>(); }
 
     template <class CommandGroup>
     event submit(CommandGroup&& command_group) {
@@ -332,84 +177,51 @@ class queue : public detail::handle<queue, detail::queue_impl> {
         command_group(command);
         return event(impl_);
     }
-    template <class CommandGroup>
-    event submit(CommandGroup&& command_group, const queue&) {
-        return submit(command_group);
-    }
 
     /// Every command has ended already; errors stay for wait_and_throw.
     void wait() {}
     void wait_and_throw() { impl_->throw_asynchronous(); }
     void throw_asynchronous() { impl_->throw_asynchronous(); }
 
-    template <class Name = detail::unnamed_kernel, class Kernel>
+    template <class Kernel>
     event single_task(const Kernel& kernel) {
         impl_->run_kernel([&] { kernel(); });
         return event(impl_);
     }
-    template <class Name = detail::unnamed_kernel, class Events, class Kernel>
-    requires detail::is_event_argument<Events> event single_task(const Events&, const Kernel& kernel) {
-        return single_task<Name>(kernel);
-    }
-
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    event parallel_for(const range<1>& extent, Arguments&&... arguments) {
+    template <class... Arguments>
+    event parallel_for(const range<1>& extent, const Arguments&... arguments) {
         detail::launch_range(*impl_, extent, arguments...);
         return event(impl_);
     }
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    event parallel_for(const range<2>& extent, Arguments&&... arguments) {
+    template <class... Arguments>
+    event parallel_for(const range<2>& extent, const Arguments&... arguments) {
         detail::launch_range(*impl_, extent, arguments...);
         return event(impl_);
     }
-    template <class Name = detail::unnamed_kernel, class... Arguments>
-    event parallel_for(const range<3>& extent, Arguments&&... arguments) {
+    template <class... Arguments>
+    event parallel_for(const range<3>& extent, const Arguments&... arguments) {
         detail::launch_range(*impl_, extent, arguments...);
         return event(impl_);
     }
-    template <class Name = detail::unnamed_kernel, int D, class... Arguments>
-    event parallel_for(const nd_range<D>& extent, Arguments&&... arguments) {
-        detail::launch_nd_range(*impl_, extent, 0, arguments...);
+    template <int D, class Kernel>
+    event parallel_for(const nd_range<D>& extent, const Kernel& kernel) {
+        detail::launch_nd_range(*impl_, extent, 0, kernel);
         return event(impl_);
     }
 
-    // The events that the following may end with have all ended.
-
-    template <class... Events>
-    event memcpy(void* target, const void* source, std::size_t bytes, const Events&...) {
+    event memcpy(void* target, const void* source, std::size_t bytes) {
         detail::queue_memcpy(*impl_, target, source, bytes);
         return event(impl_);
     }
-    template <class T, class... Events>
-    event copy(const T* source, T* target, std::size_t count, const Events&...) {
-        static_assert(is_device_copyable_v<T>);
-        return memcpy(target, source, count * sizeof(T));
-    }
-    template <class... Events>
-    event memset(void* target, int value, std::size_t bytes, const Events&...) {
+    event memset(void* target, int value, std::size_t bytes) {
         detail::queue_memset(*impl_, target, value, bytes);
         return event(impl_);
     }
-    template <class T, class... Events>
-    event fill(void* target, const T& value, std::size_t count, const Events&...) {
+    template <class T>
+    event fill(void* target, const T& value, std::size_t count) {
         detail::queue_fill(*impl_, static_cast<T*>(target), value, count);
-        return event(impl_);
-    }
-    template <class... Events>
-    event prefetch(const void*, std::size_t, const Events&...) {
-        impl_->begin_command();
-        return event(impl_);
-    }
-    template <class... Events>
-    event mem_advise(const void*, std::size_t, int, const Events&...) {
-        impl_->begin_command();
         return event(impl_);
     }
 };
 
 } // namespace sycl
-
-template <>
-struct std::hash<sycl::queue> : sycl::detail::handle_hash<sycl::queue> {};
-template <>
-struct std::hash<sycl::event> : sycl::detail::handle_hash<sycl::event> {};

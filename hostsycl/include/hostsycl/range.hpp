@@ -3,8 +3,9 @@
 
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <type_traits>
+
+#include "hostsycl/exception.hpp"
 
 namespace sycl {
 
@@ -54,62 +55,7 @@ class index_array {
     HOSTSYCL_INDEX_BINARY(-)
     HOSTSYCL_INDEX_BINARY(*)
     HOSTSYCL_INDEX_BINARY(/)
-    HOSTSYCL_INDEX_BINARY(%)
-    HOSTSYCL_INDEX_BINARY(<<)
-    HOSTSYCL_INDEX_BINARY(>>)
-    HOSTSYCL_INDEX_BINARY(&)
-    HOSTSYCL_INDEX_BINARY(|)
-    HOSTSYCL_INDEX_BINARY(^)
-    HOSTSYCL_INDEX_BINARY(&&)
-    HOSTSYCL_INDEX_BINARY(||)
-    HOSTSYCL_INDEX_BINARY(<)
-    HOSTSYCL_INDEX_BINARY(>)
-    HOSTSYCL_INDEX_BINARY(<=)
-    HOSTSYCL_INDEX_BINARY(>=)
 #undef HOSTSYCL_INDEX_BINARY
-
-#define HOSTSYCL_INDEX_ASSIGN(op)                                                                                      \
-    friend constexpr Self& operator op##=(Self& a, const Self& b) {                                                    \
-        return a = a op b;                                                                                             \
-    }                                                                                                                  \
-    template <std::integral Number>                                                                                    \
-    friend constexpr Self& operator op##=(Self& a, Number b) {                                                         \
-        return a = a op b;                                                                                             \
-    }
-    HOSTSYCL_INDEX_ASSIGN(+)
-    HOSTSYCL_INDEX_ASSIGN(-)
-    HOSTSYCL_INDEX_ASSIGN(*)
-    HOSTSYCL_INDEX_ASSIGN(/)
-    HOSTSYCL_INDEX_ASSIGN(%)
-    HOSTSYCL_INDEX_ASSIGN(<<)
-    HOSTSYCL_INDEX_ASSIGN(>>)
-    HOSTSYCL_INDEX_ASSIGN(&)
-    HOSTSYCL_INDEX_ASSIGN(|)
-    HOSTSYCL_INDEX_ASSIGN(^)
-#undef HOSTSYCL_INDEX_ASSIGN
-
-    friend constexpr Self operator+(const Self& a) {
-        return a;
-    }
-    friend constexpr Self operator-(const Self& a) {
-        return Self::filled(0) - a;
-    }
-    friend constexpr Self& operator++(Self& a) {
-        return a += 1;
-    }
-    friend constexpr Self& operator--(Self& a) {
-        return a -= 1;
-    }
-    friend constexpr Self operator++(Self& a, int) {
-        const Self before = a;
-        a += 1;
-        return before;
-    }
-    friend constexpr Self operator--(Self& a, int) {
-        const Self before = a;
-        a -= 1;
-        return before;
-    }
 
   protected:
     std::size_t values_[D] = {};
@@ -222,6 +168,21 @@ constexpr id<D> index_at(std::size_t linear, const range<D>& extent) {
     return index;
 }
 
+/// Bytes of an array of this extent.
+template <int D>
+std::size_t checked_bytes(const range<D>& extent, std::size_t element_size) {
+    std::size_t bytes = element_size;
+    bool overflows = false;
+    for (int d = 0; d < D; ++d) {
+        if (extent[d] == 0)
+            return 0;
+        overflows = __builtin_mul_overflow(bytes, extent[d], &bytes) || overflows;
+    }
+    if (overflows)
+        throw exception(errc::memory_allocation, "an array would have more bytes than can be counted");
+    return bytes;
+}
+
 } // namespace detail
 
 /// A work-item of a launch over a range: its id together with the range.
@@ -241,10 +202,6 @@ class item {
 
     constexpr operator std::size_t() const requires(D == 1) { return index_[0]; }
 
-    friend constexpr bool operator==(const item& a, const item& b) {
-        return a.index_ == b.index_ && a.extent_ == b.extent_;
-    }
-
   private:
     range<D> extent_;
     id<D> index_;
@@ -262,31 +219,9 @@ class nd_range {
     constexpr range<D> get_local_range() const { return local_; }
     constexpr range<D> get_group_range() const { return global_ / local_; }
 
-    friend constexpr bool operator==(const nd_range& a, const nd_range& b) {
-        return a.global_ == b.global_ && a.local_ == b.local_;
-    }
-
   private:
     range<D> global_;
     range<D> local_;
 };
 
-namespace detail {
-
-template <class Index>
-struct index_hash {
-    std::size_t operator()(const Index& index) const {
-        std::size_t hash = 0;
-        for (int d = 0; d < Index::dimensions; ++d)
-            hash = hash * 0x9e3779b97f4a7c15u + index[d];
-        return hash;
-    }
-};
-
-} // namespace detail
 } // namespace sycl
-
-template <int D>
-struct std::hash<sycl::range<D>> : sycl::detail::index_hash<sycl::range<D>> {};
-template <int D>
-struct std::hash<sycl::id<D>> : sycl::detail::index_hash<sycl::id<D>> {};

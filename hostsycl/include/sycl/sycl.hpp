@@ -6,7 +6,6 @@
 #include "hostsycl/device.hpp"
 #include "hostsycl/exception.hpp"
 #include "hostsycl/functional.hpp"
-#include "hostsycl/group_algorithms.hpp"
 #include "hostsycl/launch.hpp"
 #include "hostsycl/math.hpp"
 #include "hostsycl/property.hpp"

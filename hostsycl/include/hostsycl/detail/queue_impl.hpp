@@ -8,16 +8,19 @@
 #include <vector>
 
 #include "hostsycl/device.hpp"
+#include "hostsycl/property.hpp"
 
 namespace sycl::detail {
 
 struct queue_impl : std::enable_shared_from_this<queue_impl> {
-    queue_impl(std::shared_ptr<device_impl> queue_device, std::shared_ptr<context_impl> queue_context,
-               async_handler queue_handler, const property_list& queue_properties);
+    queue_impl(std::shared_ptr<device_impl> queue_device, async_handler queue_handler,
+               const property_list& queue_properties);
+    /// Hands the errors that nobody asked for to the handler, if there is one.
+    ~queue_impl();
 
     const std::shared_ptr<device_impl> device;
-    const std::shared_ptr<context_impl> context;
     const async_handler handler;
+    /// Commands run in order whether these say so or not.
     const property_list properties;
 
     /// Counts a kernel. False if a planned fault has come in place of the kernel; throws if one hits the submission.
