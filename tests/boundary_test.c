@@ -1,4 +1,5 @@
-// The library as a plain C host sees it: the header alone, the shared library, and one call from start to end.
+// The library as a plain C host sees it: the header alone, the shared library,
+// and one call from start to end.
 #include <tarn/oneapi.h>
 
 #include <math.h>
@@ -23,7 +24,6 @@ static struct {
     double first_percent;
     int cancel_questions;
     int error_lines;
-    char last_error[256];
     int acquisitions;
     int releases;
     size_t acquired_bytes;
@@ -47,7 +47,7 @@ static void on_log_info(const char* text) {
 
 static void on_log_error(const char* text) {
     ++seen.error_lines;
-    strncpy(seen.last_error, text, sizeof(seen.last_error) - 1);
+    (void)text;
 }
 
 static void on_acquire_memory(size_t bytes) {
@@ -77,10 +77,6 @@ static void reset_seen(void) {
     memset(&seen, 0, sizeof(seen));
 }
 
-static bool nothing_called_back(void) {
-    return seen.progress_calls + seen.cancel_questions + seen.error_lines + seen.acquisitions + seen.releases == 0;
-}
-
 // Two levels with iterations on both; wears the terrain down.
 static thermal_shaper_Parameters shaper_parameters(void) {
     const thermal_shaper_Parameters parameters = {.width = side,
@@ -94,7 +90,8 @@ static thermal_shaper_Parameters shaper_parameters(void) {
     return parameters;
 }
 
-// A hill of height 1 on a plain of height 0, its peak between the four cells in the middle.
+// A hill of height 1 on a plain of height 0, its peak between the four cells in
+// the middle.
 static void make_hill(float* heights) {
     for (int y = 0; y < side; ++y) {
         for (int x = 0; x < side; ++x) {
@@ -106,50 +103,11 @@ static void make_hill(float* heights) {
     }
 }
 
-static bool all_equal(const float* a, const float* b) {
-    for (int i = 0; i < cells; ++i) {
-        if (!(a[i] == b[i]))
-            return false;
-    }
-    return true;
-}
-
 static float highest(const float* heights) {
     float result = heights[0];
     for (int i = 1; i < cells; ++i)
         result = heights[i] > result ? heights[i] : result;
     return result;
-}
-
-// A host in C lays the records out as the library reads them: fields through their places in memory, flags as bytes.
-static void records_hold_fields_at_their_places(void) {
-    unsigned char bytes[sizeof(thermal_Parameters)] = {0};
-    const float absorption = 0.25f;
-    memcpy(bytes + 36, &absorption, sizeof(absorption));
-    bytes[40] = 7;
-    thermal_Parameters thermal;
-    memcpy(&thermal, bytes, sizeof(thermal));
-    CHECK(thermal.absorption == 0.25f);
-    CHECK(thermal.use_erosion_mask == 7 && thermal.use_absorption_mask == 0);
-
-    const int32_t counts[7] = {1, 2, 3, 4, 5, 6, 7};
-    stamp_instancer_Parameters stamps;
-    memcpy(&stamps, counts, sizeof(stamps));
-    CHECK(stamps.width == 1 && stamps.stamp_height == 6 && stamps.instance_count == 7);
-
-    const TarnFloat3 vertices[2] = {{1.0f, 2.0f, 3.0f, 0.0f}, {4.0f, 5.0f, 6.0f, 0.0f}};
-    float floats[8];
-    memcpy(floats, vertices, sizeof(floats));
-    CHECK(floats[2] == 3.0f && floats[4] == 4.0f);
-
-    const lighting_Parameters lighting = {
-        .resolution = {side, side}, .sun_color = {1.0f, 0.5f, 0.25f}, .ambient_color = {0.75f}, .shadows = 1};
-    float colors[4];
-    memcpy(colors, (const unsigned char*)&lighting + 64, sizeof(colors));
-    CHECK(colors[2] == 0.25f && colors[3] == 0.75f && lighting.haze == 0.0f);
-    const mesh_rasterizer_Parameters mesh = {.resolution = {side, side}, .scale = 1.0f, .supersample = 1};
-    const parallel_erosion_Parameters erosion = {.Resolution = {side, side}, .seed = 0xFFFFFFFFu};
-    CHECK(mesh.resolution.y == side && erosion.seed == UINT32_MAX);
 }
 
 static void exports_have_their_types(void) {
@@ -175,7 +133,8 @@ static void exports_have_their_types(void) {
     CHECK(devices == NULL);
 }
 
-// Writes the identity string of a device of this kind with these texts and returns the queue on it, or null.
+// Writes the identity string of a device of this kind with these texts and
+// returns the queue on it, or null.
 static SyclQueue* open_device(const char* kind_token, const DeviceInfo* info, const char* vendor_id) {
     char identity[1024];
     snprintf(identity, sizeof(identity), "%s/%s/%s/%s/%s", kind_token, info->backend, info->vendor, info->name,
@@ -234,17 +193,6 @@ static void shaper_wears_a_hill_down(SyclQueue* queue) {
     for (int i = 0; i < cells; ++i)
         CHECK(isfinite(heights[i]));
 
-    // The other sign of the rate does the same to the mirrored terrain.
-    float mirrored[cells];
-    for (int i = 0; i < cells; ++i)
-        mirrored[i] = -hill[i];
-    thermal_shaper_Parameters other_sign = parameters;
-    other_sign.rate = -parameters.rate;
-    CHECK(ThermalShaper_Process(queue, mirrored, NULL, &other_sign, &callbacks) == status_ok);
-    for (int i = 0; i < cells; ++i)
-        mirrored[i] = -mirrored[i];
-    CHECK(all_equal(mirrored, heights));
-
     // A blend of 0 leaves the input to the bit.
     thermal_shaper_Parameters no_blend = parameters;
     no_blend.blend = 0.0f;
@@ -253,41 +201,7 @@ static void shaper_wears_a_hill_down(SyclQueue* queue) {
     CHECK(memcmp(heights, hill, sizeof(heights)) == 0);
 }
 
-static void shaper_refuses_what_cannot_run(SyclQueue* queue) {
-    float hill[cells], heights[cells];
-    make_hill(hill);
-    memcpy(heights, hill, sizeof(heights));
-    const thermal_shaper_Parameters good = shaper_parameters();
-
-    reset_seen();
-    CHECK(ThermalShaper_Process(NULL, heights, NULL, &good, &callbacks) == status_failed);
-    CHECK(ThermalShaper_Process(queue, NULL, NULL, &good, &callbacks) == status_failed);
-    CHECK(nothing_called_back());
-    CHECK(ThermalShaper_Process(queue, heights, NULL, &good, NULL) == status_failed);
-
-    struct {
-        const char* field;
-        thermal_shaper_Parameters parameters;
-    } bad[] = {{"width", good}, {"height", good}, {"level_divisor", good},   {"scale_numerator", good},
-               {"blend", good}, {"rate", good},   {"level_multiplier", good}};
-    bad[0].parameters.width = 0;
-    bad[1].parameters.height = -3;
-    bad[2].parameters.level_divisor = 0.0f;
-    bad[3].parameters.scale_numerator = 0.0f;
-    bad[4].parameters.blend = NAN;
-    bad[5].parameters.rate = INFINITY;
-    bad[6].parameters.level_multiplier = -1.0f;
-    for (size_t i = 0; i < sizeof(bad) / sizeof(bad[0]); ++i) {
-        reset_seen();
-        CHECK(ThermalShaper_Process(queue, heights, NULL, &bad[i].parameters, &callbacks) == status_failed);
-        CHECK(seen.error_lines == 1 && strstr(seen.last_error, bad[i].field) != NULL);
-        CHECK(seen.progress_calls == 0 && seen.acquisitions == 0 && seen.releases == 0);
-    }
-    CHECK(memcmp(heights, hill, sizeof(heights)) == 0);
-}
-
 int main(void) {
-    records_hold_fields_at_their_places();
     exports_have_their_types();
 
     SyclQueue* queue = CreateSyclQueue("cpu", &callbacks);
@@ -297,7 +211,6 @@ int main(void) {
     }
     identity_string_opens_the_same_device(queue);
     shaper_wears_a_hill_down(queue);
-    shaper_refuses_what_cannot_run(queue);
     DestroySyclQueue(queue);
 
     if (failures != 0) {

@@ -1,5 +1,6 @@
-// One small call of each computing export, for the tests that treat all exports alike: a name, a record, the arrays it
-// is given, and what the header says of it. A test changes what it needs and makes the call.
+// One small call of each computing export, for the tests that treat all exports
+// alike: a name, a record, the arrays it is given, and what the header says of
+// it. A test changes what it needs and makes the call.
 #pragma once
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "mesh_support.hpp"
@@ -21,10 +23,12 @@
 
 namespace tarn_test {
 
-/// An argument that points to numbers: a grid, or a list. Whole numbers are there by their bits.
+/// An argument that points to numbers: a grid, or a list. Whole numbers are
+/// there by their bits.
 struct Array {
-    /// What the header says of it. It may be null; runs on several threads may differ in the last bits; runs on other
-    /// devices too; where two writers meet, the value of either may stand; it is written on a CPU alone.
+    /// What the header says of it. It may be null; runs on several threads may
+    /// differ in the last bits; runs on other devices too; where two writers
+    /// meet, the value of either may stand; it is written on a CPU alone.
     enum Rule : unsigned { plain = 0, optional = 1, unordered = 2, summed = 4, racing = 8, cpu_alone = 16 };
 
     std::string name;
@@ -48,9 +52,11 @@ struct Call {
     Reports reports = Reports::start;
     /// Whether a null queue or array is told. It is refused in any case.
     bool tells_nulls = true;
-    /// DebrisSimulation and MedianFilter refuse by a status of 0 and let exceptions pass, and report no memory.
+    /// DebrisSimulation and MedianFilter refuse by a status of 0 and let
+    /// exceptions pass, and report no memory.
     bool has_frame = true;
-    /// It allocates or waits on the way, so that an error that a kernel leaves behind is not taken for the trial's.
+    /// It allocates or waits on the way, so that an error that a kernel leaves
+    /// behind is not taken for the trial's.
     bool notices_late_errors = true;
 
     template <class Record>
@@ -71,7 +77,8 @@ struct Call {
     }
 };
 
-/// Hands a call's arrays and its record to an export, one argument after the other.
+/// Hands a call's arrays and its record to an export, one argument after the
+/// other.
 struct Arguments {
     Call& call;
     const HostCallbacks* callbacks;
@@ -127,7 +134,8 @@ std::vector<std::byte> bytes_of(const Record& record) {
     return bytes;
 }
 
-/// Ground of numbers that are exact in a float, without a symmetry: `rough` high steps on slopes of `slope` a cell.
+/// Ground of numbers that are exact in a float, without a symmetry: `rough`
+/// high steps on slopes of `slope` a cell.
 inline Cells stepped_ground(int width, int height, float rough, float slope) {
     Cells cells;
     for (int y = 0; y < height; ++y)
@@ -137,7 +145,8 @@ inline Cells stepped_ground(int width, int height, float rough, float slope) {
     return cells;
 }
 
-/// Stripes of 0 to `count` - 1 times `step`, which lie the flatter the smaller `lean` is.
+/// Stripes of 0 to `count` - 1 times `step`, which lie the flatter the smaller
+/// `lean` is.
 inline Cells striped(int width, int height, int count, float step, int lean = 3) {
     Cells cells;
     for (int y = 0; y < height; ++y)
@@ -377,7 +386,8 @@ inline Call sun_light_call(int width, int height) {
     return call;
 }
 
-/// A mesh as an array of its own, which stands for the record of it, and its lists.
+/// A mesh as an array of its own, which stands for the record of it, and its
+/// lists.
 inline std::vector<Array> with_mesh(const TestMesh& mesh, const std::vector<Array>& grids) {
     const auto list = [](const auto& elements) {
         Cells values(elements.size() * 4);
@@ -460,9 +470,9 @@ inline Call point_cloud_call(int width, int height) {
             {{"points", points},
              {"height", level(width, height, untouched)},
              {"noise", level(width, height, untouched)},
-             {"red", striped(width, height, 11, 0.0625f), Array::optional},
-             {"green", striped(width, height, 5, 0.25f), Array::optional},
-             {"blue", striped(width, height, 2, 0.5f), Array::optional}},
+             {"red", striped(width, height, 11, 0.0078125f), Array::optional},
+             {"green", striped(width, height, 5, 0.015625f), Array::optional},
+             {"blue", striped(width, height, 2, 0.03125f), Array::optional}},
             bytes_of(p),
             80 * p.point_count + 24 * cells_of(width, height)};
 }
@@ -544,5 +554,9 @@ inline constexpr CallFactory call_factories[] = {
     thermal_shaper_call,  thermal_call, erosion_call,       dunes_call,       debris_call,       flow_call,
     color_transport_call, shade_call,   sun_light_call,     render_mesh_call, displacement_call, normals_call,
     point_cloud_call,     stamps_call,  median_filter_call, cellular_call};
+
+/// Small runs of every computation in all its forms, by name: those that
+/// golden_bits_test.cpp has the checksums of.
+std::vector<std::pair<std::string, Call>> golden_runs();
 
 } // namespace tarn_test

@@ -3,16 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "flow/color_transport_kernels.hpp"
 #include "support.hpp"
 
 namespace {
 
 using namespace tarn;
 using namespace tarn_test;
-using color_transport::Load;
-using color_transport::Walk;
-using flow::Point;
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Weights and trails
@@ -24,13 +20,6 @@ TEST(ColorTransportKernels, TransportSetsTheDistanceOfAColour) {
     EXPECT_NEAR(color_transport::pick_distance(0.97f, 100),
                 100.0 * (std::expm1(4.85) / std::expm1(5.0) + 400.0 * 0.02 * 0.02), 1e-3);
     EXPECT_LE(color_transport::pick_distance(-1.0f, 100), 0.0f); // as 0: taken up at every step
-}
-
-TEST(ColorTransportKernels, OldColourNeverHasNegativeWeight) {
-    EXPECT_NEAR(color_transport::prior_weight(0.0f), 146.0, 1e-4);
-    EXPECT_NEAR(color_transport::prior_weight(1.0f), 16.0 / 1.1 - 14.0, 1e-5);
-    for (const float persistence : {1.05f, 1.5f, 1e30f})
-        EXPECT_EQ(color_transport::prior_weight(persistence), 0.0f);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

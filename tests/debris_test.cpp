@@ -33,36 +33,6 @@ debris_Parameters parameters(std::uint32_t resolution, std::uint32_t count) {
     return p;
 }
 
-TEST(DebrisKernels, BirthsFillTheTerrainWithTheSizesAskedFor) {
-    auto p = parameters(64, 1024);
-    std::vector<float> small_sizes;
-    for (const std::uint32_t favour_small : {0u, 1u, 256u}) {
-        p.favour_small = favour_small;
-        const debris::GlobalContext context(p);
-        std::vector<float> sizes, xs;
-        for (std::uint32_t i = 0; i < 4096; ++i) {
-            debris::ParticlePos pos{};
-            debris::ParticleRen ren{};
-            debris::ParticleSim sim{1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 0};
-            debris::place_particle(i, 77, context, pos, ren, sim);
-            EXPECT_GE(pos.radius, p.min_size);
-            EXPECT_LE(pos.radius, p.max_size);
-            EXPECT_EQ(ren.size_ratio, pos.radius / p.max_size);
-            EXPECT_LT(ren.rock_seed, 0x80000000u);
-            EXPECT_EQ(sim.alive, 1);
-            EXPECT_EQ(sim.velocity_x, 1.0f); // carries over from the rock before
-            EXPECT_EQ(sim.direction_z, 5.0f);
-            sizes.push_back((pos.radius - p.min_size) / (p.max_size - p.min_size));
-            xs.push_back(pos.x / p.terrain_size);
-        }
-        std::sort(sizes.begin(), sizes.end());
-        std::sort(xs.begin(), xs.end());
-        EXPECT_NEAR(xs[1024], 0.25f, 0.03f);
-        EXPECT_NEAR(xs[3072], 0.75f, 0.03f);
-        EXPECT_NEAR(sizes[2048], favour_small == 0 ? 0.5f : 0.004f, favour_small == 0 ? 0.03f : 0.001f);
-    }
-}
-
 TEST(DebrisKernels, WindowsAreClippedToTheGridPixelByPixel) {
     constexpr int side = 20;
     const auto on_grid = [](float coordinate) {
@@ -225,54 +195,6 @@ TEST_F(Debris, RocksOverTheEdgeAreDrawnAsFarAsTheyReachIn) {
         if (i % side > 6) {
             EXPECT_EQ(result.coverage[i], 0.0f) << i;
         }
-}
-
-TEST_F(Debris, BatchesOf1024SeeTheRocksOfTheOnesBefore) {
-    auto p = parameters(160, 1024);
-    p.draw_unmoved = 1;
-    const Result first = finished(p, hills(160));
-    p.count = 1025;
-    const Result second = finished(p, hills(160));
-    std::size_t raised = 0;
-    for (std::size_t i = 0; i < first.height.size(); ++i) {
-        EXPECT_GE(second.height[i], first.height[i]);
-        raised += second.height[i] != first.height[i] ? 1 : 0;
-    }
-    EXPECT_GT(raised, 0u);
-    EXPECT_LT(raised, 30u * 30u); // one more rock
-    p.count = 1;
-    EXPECT_GT(finished(p, hills(160)).covered(), 0u);
-}
-
-TEST_F(Debris, SeedsDecideEverything) {
-    auto p = parameters(96, 300);
-    std::set<Cells> results;
-    for (const std::uint32_t seed : {0u, 1u, 2u, 0xA2351342u, 0xFFFFFFFFu}) {
-        p.seed = seed;
-        const Result a = finished(p, hills(96)), b = finished(p, hills(96));
-        EXPECT_TRUE(same_bits(a.height, b.height));
-        EXPECT_GT(a.covered(), 0u);
-        results.insert(a.height);
-    }
-    EXPECT_EQ(results.size(), 5u);
-}
-
-TEST_F(Debris, RockUnderTheTerrainLeavesNoTrace) {
-    // Cells far above all others: bodies on the ground around them do not reach up.
-    auto p = parameters(64, 200);
-    p.draw_unmoved = 1;
-    Cells cells = plain(64);
-    std::vector<std::size_t> spikes;
-    for (std::size_t i = 100; i < cells.size(); i += 397)
-        spikes.push_back(i);
-    for (const std::size_t i : spikes)
-        cells[i] = 1000.0f;
-    const Result result = run(queue, p, cells);
-    EXPECT_TRUE(host.errors.empty());
-    std::size_t kept = 0;
-    for (const std::size_t i : spikes)
-        kept += result.height[i] == 1000.0f && result.rock_id[i] == 0.0f ? 1 : 0;
-    EXPECT_GT(kept, spikes.size() / 2); // a rock that stands on a spike may raise it
 }
 
 /// A batch whose last twenty rocks are drawn once more, round.

@@ -67,29 +67,6 @@ TEST(DisplacementRule, NothingMovesWithoutADirection) {
     EXPECT_EQ(distance_of<true>(vec3(0, 0, 1), 5.0f), 0.0f);
 }
 
-TEST(DisplacementRule, EachMapIsReadInItsPlane) {
-    // 4 x 3 cells: columns count by 1 in one map and rows by 1 in another.
-    std::vector<float> columns, rows, none(12, 0.0f);
-    for (int y = 0; y < 3; ++y)
-        for (int x = 0; x < 4; ++x) {
-            columns.push_back(static_cast<float>(x));
-            rows.push_back(static_cast<float>(y));
-        }
-    const auto moved = [&](const std::vector<float>& xy, const std::vector<float>& xz, const std::vector<float>& yz,
-                           const vec3& normal) {
-        const Displacement<false> displace{
-            {xy.data(), xz.data(), yz.data(), 4, 3}, 8.0f, 6.0f, 0.5f, 1.0f, 0.0f, vec3(8, 6, 1)};
-        const vec3 v = displace(vec3(0.25f, 0.5f, 0.375f), normal);
-        return vec3(v.x() / 8 - 0.25f, v.y() / 6 - 0.5f, v.z() - 0.375f);
-    };
-    EXPECT_NEAR(moved(columns, none, none, vec3(0, 0, 1)).z(), 0.25f * 4 - 0.5f, 1e-6f);
-    EXPECT_NEAR(moved(rows, none, none, vec3(0, 0, 1)).z(), 0.5f * 3 - 0.5f, 1e-6f);
-    EXPECT_NEAR(moved(none, columns, none, vec3(0, 1, 0)).y(), 0.25f * 4 - 0.5f, 1e-6f);
-    EXPECT_NEAR(moved(none, rows, none, vec3(0, 1, 0)).y(), 0.375f * 4 - 0.5f, 1e-6f);
-    EXPECT_NEAR(moved(none, none, columns, vec3(1, 0, 0)).x(), 0.5f * 4 - 0.5f, 1e-6f);
-    EXPECT_NEAR(moved(none, none, rows, vec3(1, 0, 0)).x(), 0.375f * 4 - 0.5f, 1e-6f);
-}
-
 TEST(Bilinear, GoesOnBeforeTheNearEdgeAndStaysBeyondTheFarOne) {
     const std::vector<float> grid = {0, 1, 4, 10, 11, 14}; // 3 x 2
     const auto at = [&](float x, float y) {
@@ -136,27 +113,6 @@ TEST_F(TriplanarDisplacement, FlatMapsLiftTheMeshByTheBias) {
     render(scene);
     EXPECT_EQ(scene.heights, std::vector<float>(12 * 9, -1.0f)); // infinitely high
     EXPECT_EQ(host.progress, std::vector<double>(4, 0.0));
-}
-
-TEST_F(TriplanarDisplacement, SupersamplingReadsTheMapsAtTheSamePlaces) {
-    // One triangle that a single cell of the map lifts: at its corners it goes as high with and without.
-    DisplacedScene scene(16, 16, 0.0f);
-    scene.xy = rough_terrain(16, 16);
-    scene.mesh = surface_mesh(1, [](float, float) { return 0.0f; });
-    scene.mesh.normals.assign(4, {0, 0, 1, 0});
-    for (TarnFloat3& v : scene.mesh.vertices) // a flat patch around one cell's centre
-        v = {(v.x * 14.0f + 1.0f) / 16.0f, (v.y * 14.0f + 1.0f) / 16.0f, 100.0f, 0};
-    DisplacedScene doubled = scene;
-    doubled.parameters.supersample = 1;
-    render(scene);
-    render(doubled);
-    EXPECT_EQ(doubled.parameters.resolution.x, 32);
-    // Each cell is the mean over a plane, or over two that meet on the diagonal.
-    for (int y = 1; y < 15; ++y)
-        for (int x = 1; x < 15; ++x)
-            if (x + y != 14 && x + y != 15 && x + y != 16) {
-                EXPECT_NEAR(doubled.height_at(x, y), scene.height_at(x, y), 1e-3f) << x << ", " << y;
-            }
 }
 
 #ifdef HOSTSYCL

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "dunes/arrakis_kernels.hpp"
 #include "support.hpp"
 
 namespace {

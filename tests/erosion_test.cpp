@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "erosion/parallel_erosion_kernels.hpp"
-#include "grid/shuffle.hpp"
 #include "support.hpp"
 
 namespace {
@@ -78,43 +76,6 @@ TEST(ErosionPlan, LevelsAndTheirRounds) {
     EXPECT_NEAR(static_cast<double>(rounds(12.0f, 10)) / rounds(12.0f, 11), 2.0, 0.2);
 }
 
-TEST(ErosionPlan, CapacityShapingAndSmoothingPerLevel) {
-    auto p = parameters(256, 256, 2.0f, 1000.0f);
-    Plan plan = plan_of(5.0f);
-    const auto ratio = [&](auto function, int k) {
-        return function(p, plan, k + 1) / function(p, plan, k);
-    };
-    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, plan, 0), p.erosion_strength);
-    EXPECT_FLOAT_EQ(erosion::capacity_scale(p, plan, 1), p.erosion_strength);
-    EXPECT_NEAR(ratio(erosion::capacity_scale, 6), 0.6, 0.002);
-    for (int k = 0; k < 12; ++k) // without a detail to fade from
-        EXPECT_EQ(erosion::shaping_amount(p, plan, k), erosion::shaping_amount(p, plan, 0));
-    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, plan, 0), p.shaping_strength);
-    plan.shaping_level = 2.0f;
-    EXPECT_FLOAT_EQ(erosion::shaping_amount(p, plan, 2), p.shaping_strength);
-    EXPECT_NEAR(ratio(erosion::shaping_amount, 5), 0.4, 1e-4);
-    EXPECT_EQ(erosion::smoothing_amount(plan, 0), 1.0f);
-    EXPECT_NEAR(erosion::smoothing_amount(plan, 4) / erosion::smoothing_amount(plan, 3), 2.0, 1e-5);
-    EXPECT_EQ(erosion::smoothing_amount(plan_of(5.5f), 0), 1.0f); // never below
-
-    // Angles are true ones; at 90 degrees the float tangent has come around to the other side.
-    p.shaping_detail = 0.0f;
-    p.plain_angle = 45.0f;
-    p.terrace_angle = 90.0f;
-    const Plan planned = erosion::plan_run(p, false);
-    EXPECT_EQ(planned.shaping_level, 100.0f);
-    EXPECT_FLOAT_EQ(planned.plain_tangent, 1.0f);
-    EXPECT_LT(planned.terrace_tangent, -1e6f);
-}
-
-TEST(ErosionPlan, LargeFeaturesLevelOff) {
-    EXPECT_EQ(erosion::softened_feature_size(16.0f, 256.0f), 16.0f);
-    EXPECT_EQ(erosion::softened_feature_size(0.2f, 1.0f), 0.2f);
-    EXPECT_NEAR(erosion::softened_feature_size(0.2002f, 1.0f), 0.2002f, 1e-6f); // with an equal slope
-    EXPECT_NEAR(erosion::softened_feature_size(100.0f, 100.0f), 33.8f, 0.05f);
-    EXPECT_NEAR(erosion::softened_feature_size(1e30f, 1.0f), 0.36666667f, 1e-6f);
-}
-
 // ---------------------------------------------------------------------------------------------------------------------
 // Runs
 
@@ -154,13 +115,6 @@ class Erosion : public ::testing::Test {
     }
 };
 
-Cells striped_map(int width, int height) {
-    Cells map;
-    for (int i = 0; i < width * height; ++i)
-        map.push_back(static_cast<float>(i % 7) * 0.25f - 0.25f);
-    return map;
-}
-
 TEST_F(Erosion, HeightWearAndSedimentBalance) {
     const Cells terrain = hills(96, 80);
     auto p = parameters(96, 80, 1.0f, 60.0f); // one level: nothing but the particles
@@ -179,74 +133,6 @@ TEST_F(Erosion, HeightWearAndSedimentBalance) {
     p.shaping_strength = 1.0f;
     const Eroded shaped = eroded(Cells(terrain), p);
     EXPECT_LT(sum(shaped.wear), sum(e.wear));
-}
-
-TEST_F(Erosion, FlatGroundIsVisitedOnceByEachParticleAndStaysFlat) {
-    const Cells flat(64 * 64, 0.0f);
-    auto p = parameters(64, 64, 1.0f, 50.0f);
-    p.constant_capacity = 0.0f;
-    const Eroded e = eroded(flat, p);
-    EXPECT_TRUE(same_bits(e.height, flat));
-    // 16 particles a round; those in the margins are not counted.
-    EXPECT_GT(sum(e.flow), 0.9 * 0.8);
-    EXPECT_LT(sum(e.flow), 0.8);
-}
-
-TEST_F(Erosion, FlowIsFullAtAThousandVisits) {
-    Cells funnel;
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 16; ++x)
-            funnel.push_back(std::hypot(static_cast<float>(x) - 7.5f, static_cast<float>(y) - 7.5f));
-    const Eroded e = eroded(funnel, parameters(16, 16, 1.0f, 12000.0f));
-    EXPECT_EQ(*std::max_element(e.flow.begin(), e.flow.end()), 1.0f);
-    EXPECT_LT(sum(e.flow), 120.0);
-}
-
-TEST_F(Erosion, SpawnMapsDecideWhereParticlesAreBorn) {
-    const Cells terrain = hills(80, 70), zeros(80 * 70, 0.0f), ones(80 * 70, 1.0f);
-    auto p = parameters(80, 70, 2.5f, 12.0f);
-    p.shaping_strength = 0.0f;
-    const Eroded plain = eroded(terrain, p);
-    const std::size_t reports = host.progress.size();
-    host.progress.clear();
-    expect_same(eroded(terrain, p, &ones), plain);
-    const Eroded dry = eroded(terrain, p, &zeros);
-    EXPECT_EQ(sum(dry.flow), 0.0);
-    EXPECT_EQ(sum(dry.sediment), 0.0);
-    for (std::size_t i = 0; i < terrain.size(); ++i)
-        ASSERT_NEAR(dry.height[i], terrain[i], 1e-4f);
-    EXPECT_EQ(host.progress.size(), 2 * reports); // progress goes on all the same
-    // Shaping acts where the flow has been.
-    p.shaping_strength = 1.0f;
-    expect_same(eroded(terrain, p, &zeros), dry);
-    EXPECT_FALSE(same_bits(eroded(terrain, p, &ones).height, plain.height));
-
-    // On flat ground births are all the visits there are.
-    const Cells flat(80 * 70, 0.0f), map = striped_map(80, 70);
-    p = parameters(80, 70, 1.0f, 300.0f);
-    p.constant_capacity = 0.0f;
-    const Eroded born = eroded(flat, p, &map);
-    for (std::size_t i = 0; i < map.size(); ++i) {
-        if (map[i] <= 0.0f) {
-            ASSERT_EQ(born.flow[i], 0.0f) << i;
-        }
-    }
-    EXPECT_GT(sum(born.flow), 0.3 * 0.001 * 300.0 * (80 * 70 / 256));
-    // A map of one cell counts as none.
-    const Cells one(1, 0.0f);
-    expect_same(eroded(one, parameters(1, 1, 1.0f, 4.0f), &one), eroded(one, parameters(1, 1, 1.0f, 4.0f)));
-}
-
-TEST_F(Erosion, SeedsRepeatAndReservedFieldsAreNotRead) {
-    const Cells terrain = hills(64, 64);
-    auto p = parameters(64, 64, 2.0f, 10.0f);
-    const Eroded first = eroded(terrain, p);
-    p.reserved_1 = p.reserved_2 = p.reserved_3 = not_a_number;
-    expect_same(eroded(terrain, p), first);
-    for (const std::uint32_t seed : {0u, 8u}) {
-        p.seed = seed;
-        EXPECT_FALSE(same_bits(eroded(terrain, p).height, first.height));
-    }
 }
 
 TEST_F(Erosion, NoRoundsFoldThePyramidBack) {

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "flow/flow_kernels.hpp"
-#include "flow/pit_filling_kernels.hpp"
 #include "support.hpp"
 
 namespace {
@@ -25,28 +23,6 @@ TEST(PitFilling, WidthAloneSetsTheLevels) {
             EXPECT_TRUE(width >> coarser >= 256 && width >> coarser < 512);
         }
     }
-}
-
-TEST(PitFilling, CellsRiseToTheirSecondLowestNeighbour) {
-    const auto level_among = [](const Cells& neighbours) {
-        flow::LowestNeighbours lowest;
-        for (const float height : neighbours)
-            lowest.add(height);
-        return lowest.level();
-    };
-    EXPECT_EQ(level_among({5, 3, 8, 4, 9, 7, 6, 5}), 4.0f);
-    EXPECT_EQ(level_among({3, 5, 4, 3, 9}), 3.0f); // two equal ones
-    EXPECT_EQ(level_among({9, 8, 7, 6}), 7.0f);
-    EXPECT_EQ(level_among({2}), 2.0f); // a single one
-    EXPECT_EQ(level_among({not_a_number, 2, not_a_number, 1}), 2.0f);
-    EXPECT_EQ(level_among({not_a_number, infinity}), flow::LowestNeighbours::none);
-
-    // Neighbours beyond the border do not count, and the interior form finds the same.
-    const Cells rough = ground(4, 3, [](float x, float y) { return std::fmod(7.0f * x + 5.0f * y, 11.0f); });
-    EXPECT_EQ(flow::fill_level<false>(rough.data(), 0, 0, 4, 3), 5.0f); // of 7, 5 and 1
-    EXPECT_EQ(flow::fill_level<false>(rough.data(), 3, 2, 4, 3), 4.0f); // of 8, 4 and 2
-    for (const int x : {1, 2})
-        EXPECT_EQ(flow::fill_level<true>(rough.data(), x, 1, 4, 3), flow::fill_level<false>(rough.data(), x, 1, 4, 3));
 }
 
 Cells without_pits(const Cells& heights, int width) {
@@ -102,23 +78,6 @@ std::vector<Point> seed(const Cells& mask, std::size_t columns, std::size_t rows
     return flow::seed_particles(grid, extent, value);
 }
 
-TEST(Particles, StartOncePerCellInItsMiddle) {
-    const auto points = seed({}, 37, 23, 5);
-    ASSERT_EQ(points.size(), 37u * 23u);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        const float across = points[i].x() - static_cast<float>(i % 37),
-                    down = points[i].y() - static_cast<float>(i / 37);
-        ASSERT_TRUE(across > 0.0999f && across < 0.9001f && down > 0.0999f && down < 0.9001f) << i;
-    }
-    // The place in the row is drawn after the place in the column.
-    const std::uint32_t first = xorshift(5);
-    EXPECT_EQ(points[0].y(), 0.1f + random_number(first) * 1.8626452e-10f);
-    EXPECT_EQ(points[0].x(), 0.1f + random_number(xorshift(first)) * 1.8626452e-10f);
-    // A seed of 0 stands for the generator's usual one.
-    EXPECT_EQ(seed({}, 3, 3, 0)[8].x(), seed({}, 3, 3, 0xA2351342u)[8].x());
-    EXPECT_NE(seed({}, 3, 3, 1)[8].x(), seed({}, 3, 3, 2)[8].x());
-}
-
 TEST(Particles, StartByTheChanceOfTheMask) {
     EXPECT_TRUE(seed(Cells(1000, 0.0f), 50, 20, 1).empty());
     EXPECT_TRUE(seed(Cells(1000, -1.0f), 50, 20, 1).empty());
@@ -132,42 +91,6 @@ TEST(Particles, StartByTheChanceOfTheMask) {
     ASSERT_EQ(points.size(), 1u);
     EXPECT_EQ(static_cast<int>(points[0].x()), 27);
     EXPECT_EQ(static_cast<int>(points[0].y()), 15);
-}
-
-TEST(Particles, RunInBatchesWhoseLastTrailsAreLong) {
-    const auto plan = [](std::uint32_t particles, const flow::TrailLengths& lengths) {
-        return flow::plan_batches(particles, particles, lengths);
-    };
-    const flow::TrailLengths lengths(40, 1.0f);
-    EXPECT_EQ(lengths.longest, 42.0f);
-    EXPECT_EQ(lengths.shortest, 16.0f);
-    EXPECT_EQ(flow::TrailLengths(40, 0.0f).shortest, 2.0f);
-
-    const auto few = plan(31, lengths);
-    ASSERT_EQ(few.size(), 31u);
-    EXPECT_TRUE(std::all_of(few.begin(), few.end(),
-                            [](const flow::Batch& batch) { return batch.short_count == 1 && batch.long_count == 0; }));
-
-    const auto thousand = plan(1000, lengths);
-    ASSERT_EQ(thousand.size(), 32u);
-    EXPECT_EQ(thousand[1].start, 32u);
-    EXPECT_EQ(thousand[1].short_count, 1u);
-    EXPECT_EQ(thousand[1].long_count, 31u);
-    const double steps = 1 * 16 + 31 * 42;
-    EXPECT_NEAR(thousand[1].norm, 0.05 * (58.0 * 32.0 / steps) + 0.95 * (1000.0 / steps), 1e-6);
-    // The last batch has eight particles left; all of them get long trails, and the norm counts as many as ever.
-    EXPECT_EQ(thousand[31].start, 992u);
-    EXPECT_EQ(thousand[31].short_count, 0u);
-    EXPECT_EQ(thousand[31].long_count, 8u);
-    EXPECT_NEAR(thousand[31].norm, 0.05 * (58.0 * 31.0 / (31 * 42)) + 0.95 * (1000.0 / (31 * 42)), 1e-6);
-
-    const auto many = plan(1u << 22, lengths);
-    EXPECT_EQ(many[0].long_count, 8192u);
-    EXPECT_EQ(many[0].short_count, (1u << 17) - 8192u);
-    // A map with fewer particles than cells weighs each of them more.
-    EXPECT_GT(flow::plan_batches(1000, 100000, lengths)[0].norm, 0.0f);
-    EXPECT_NEAR(flow::plan_batches(1000, 100000, lengths)[1].norm,
-                (1 - 0.257) * (58.0 * 32.0 / steps) + 0.257 * (1000.0 / steps), 1e-6);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

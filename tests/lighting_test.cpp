@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <set>
 
 #include "support.hpp"
@@ -12,8 +11,6 @@ namespace {
 
 using namespace tarn;
 using namespace tarn_test;
-using lighting::Ray;
-using lighting::Vector;
 
 /// Cells one unit of height wide, all stages on, the sun half-way up at the right.
 lighting_Parameters parameters(int side) {
@@ -87,94 +84,6 @@ class Lighting : public ::testing::Test {
     }
 };
 
-// ---------------------------------------------------------------------------------------------------------------------
-// Rays
-
-double angle_between(const Vector& a, const float (&b)[3]) {
-    const double dot =
-        static_cast<double>(a.x) * b[0] + static_cast<double>(a.y) * b[1] + static_cast<double>(a.z) * b[2];
-    return std::acos(std::min(dot, 1.0)) * 57.29577951;
-}
-
-double length(const Vector& v) {
-    return std::hypot(static_cast<double>(v.x), static_cast<double>(v.y), static_cast<double>(v.z));
-}
-
-TEST(LightRays, RingsFillTheDiscOfTheSun) {
-    lighting_Parameters p = parameters(16);
-    set_sun(p, 0.4f, -0.7f, 0.5f);
-    p.sun_diameter = 10.0f;
-    for (const int rings : {0, 1, 2, 5, 17}) {
-        p.sun_rings = rings;
-        const std::vector<Ray> rays = lighting::sun_rays(p);
-        ASSERT_EQ(rays.size(), static_cast<std::size_t>(3 * rings * rings + 3 * rings + 1));
-        EXPECT_EQ(rays[0].direction.y, p.sun_direction[1]);
-        EXPECT_TRUE(rays[0].offset_x == 0.5f && rays[0].offset_y == 0.5f);
-        std::size_t next = 1;
-        for (int ring = 1; ring <= rings; ++ring) {
-            std::set<std::pair<float, float>> offsets;
-            // The disc is flat: equal steps in the tangent.
-            const double expected = std::atan(std::tan(5.0 / 57.29577951) * ring / rings) * 57.29577951;
-            for (int k = 0; k < 6 * ring; ++k, ++next) {
-                EXPECT_NEAR(length(rays[next].direction), 1.0, 1e-6);
-                EXPECT_NEAR(angle_between(rays[next].direction, p.sun_direction), expected, 0.02);
-                offsets.insert({rays[next].offset_x, rays[next].offset_y});
-                // On the edge of a square of the area 1 that is turned by atan(1/2): a side of a half, measured along
-                // its own axes.
-                const double x = static_cast<double>(rays[next].offset_x) - 0.5,
-                             y = static_cast<double>(rays[next].offset_y) - 0.5;
-                const double along = (2 * x + y) / std::sqrt(5.0), across = (2 * y - x) / std::sqrt(5.0);
-                EXPECT_NEAR(std::max(std::abs(along), std::abs(across)), 0.5, 1e-6);
-            }
-            EXPECT_EQ(offsets.size(), static_cast<std::size_t>(6 * ring));
-        }
-    }
-    // All rays of a disc without size are the same.
-    for (const float diameter : {0.0f, 1e-9f, 1e-6f}) {
-        p.sun_diameter = diameter;
-        for (const Ray& ray : lighting::sun_rays(p))
-            EXPECT_LT(angle_between(ray.direction, p.sun_direction), 0.05) << diameter;
-    }
-}
-
-TEST(LightRays, FixedTablesAreParallelRaysAtPointsThatShareNoRowOrColumn) {
-    lighting_Parameters p = parameters(16);
-    for (const int count : {4, 8}) {
-        p.sun_rings = -count;
-        std::set<float> columns, rows;
-        for (const Ray& ray : lighting::sun_rays(p)) {
-            EXPECT_EQ(ray.direction.x, p.sun_direction[0]);
-            columns.insert(ray.offset_x);
-            rows.insert(ray.offset_y);
-        }
-        EXPECT_EQ(columns.size(), static_cast<std::size_t>(count));
-        EXPECT_EQ(rows.size(), static_cast<std::size_t>(count));
-        EXPECT_NEAR(std::accumulate(columns.begin(), columns.end(), 0.0) / count, 0.5, 1e-6);
-    }
-    p.sun_rings = -1;
-    EXPECT_EQ(lighting::sun_rays(p).size(), 1u);
-}
-
-TEST(LightRays, SphereOfTheSkyKeepsItsUpperPart) {
-    constexpr int kept[] = {7, 23, 94, 371}, total[] = {12, 42, 162, 642};
-    for (int depth = 0; depth <= 3; ++depth) {
-        const lighting::AmbientRays sky = lighting::ambient_rays(depth);
-        EXPECT_EQ(sky.total, total[depth]);
-        ASSERT_EQ(sky.rays.size(), static_cast<std::size_t>(kept[depth]));
-        double free_sky = 0.0;
-        for (const Ray& ray : sky.rays) {
-            EXPECT_NEAR(length(ray.direction), 1.0, 1e-6);
-            EXPECT_GT(ray.direction.z, -0.15f);
-            free_sky += std::max(static_cast<double>(ray.direction.z), 0.0);
-        }
-        // The mean cosine of a sphere's upper half is a quarter.
-        EXPECT_NEAR(free_sky / sky.total, 0.25, depth == 0 ? 0.03 : 0.01);
-    }
-}
-
-// ---------------------------------------------------------------------------------------------------------------------
-// Sweeps
-
 TEST_F(Lighting, FlatGroundIsEvenlyLit) {
     lighting_Parameters p = parameters(40);
     const Cells flat(1600, 12.5f);
@@ -242,40 +151,6 @@ TEST_F(Lighting, TowersThrowShadowsAwayFromTheSun) {
     }
 }
 
-TEST_F(Lighting, ShadowsStopAtTheEdgesOfTheGrid) {
-    lighting_Parameters p = parameters(64);
-    for (const auto& [x, y] : std::vector<std::pair<float, float>>{{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {0.3f, 1}}) {
-        set_sun(p, x, y, 0.2f);
-        Cells wall(64 * 64, 0.0f);
-        for (int i = 0; i < 64; ++i) // right at the edge that the light goes out at
-            wall[static_cast<std::size_t>(x == 0 || y == 1 ? (y > 0 ? 0 : 63 * 64) + i : i * 64 + (x > 0 ? 0 : 63))] =
-                100.0f;
-        const Image image = shaded(wall, p);
-        EXPECT_TRUE(same_bits(image.shadow, Cells(64 * 64, 1.0f))) << x << ", " << y;
-    }
-}
-
-TEST_F(Lighting, RingsSoftenTheEndOfAShadow) {
-    Cells tower(64 * 64, 0.0f);
-    for (std::size_t y = 24; y < 40; ++y)
-        tower[y * 64 + 50] = 8.0f;
-    lighting_Parameters p = parameters(64);
-    set_sun(p, 1.0f, 0.0f, 0.25f);
-    p.sun_diameter = 4.0f;
-    p.sun_rings = 8;
-    const Image image = shaded(tower, p);
-    // Away from the wall the light comes back steadily, from nothing to all, over the penumbra.
-    const float* row = &image.shadow[32 * 64];
-    EXPECT_EQ(row[40], 0.0f);
-    EXPECT_NEAR(row[5], 1.0f, 1e-6f);
-    int partly_lit = 0;
-    for (int x = 40; x > 5; --x) {
-        EXPECT_LE(row[x], row[x - 1] + 0.02f);
-        partly_lit += row[x] > 0.0f && row[x] < 0.999f ? 1 : 0;
-    }
-    EXPECT_GT(partly_lit, 5);
-}
-
 TEST_F(Lighting, SunStraightAboveThrowsNoShadowAndStraightBelowGivesNoLight) {
     lighting_Parameters p = parameters(32);
     p.sun_diameter = 20.0f;
@@ -293,29 +168,6 @@ TEST_F(Lighting, SunStraightAboveThrowsNoShadowAndStraightBelowGivesNoLight) {
         p.sun_direction[2] = 0.0f;
         EXPECT_TRUE(same_bits(shaded(ground, p).shadow, Cells(1024, 0.0f)));
     }
-}
-
-TEST_F(Lighting, HollowsAreDarkerThanSummits) {
-    lighting_Parameters p = parameters(64);
-    Cells ground(64 * 64);
-    for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 64; ++x)
-            ground[static_cast<std::size_t>(y * 64 + x)] =
-                12.0f * std::sin(static_cast<float>(x) * 0.19635f) * std::sin(static_cast<float>(y) * 0.19635f);
-    for (const std::uint32_t hybrid : {0u, 1u}) {
-        p.hybrid_ao = hybrid;
-        const Image image = shaded(ground, p);
-        const float summit = image.ao[8 * 64 + 8], hollow = image.ao[8 * 64 + 24];
-        EXPECT_GT(summit, 0.9f);
-        EXPECT_LT(hollow, 0.8f * summit);
-        EXPECT_GT(*std::min_element(image.ao.begin(), image.ao.end()), 0.0f);
-        EXPECT_LT(*std::max_element(image.ao.begin(), image.ao.end()), 1.1f);
-    }
-    // A cell at the bottom of a deep shaft sees next to nothing of the sky.
-    p.hybrid_ao = 0;
-    Cells shaft(64 * 64, 50.0f);
-    shaft[40 * 64 + 20] = 0.0f;
-    EXPECT_LT(shaded(shaft, p).ao[40 * 64 + 20], 0.05f);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

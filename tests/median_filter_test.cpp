@@ -108,10 +108,6 @@ std::vector<std::vector<float>> awkward_terrains(int side) {
 
 TEST_F(MedianFilter, GpusGiveTheBitsOfTheCpu) {
     SimulatedGpu gpu;
-    const std::vector<float> terrain = rough_terrain(96, 96);
-    for (const int radius : {1, 2, 3, 4, 5, 6, 7, 8})
-        EXPECT_TRUE(same_bits(filtered(gpu.queue, terrain, 96, radius, 1), filtered(terrain, 96, radius))) << radius;
-    EXPECT_TRUE(same_bits(filtered(gpu.queue, terrain, 96, 2, 2), filtered(terrain, 96, 2, 2)));
     int kind = 0;
     for (const std::vector<float>& awkward : awkward_terrains(64)) {
         for (const int radius : {1, 3, 8})

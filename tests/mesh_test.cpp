@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cmath>
 #include <functional>
 
 #include "mesh/mesh_kernels.hpp"
@@ -11,7 +10,6 @@ namespace {
 
 using namespace tarn_test;
 using namespace tarn::mesh_rasterizer;
-using tarn::usm_ptr;
 
 class MeshRendering : public ::testing::Test {
   protected:
@@ -86,45 +84,6 @@ TEST_F(MeshRendering, FitTouchesTheFrameOnTheTightestAxisAndCentresTheRest) {
     expect_vertex(fit(2.0f, 1.0f)[0], 10, -10, 0.4375f - 2.0f, 1e-5f);
 }
 
-TEST_F(MeshRendering, RotationsTurnAboutZThenYThenX) {
-    MeshScene scene(100, 100);
-    // Symmetric about the origin, 2 units long in each direction, so a unit is 50 cells.
-    const std::vector<TarnFloat3> axes = {{1, 0, 0, 0},  {0, 1, 0, 0},  {0, 0, 1, 0},
-                                          {-1, 0, 0, 0}, {0, -1, 0, 0}, {0, 0, -1, 0}};
-    const auto turned = [&](float x, float y, float z) {
-        scene.parameters.rotation_x = x;
-        scene.parameters.rotation_y = y;
-        scene.parameters.rotation_z = z;
-        std::vector<TarnFloat3> result = in_frame(axes, scene.parameters);
-        for (TarnFloat3& v : result)
-            v = {v.x / 50 - 1, v.y / 50 - 1, v.z * 2 - 1, 0};
-        return result;
-    };
-    expect_vertex(turned(90, 0, 0)[1], 0, 0, -1, 1e-5f);
-    expect_vertex(turned(90, 0, 0)[2], 0, 1, 0, 1e-5f);
-    expect_vertex(turned(0, 90, 0)[0], 0, 0, -1, 1e-5f);
-    expect_vertex(turned(0, 90, 0)[2], 1, 0, 0, 1e-5f);
-    expect_vertex(turned(0, 0, 90)[0], 0, -1, 0, 1e-5f);
-    expect_vertex(turned(0, 0, 90)[1], 1, 0, 0, 1e-5f);
-    expect_vertex(turned(0, 90, 90)[1], 0, 0, -1, 1e-5f); // z takes y to x, y takes that down
-    expect_vertex(turned(90, 0, 90)[0], 0, 0, 1, 1e-5f);  // z takes x to -y, x takes that up
-    expect_vertex(turned(0, 0, 30)[0], std::sqrt(0.75f), -0.5f, 0, 1e-5f);
-    expect_vertex(turned(360, 720, -360)[0], 1, 0, 0, 1e-5f);
-}
-
-TEST_F(MeshRendering, RestingOnTheFloorTakesTheSameNumberOffAllCoordinates) {
-    MeshScene scene(32, 32);
-    scene.parameters.offset_z = 0.75f;
-    const std::vector<TarnFloat3> box = {{0, 0, 0, 0}, {4, 4, 2, 0}};
-    const std::vector<TarnFloat3> floating = in_frame(box, scene.parameters);
-    scene.parameters.rest_on_floor = 255;
-    const std::vector<TarnFloat3> resting = in_frame(box, scene.parameters);
-    const float off = floating[0].z - 0.75f;
-    EXPECT_EQ(off, 0.25f);
-    for (std::size_t i = 0; i < box.size(); ++i)
-        expect_vertex(resting[i], floating[i].x - off, floating[i].y - off, floating[i].z - off, 0.0f);
-}
-
 TEST_F(MeshRendering, BoundingBoxPassesOverNaNAndIsZeroWithoutVertices) {
     const auto measure = [&](const std::vector<TarnFloat3>& vertices) {
         const mesh_rasterizer_MeshView view{vertices.data(), static_cast<std::uint32_t>(vertices.size()), nullptr, 0,
@@ -138,19 +97,6 @@ TEST_F(MeshRendering, BoundingBoxPassesOverNaNAndIsZeroWithoutVertices) {
     std::vector<TarnFloat3> many(10000, {1, 1, 1, 0});
     many[9999] = {-5, 8, 1e30f, 0};
     EXPECT_EQ(measure(many), (std::vector<float>{-5, 1, 1, 8, 1, 1e30f}));
-}
-
-TEST_F(MeshRendering, FlatModelCoversTheWholeFrameWithoutGaps) {
-    for (const float degrees : {0.0f, 30.0f, 45.0f, 211.0f}) {
-        MeshScene scene(61, 61, -1.0f);
-        scene.mesh = surface_mesh(23, [](float, float) { return 0.0f; });
-        // Turned and large enough that its corners lie outside the frame.
-        scene.parameters.rotation_z = degrees;
-        scene.parameters.scale = degrees == 0.0f ? 1.0f : 1.5f;
-        scene.parameters.offset_z = -0.25f;
-        render(scene);
-        EXPECT_EQ(count_near(scene.heights, 0.25f), 61 * 61) << degrees;
-    }
 }
 
 TEST_F(MeshRendering, CellsOffTheModelAndUnderTheFloorKeepBothGrids) {
@@ -204,54 +150,6 @@ TEST_F(MeshRendering, BothSidesAreDrawnByTheExpansionAndOneByTheOtherSchemes) {
         EXPECT_EQ(drawn(expanded, turned), 64);
         EXPECT_EQ(drawn(facing, turned), turned ? 0 : 64);
     }
-}
-
-TEST_F(MeshRendering, EnlargementReachesTheRowsBelowInTheExpansionAlone) {
-    // The enlarged triangle reaches 3.3 cells below its own lowest corner. The box is counted with one column more than
-    // it is drawn with, which makes two further rows.
-    MeshScene scene(1003, 1010, -1.0f);
-    scene.mesh.vertices = {{0.0f, 0.0f, 0.5f, 0}, {500.0f, 1000.0f, 0.5f, 0}, {1000.5f, 1000.0f, 0.5f, 0}};
-    scene.mesh.triangles = {{0, 1, 2, 0}};
-    MeshScene other = scene;
-    draw(queue, scene, expanded);
-    draw(queue, other, facing);
-    const auto lowest_row = [](const MeshScene& s) {
-        for (int y = 1009; y >= 0; --y)
-            if (s.height_at(700, y) == 0.5f)
-                return y;
-        return -1;
-    };
-    EXPECT_EQ(lowest_row(other), 1000);
-    EXPECT_EQ(lowest_row(scene), 1001);
-}
-
-TEST_F(MeshRendering, WhatHasNoAreaOrIsNoNumberDrawsNothing) {
-    const std::vector<std::vector<TarnFloat3>> corners = {
-        {{2, 3.5f, 9, 0}, {8, 3.5f, 9, 0}, {8, 3.5f, 9, 0}}, // an edge there and back
-        {{3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}, {3.5f, 3.5f, 9, 0}},
-        {{not_a_number, 0, 9, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
-        {{0, 0, 9, 0}, {0, not_a_number, 9, 0}, {9, 0, 9, 0}}, //
-        {{0, 0, not_a_number, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}}, //
-        {{0, 0, -infinity, 0}, {0, 9, 9, 0}, {9, 0, 9, 0}},    //
-        {{0, 0, 9, 0}, {0, infinity, 9, 0}, {9, 0, 9, 0}},     //
-        {{-3e38f, 0, 9, 0}, {0, 9, 9, 0}, {3e38f, 3e38f, 9, 0}},
-    };
-    for (const auto& three : corners)
-        for (const Draw& scheme : {expanded, facing}) {
-            MeshScene scene(10, 10, 1.0f);
-            scene.heights[0] = not_a_number;
-            scene.mesh.vertices = three;
-            scene.mesh.triangles = {{0, 1, 2, 0}, {2, 1, 0, 0}};
-            draw(queue, scene, scheme);
-            EXPECT_EQ(std::count(scene.heights.begin(), scene.heights.end(), 1.0f), 99);
-            EXPECT_TRUE(std::isnan(scene.heights[0]));
-        }
-    MeshScene scene(10, 10, 1.0f);
-    scene.heights[0] = not_a_number;
-    scene.mesh = quad(0, 0, 10, 10, 5.0f, 5.0f);
-    draw(queue, scene, expanded);
-    EXPECT_TRUE(std::isnan(scene.heights[0])); // no height lies above it
-    EXPECT_EQ(count_near(scene.heights, 5.0f), 99);
 }
 
 TEST_F(MeshRendering, BoxesAboveTheLimitAreDroppedAndTooManyCellsFail) {

@@ -26,13 +26,6 @@ struct BakeScene {
         hits.assign(ground.size(), TarnFloat2{untouched, untouched});
     }
 
-    /// `z(x, y)` at the cells' numbers.
-    template <class Height>
-    void set_ground(const Height& z) {
-        for (std::size_t i = 0; i < ground.size(); ++i)
-            ground[i] = z(static_cast<float>(i % width), static_cast<float>(i / width));
-    }
-
     std::uint32_t run(sycl::queue& queue, const HostCallbacks& record) {
         const mesh_rasterizer_MeshView view = mesh.view();
         return MeshRasterizer_ComputeTangentSpaceNormals(handle(queue), &view, ground.data(), red.data(), green.data(),
@@ -40,11 +33,6 @@ struct BakeScene {
     }
 
     std::size_t index(int x, int y) const { return static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x); }
-    /// The unpacked normal.
-    vec3 normal_at(int x, int y) const {
-        const std::size_t i = index(x, y);
-        return vec3(red[i], 1.0f - green[i], blue[i]) * 2.0f - vec3(1.0f, 1.0f, 1.0f);
-    }
     TarnFloat2 hit_at(int x, int y) const { return hits[index(x, y)]; }
 
     TestMesh mesh;
@@ -84,38 +72,6 @@ TEST_F(Normals, FlatGroundLooksUpAndIsMetAtTheCellCentres) {
             }
         }
     }
-}
-
-TEST_F(Normals, RampsTiltTheChannelOfTheirAxis) {
-    struct Case {
-        float slope_x, slope_y; // cells up for each cell to the right, and for each row down
-    };
-    for (const Case& c : {Case{0.5f, 0.0f}, Case{-2.0f, 0.0f}, Case{0.0f, 0.5f}, Case{0.0f, -1.0f}}) {
-        BakeScene scene(32, 20);
-        scene.parameters.vertical_scale = 0.5f; // a height of 1 is 16 cells
-        scene.set_ground([&](float x, float y) { return (c.slope_x * x + c.slope_y * y) / 16.0f; });
-        scene.mesh = flat(0.0f);
-        bake(scene);
-        const float length = std::sqrt(1.0f + c.slope_x * c.slope_x + c.slope_y * c.slope_y);
-        const vec3 normal = scene.normal_at(15, 10);
-        EXPECT_NEAR(normal.x(), -c.slope_x / length, 1e-5f);
-        EXPECT_NEAR(normal.y(), -c.slope_y / length, 1e-5f);
-        EXPECT_NEAR(normal.z(), 1.0f / length, 1e-5f);
-        EXPECT_TRUE((scene.red[scene.index(15, 10)] < 0.5f) == (c.slope_x > 0.0f));
-        EXPECT_TRUE((scene.green[scene.index(15, 10)] > 0.5f) == (c.slope_y > 0.0f));
-    }
-}
-
-TEST_F(Normals, GroundLikeTheMeshLooksUpInItsTangentFrame) {
-    BakeScene scene(64, 64);
-    // A plane through the mesh: as x grows by the frame's 64 cells, both rise by 16 cells.
-    scene.set_ground([](float x, float) { return 0.25f * (x + 0.5f) / 64.0f; });
-    scene.mesh = surface_mesh(3, [](float x, float) { return 0.25f * x; });
-    bake(scene);
-    const vec3 normal = scene.normal_at(30, 30);
-    EXPECT_NEAR(normal.x(), 0.0f, 1e-4f);
-    EXPECT_NEAR(normal.y(), 0.0f, 1e-4f);
-    EXPECT_NEAR(normal.z(), 1.0f, 1e-4f);
 }
 
 TEST_F(Normals, RaysFollowTheMeshsNormalTowardsTheGroundFromEitherSide) {
@@ -162,60 +118,6 @@ TEST_F(Normals, LongWaysEndWhereSingleStepsWouldTakeThem) {
         }
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-}
-
-TEST_F(Normals, CellsUnderNoVisibleTriangleKeepTheirOutputs) {
-    BakeScene scene(32, 32);
-    scene.mesh = quad(0.0f, 0.0f, 0.5f, 1.0f, 0.1f, 0.1f);
-    TestMesh turned_away = quad(0.5f, 0.0f, 1.0f, 1.0f, 0.1f, 0.1f);
-    for (TarnUint3& t : turned_away.triangles)
-        std::swap(t.x, t.y);
-    scene.mesh.append(turned_away);
-    bake(scene);
-    for (int x = 0; x < 32; ++x) {
-        EXPECT_EQ(scene.red[scene.index(x, 9)] == untouched, x >= 16) << x;
-        EXPECT_EQ(scene.hit_at(x, 9).y == untouched, x >= 16) << x;
-    }
-    for (const bool has_vertices : {true, false}) {
-        BakeScene empty(8, 8);
-        empty.mesh = has_vertices ? flat(0.0f) : TestMesh{};
-        empty.mesh.triangles.clear();
-        bake(empty);
-        EXPECT_EQ(empty.red, std::vector<float>(64, untouched));
-    }
-}
-
-TEST_F(Normals, VertexFramesWeightByAngle) {
-    // Around vertex 0: a corner of 90 degrees in the ground plane, one of 45 degrees on a slope of 45 degrees.
-    TestMesh mesh;
-    mesh.vertices = {{0, 0, 0, 0}, {1, 0, 0, 0}, {0, 1, 0, 0}, {-1, 0, 1, 0}, {-1, -std::sqrt(2.0f), 1, 0},
-                     {5, 5, 5, 0}};
-    mesh.triangles = {{0, 2, 1, 0}, {0, 4, 3, 0}};
-    const VertexFrames frames(mesh.view());
-    const float half_root = std::sqrt(0.5f);
-    // Weights 2 and 1; the second triangle's normal leans to +x.
-    const vec3 sum(half_root, 0.0f, 2.0f + half_root);
-    const vec3 expected = unit_vector(sum);
-    EXPECT_NEAR(frames.normals[0].x(), expected.x(), 1e-6f);
-    EXPECT_NEAR(frames.normals[0].y(), 0.0f, 1e-6f);
-    EXPECT_NEAR(frames.normals[0].z(), expected.z(), 1e-6f);
-    EXPECT_NEAR(frames.normals[1].z(), 1.0f, 1e-6f);
-    // Tangents (1, 0, 0) and (1, 0, -1), which are not normalised before they are summed up.
-    EXPECT_NEAR(frames.tangents[0].x() / -frames.tangents[0].z(), 3.0f, 1e-5f);
-    EXPECT_NEAR(frames.tangents[3].x(), half_root, 1e-6f);
-    EXPECT_EQ(scalar_product(frames.normals[5], frames.normals[5]), 0.0f);
-    EXPECT_EQ(scalar_product(frames.tangents[5], frames.tangents[5]), 0.0f);
-
-    // An upright triangle has a normal, but no tangent; one without area has neither.
-    mesh.triangles = {{0, 2, 1, 0}, {0, 1, 1, 0}, {0, 0, 0, 0}};
-    mesh.vertices.push_back({1, 0, 1, 0});
-    const VertexFrames plain(mesh.view());
-    EXPECT_EQ(plain.normals[0].z(), 1.0f);
-    EXPECT_EQ(plain.tangents[1].x(), 1.0f);
-    mesh.triangles.push_back({0, 1, 6, 0});
-    const VertexFrames upright(mesh.view());
-    EXPECT_LT(upright.normals[0].z(), 0.95f);
-    EXPECT_EQ(upright.tangents[0].x(), 1.0f);
 }
 
 TEST_F(Normals, NumbersThatAreNoneStayInTheirCells) {

@@ -1,6 +1,5 @@
 #include "mesh/point_cloud.hpp"
 
-#include <limits>
 #include <map>
 #include <random>
 #include <set>
@@ -41,26 +40,6 @@ struct CloudScene {
     std::size_t width;
     std::vector<float> points, heights, noise, red, green, blue;
 };
-
-/// Random points all over the frame and beyond it, the height a plane's, under an image of noise.
-CloudScene random_scene(int width, int height, int count) {
-    CloudScene scene(width, height);
-    std::mt19937 random(7);
-    const auto number = [&](float low, float high) {
-        return low + (high - low) * static_cast<float>(random() >> 8) * 0x1p-24f;
-    };
-    for (int n = 0; n < count; ++n) {
-        const float x = number(-2.0f, static_cast<float>(width) + 2.0f);
-        const float y = number(-2.0f, static_cast<float>(height) + 2.0f);
-        scene.add(x, y, 0.25f * x - 0.5f * y + 3.0f);
-    }
-    for (std::size_t i = 0; i < scene.red.size(); ++i) {
-        scene.red[i] = number(0.0f, 1.0f);
-        scene.green[i] = number(0.0f, 1.0f);
-        scene.blue[i] = number(0.0f, 1.0f);
-    }
-    return scene;
-}
 
 class PointCloud : public ::testing::Test {
   protected:
@@ -264,74 +243,6 @@ TEST_F(PointCloud, OfSeveralPointsInOnePlaceTheFirstCounts) {
     for (const PointTriangle& t : triangles)
         for (const std::uint32_t corner : t)
             EXPECT_TRUE(corner != 3 && corner < 6) << corner;
-}
-
-TEST_F(PointCloud, TrianglesTakeTheColourOfTheLargerSide) {
-    // One triangle over the left part of the frame, the image with a border through it.
-    for (const int border : {9, 26}) {
-        CloudScene scene(48, 40);
-        scene.add(2.0f, 2.0f, 0.0f);
-        scene.add(40.0f, 20.0f, 0.0f);
-        scene.add(2.0f, 38.0f, 0.0f);
-        for (std::size_t i = 0; i < scene.red.size(); ++i) {
-            const bool left = static_cast<int>(i % scene.width) < border;
-            scene.red[i] = left ? 0.75f : 0.125f;
-            scene.green[i] = left ? 0.3f : 0.8f;
-            scene.blue[i] = 0.1f * static_cast<float>(border);
-        }
-        const CloudScene before = scene;
-        draw(scene, true);
-        const bool left_is_larger = border == 26;
-        for (std::size_t i = 0; i < scene.red.size(); ++i) {
-            const bool covered = scene.heights[i] != untouched;
-            EXPECT_EQ(scene.red[i], !covered ? before.red[i] : left_is_larger ? 0.75f : 0.125f);
-            EXPECT_EQ(scene.green[i], !covered ? before.green[i] : left_is_larger ? 0.3f : 0.8f);
-            EXPECT_EQ(scene.blue[i], before.blue[i]);
-        }
-    }
-}
-
-TEST_F(PointCloud, TheVoteAmongTheSamples) {
-    constexpr int side = 60;
-    std::vector<float> red(side * side, 0.25f), green(red), blue(red);
-    const ColourVote vote{red.data(), green.data(), blue.data(), side, side};
-    const vec3 a(10.0f, 10.0f, 0.0f), b(50.0f, 12.0f, 0.0f), c(20.0f, 52.0f, 0.0f);
-    const auto set = [&](float u, float v, float w, float value) {
-        const auto x = static_cast<int>(a.x() * u + b.x() * v + c.x() * w);
-        const auto y = static_cast<int>(a.y() * u + b.y() * v + c.y() * w);
-        red[static_cast<std::size_t>(y * side + x)] = value;
-    };
-    // Twelve against one, whichever the one is.
-    set(0.333f, 0.333f, 0.333f, 0.9f);
-    EXPECT_EQ(vote(a, b, c).x(), 0.25f);
-    set(0.333f, 0.333f, 0.333f, 0.25f);
-    set(0.15f, 0.15f, 0.7f, 0.9f);
-    EXPECT_EQ(vote(a, b, c).x(), 0.25f);
-    // A NaN takes part in every sum.
-    set(0.15f, 0.15f, 0.7f, std::numeric_limits<float>::quiet_NaN());
-    EXPECT_EQ(vote(a, b, c).x(), 0.0f);
-    EXPECT_EQ(vote(a, b, c).y(), 0.0f);
-    // All alike, but for the rest of a rounding: the first sample wins a tie. Off the frame the rim's cells count.
-    std::fill(red.begin(), red.end(), 0.5f);
-    EXPECT_EQ(vote(vec3(-10.0f, -10.0f, 0.0f), vec3(69.0f, -10.0f, 0.0f), vec3(-10.0f, 69.0f, 0.0f)).x(), 0.5f);
-    for (std::size_t i = 0; i < red.size(); ++i)
-        red[i] = static_cast<float>(i) * 1e6f; // far apart: every sample stands alone
-    EXPECT_EQ(vote(a, b, c).x(), static_cast<float>(24 * side + 26) * 1e6f);
-}
-
-TEST_F(PointCloud, AnIncompleteImageIsLeftAlone) {
-    const CloudScene before = random_scene(40, 30, 60);
-    CloudScene plain = before;
-    draw(plain);
-    for (int missing = 0; missing < 3; ++missing) {
-        CloudScene scene = before;
-        EXPECT_EQ(scene.run(queue, host.callbacks(), missing == 0 ? nullptr : scene.red.data(),
-                            missing == 1 ? nullptr : scene.green.data(), missing == 2 ? nullptr : scene.blue.data()),
-                  ok);
-        EXPECT_TRUE(same_bits(scene.red, before.red) && same_bits(scene.green, before.green) &&
-                    same_bits(scene.blue, before.blue));
-        EXPECT_TRUE(same_bits(scene.heights, plain.heights) && same_bits(scene.noise, plain.noise));
-    }
 }
 
 TEST_F(PointCloud, BoxesBeyondALaunchFailAndTheGridsStay) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "grid/resampling.hpp"
 #include "support.hpp"
 
 namespace {
@@ -142,27 +141,6 @@ TEST_F(ThermalShaper, MaskOfOnesIsNoMaskAndMaskOfZerosMovesPitsAlone) {
         }
     }
     EXPECT_GT(pits, 10);
-}
-
-TEST_F(ThermalShaper, DetailGainZeroKeepsOnlyWhatTheCoarserLevelHas) {
-    // A slope with a checkerboard on it, which halving takes away exactly. Rate 0 sheds nothing, and there are no pits.
-    std::vector<float> cells;
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 24; ++x)
-            cells.push_back(4.0f * static_cast<float>(x) + 3.0f * static_cast<float>(y) +
-                            0.5f * static_cast<float>((x + y) % 2));
-    auto p = parameters(24, 16, 4.0f, 0.0f);
-    p.detail_gain = 0.0f;
-    resampling::Grid root(Extent<2>(24, 16), queue, cells.data(), false, true);
-    resampling::Grid coarse = resampling::downsample_magic(root);
-    const resampling::Grid smooth = resampling::upsample_magic(coarse);
-    queue.wait();
-    const std::vector<float> expected(smooth.data(), smooth.data() + smooth.size());
-    const std::vector<float> result = shaped(cells, p);
-    for (std::size_t i = 0; i < result.size(); ++i)
-        ASSERT_NEAR(result[i], expected[i], 1e-5f) << i;
-    p.detail_gain = 1.0f;
-    EXPECT_NE(shaped(cells, p), result);
 }
 
 } // namespace

@@ -12,7 +12,6 @@ namespace {
 
 using namespace tarn;
 using namespace tarn_test;
-using thermal::Phase;
 using thermal::Schedule;
 
 using Cells = std::vector<float>;
@@ -79,60 +78,6 @@ Cells cone(int side, float steepness) {
     return cells;
 }
 
-TEST_F(Thermal, ScheduleAtTheLevelCountsThatMatter) {
-    const auto schedule = [](float levels, float iterations) {
-        return Schedule(parameters(256, 256, levels, iterations));
-    };
-    // Below 1: one level with a share of exp(count - 1).
-    EXPECT_EQ(schedule(-1.0f, 2560.0f).levels(), 1);
-    EXPECT_EQ(schedule(-1.0f, 2560.0f).iterations(0), std::ceil(std::exp(-2.0f) * 2560.0f));
-    EXPECT_EQ(schedule(1.0f, 1000.0f).levels(), 1);
-    EXPECT_EQ(schedule(1.0f, 1000.0f).iterations(0), 1000.0f);
-
-    const Schedule four = schedule(4.0f, 1024.0f);
-    EXPECT_EQ(four.levels(), 4);
-    EXPECT_EQ(four.iterations(0), 1024.0f);
-    EXPECT_EQ(four.iterations(1), 1024.0f);
-    // A level half a step behind the bend: e^-3 / 6 + 1/2 - 1/6 halvings.
-    EXPECT_EQ(four.iterations(2), std::ceil(1024.0 * std::exp2(-(std::exp(-3.0) / 6.0 + 0.5 - 1.0 / 6.0))));
-    EXPECT_NEAR(four.iterations(3) / schedule(6.0f, 1024.0f).iterations(4), 2.0, 0.02); // halvings from there on
-
-    const Schedule fraction = schedule(3.25f, 1024.0f);
-    EXPECT_EQ(fraction.levels(), 4);
-    EXPECT_EQ(fraction.iterations(0), 256.0f);
-    EXPECT_EQ(fraction.iterations(1), 1024.0f);
-    EXPECT_EQ(fraction.iterations(2), 1024.0f);
-    EXPECT_LT(fraction.iterations(3), 1024.0f);
-
-    // As many as the feature size asks for, also where there is nothing left to halve.
-    EXPECT_EQ(Schedule(parameters(8, 64, 7.0f, 1.0f)).levels(), 7);
-}
-
-TEST_F(Thermal, PhasesOfALevel) {
-    const auto phases = [](float iterations, int level_index, bool is_root) {
-        std::string text;
-        for (float t = 0.0f; t < iterations; t += 1.0f) {
-            const Phase phase = thermal::phase_of(t, iterations, level_index, is_root);
-            text += phase == Phase::plain ? 'p' : phase == Phase::directional ? 'd' : 's';
-        }
-        return text;
-    };
-    const auto row = [](int plain, int directional, int settling) {
-        const auto count = [](int n) {
-            return static_cast<std::size_t>(n);
-        };
-        return std::string(count(plain), 'p') + std::string(count(directional), 'd') +
-               std::string(count(settling), 's');
-    };
-    EXPECT_EQ(phases(100.0f, 3, true), row(80, 12, 8));
-    EXPECT_EQ(phases(40.0f, 3, true), row(20, 12, 8));
-    EXPECT_EQ(phases(18.0f, 3, true), row(9, 1, 8));
-    EXPECT_EQ(phases(16.0f, 3, true), row(8, 0, 8));
-    EXPECT_EQ(phases(5.0f, 3, true), row(0, 0, 5));
-    EXPECT_EQ(phases(100.0f, 2, false), row(92, 0, 8));
-    EXPECT_EQ(phases(100.0f, 0, true), row(0, 0, 100));
-}
-
 TEST_F(Thermal, NothingMovesOnFlatGroundOrWithoutIterations) {
     const Cells flat(48 * 48, 3.5f), zeros(48 * 48, 0.0f);
     expect_same(weathered(flat, parameters(48, 48, 3.5f, 60.0f)), {flat, zeros, zeros, 0});
@@ -163,31 +108,6 @@ TEST_F(Thermal, CoverMovesAndNothingIsLostInsideTheBorder) {
     EXPECT_LT(sum(lost.heights), sum(peak) - 1.0);
     for (std::size_t i = 0; i < peak.size(); ++i)
         ASSERT_LE(lost.heights[i], peak[i]);
-}
-
-TEST_F(Thermal, SurfaceRisesAndFallsWithItsCover) {
-    // On a single level loosening leaves the surface alone and a move changes surface and cover alike, whatever the
-    // border and the absorption take.
-    const Cells terrain = rough_terrain(50, 41);
-    auto p = parameters(50, 41, 1.0f, 30.0f);
-    for (const float absorption : {0.0f, 0.6f, 1.0f}) {
-        p.absorption = absorption;
-        const Weathered w = weathered(terrain, p);
-        for (std::size_t i = 0; i < terrain.size(); ++i)
-            ASSERT_NEAR(w.heights[i] - terrain[i], w.depth[i] - w.wear[i], 1e-3f) << i;
-        EXPECT_GT(sum(w.wear), 1000.0);
-    }
-}
-
-TEST_F(Thermal, BorderCellsShedOverTheEdge) {
-    Cells ramp;
-    for (int y = 0; y < 32; ++y)
-        for (int x = 0; x < 32; ++x)
-            ramp.push_back(2.0f * static_cast<float>(x));
-    const Weathered w = weathered(ramp, parameters(32, 32, 1.0f, 20.0f));
-    EXPECT_LT(sum(w.heights), sum(ramp) - 1.0);
-    EXPECT_EQ(w.heights[16 * 32], 0.0f); // the lowest column has no lower neighbour, and takes nothing in
-    EXPECT_LT(w.heights[16 * 32 + 31], ramp[31]);
 }
 
 TEST_F(Thermal, SteepConeRelaxesToTheReposeSlope) {
@@ -255,7 +175,7 @@ TEST_F(Thermal, ProgressAndCancel) {
         const Weathered stopped = run(queue, terrain, p);
         EXPECT_EQ(stopped.status, cancelled);
         EXPECT_EQ(host.cancel_questions, at); // not asked again
-        EXPECT_GT(sum(stopped.wear), 0.0);  // what was done before has been folded back
+        EXPECT_GT(sum(stopped.wear), 0.0);    // what was done before has been folded back
         for (std::size_t i = 0; i < terrain.size(); ++i)
             ASSERT_LT(std::abs(stopped.heights[i] - terrain[i]), 60.0f);
     }
