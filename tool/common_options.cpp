@@ -104,11 +104,11 @@ std::string check_time(const std::string& text) {
 }
 
 int day_of_year(const std::string& text) {
-    const auto [month, day] = parse_pair(text, '-').value();
+    const auto [month, day] = parse_pair(text, '-').value_or(std::pair{1, 1});
     return std::accumulate(days_of_months, days_of_months + month - 1, day);
 }
 
 double hour_of_day(const std::string& text) {
-    const auto [hour, minute] = parse_pair(text, ':').value();
+    const auto [hour, minute] = parse_pair(text, ':').value_or(std::pair{0, 0});
     return hour + minute / 60.0;
 }

@@ -38,7 +38,10 @@ std::string quoted(const std::string& argument) {
         return argument;
     std::string text = "'";
     for (const char c : argument)
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        if (c == '\'')
+            text += "'\\''";
+        else
+            text += c;
     return text + "'";
 }
 
@@ -73,7 +76,7 @@ void stage(const std::string& path, std::deque<StagedFile>& files) {
     const CPLStringList names(VSIReadDir(memory_folder.c_str()));
     for (int i = 0; i < names.size(); ++i) {
         const std::string name = names[i];
-        const std::string in_memory = memory_folder + "/" + name;
+        const std::string in_memory = (fs::path(memory_folder) / name).string();
         vsi_l_offset size = 0;
         const GByte* const bytes = VSIGetMemFileBuffer(in_memory.c_str(), &size, FALSE);
         const bool is_main = fs::path(path).filename() == name;
