@@ -142,12 +142,17 @@ LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, LaplacianLevel& finer)
     queue->submit([&](sycl::handler& handler) {
         const auto fine = read(finer.heights, handler);
         const auto coarse = update(heights, handler);
-        launch_cells(launch_on(handler, *queue), Extent<2>(extent), 0,
-                     [=, width = static_cast<std::ptrdiff_t>(extent[1])](int x, int y, auto) {
-                         float& height = cells_of(coarse)[y * width + x];
-                         if (!is_finite(height))
-                             height = mean_of_finite(cells_of(fine), x, y, columns, rows);
-                     });
+        launch_pieces_with_neighbours(
+            launch_on(handler, *queue), Extent<2>(extent),
+            [=, width = static_cast<std::ptrdiff_t>(extent[1])](int first, int last, int y, auto) {
+                float* const row = cells_of(coarse) + y * width;
+                int holes = 0; // counted first, since rows without a hole are then gone through as vectors
+                for (int x = first; x < last; ++x)
+                    holes += is_finite(row[x]) ? 0 : 1;
+                for (int x = first; x < last && holes > 0; ++x)
+                    if (!is_finite(row[x]))
+                        row[x] = mean_of_finite(cells_of(fine), x, y, columns, rows);
+            });
     });
 }
 
