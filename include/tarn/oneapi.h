@@ -57,13 +57,13 @@
  * Memory. On a device that is no CPU a run starts with a trial: its need in bytes, which each comment gives, plus
  * 256 MiB must be free on the device, or the call returns status_out_of_memory and calls nothing back. Then
  * acquire_memory tells the host what the run takes, and release_memory, with the same number, that it has gone. The two
- * always balance, also when a run fails or is cancelled. The need is an estimate. An allocation on the device that fails
- * later in the run ends it with status_out_of_memory, one in the host's memory with status_failed, both after a
+ * always balance, also when a run fails or is cancelled. The need is an estimate. An allocation on the device that
+ * fails later in the run ends it with status_out_of_memory, one in the host's memory with status_failed, both after a
  * log_error line.
  *
  * Repeatability. Runs with the same arguments give the same bits on a CPU, whatever the number of its threads and
- * whatever processor the library was built for. Four calls add or write in the order in which threads get there, so that
- * some of their results may differ between runs on several threads, in the last bits unless it says more:
+ * whatever processor the library was built for. Four calls add or write in the order in which threads get there, so
+ * that some of their results may differ between runs on several threads, in the last bits unless it says more:
  *
  *     DuneSimulation            heights, sand, wind_trace
  *     ColorTransportSimulation  red, green, blue
@@ -623,17 +623,22 @@ typedef struct lighting_Resolution {
 } lighting_Resolution;
 
 /**
- * Parameters of Shade and SunLightIntegral. 120 bytes. Each reads some fields only, and looks at no others. Of those
- * that Shade reads, all floats must be finite; sun_rings, sun_diameter and the fields of the ambient occlusion count
- * only if the flags let their stage run.
+ * Parameters of Shade and SunLightIntegral. 120 bytes. Each reads some fields only, and looks at no others. Floats
+ * that are read must be finite. Shade always reads resolution, terrain_size, terrain_height, exposure and the
+ * intensities and colours of both lights. It reads sun_direction if direct_light is set, albedo if the albedo grids are
+ * not all given, and the fields of the shadows and of the ambient occlusion if these are traced.
  */
 typedef struct lighting_Parameters {
-    lighting_Resolution resolution; /**< square, with an even side; for Shade at most 32766 */
-    float terrain_size;
-    float terrain_height;
+    lighting_Resolution resolution; /**< any rectangle; the limits of its sides are with the functions */
+    float terrain_size;             /**< extent of the grid along a row, in world units, above 0; cells are squares */
+    float terrain_height;           /**< world units in one unit of height, above 0 */
     /**
      * Unit vector towards the sun: x along a row, y down the rows, z up. A sun straight above lights everything, and
-     * one straight below nothing, whatever its disc.
+     * one straight below nothing, whatever its disc. It counts as straight above or below if the squares of x and y add
+     * up to 0 in float, which they do where both are below about 2.6e-23.
+     *
+     * A vector of another length is taken as it comes: diffuse is the cosine times its length, and the disc's radius
+     * is divided by it. Rays of the disc that overflow reach nothing.
      */
     float sun_direction[3];
     /**
@@ -642,7 +647,7 @@ typedef struct lighting_Parameters {
      * values are refused.
      */
     int32_t sun_rings;
-    float sun_diameter; /**< apparent diameter of the sun, degrees from 0 to 180; about 0.53 on Earth */
+    float sun_diameter; /**< apparent diameter, degrees from 0 to 180; about 0.53 on Earth; read if sun_rings > 0 */
     uint32_t hybrid_ao; /**< 0: ambient occlusion is traced at full size; else at the coarsest of hybrid_ao_levels */
     /**
      * Subdivisions of the icosahedron of ambient rays, 0 to 3: 7, 23, 94 or 371 rays, for the tracing at full size and
@@ -651,8 +656,9 @@ typedef struct lighting_Parameters {
     int32_t ao_subdivisions;
     int32_t hybrid_ao_subdivisions;
     /**
-     * Levels of the hybrid pyramid, the full size included; below 2 is full size. Each level halves the side, rounding
-     * down, and more levels than that leaves cells for are refused.
+     * Levels of the hybrid pyramid, the full size included; below 2 is full size. Each level halves both sides,
+     * rounding down, and its cells share out terrain_size evenly. More levels than the smaller side allows are refused:
+     * at most 6 for 96 x 40 cells, 2 for 3 x 200, 1 for 1 x 7.
      */
     int32_t hybrid_ao_levels;
     float exposure; /**< factor on both lights */
@@ -660,10 +666,14 @@ typedef struct lighting_Parameters {
     float ambient_intensity;
     float sun_color[3]; /**< red, green, blue, as ambient_color */
     float ambient_color[3];
-    float albedo;      /**< grey of the surface where no albedo grids are given */
-    int32_t first_day; /**< days of a year of 365, both included; a span may run over the new year */
+    float albedo; /**< grey of the surface where no albedo grids are given */
+    /**
+     * Days of a year of 365, both included. A span may run over the new year. Days below 1 and above 365 are those of
+     * the years before and after; the sun's way is the same every year. From -3650 to 3650, else refused.
+     */
+    int32_t first_day;
     int32_t last_day;
-    float latitude;            /**< degrees, north is positive */
+    float latitude;            /**< degrees from -90 to 90, else refused; north is positive */
     float north_offset;        /**< degrees added to the sun's azimuth; at 0 north is towards row 0 */
     float haze;                /**< extinction by the air, from 0 */
     uint8_t direct_light;      /**< the sun lights the terrain */
@@ -688,9 +698,15 @@ typedef struct lighting_Parameters {
  * - red, green, blue: out.
  * - albedo_red, albedo_green, albedo_blue: in, or null; `albedo` takes their place unless all three are given.
  *
- * Grids that are not square or have an odd side are refused, and null grids of a stage that runs. The hybrid ambient
- * occlusion traces the coarsest level of a pyramid only, and adds what the finer relief does to it: faster with each
- * level, and smoother.
+ * Grids of any width and height are taken. Where shadows or ambient occlusion are traced, a side of more than 32766
+ * cells is refused. Null grids of a stage that runs are refused. The hybrid ambient occlusion traces the coarsest level
+ * of a pyramid only, and adds what the finer relief does to it: faster with each level, and smoother.
+ *
+ * A height that is not finite leaves the eight cells around it without a normal: their diffuse and their colours are
+ * NaN. Shadows are finite. NaN and -infinity throw none, except that a line of a sweep that starts on a NaN, at the
+ * border, lights no cell up to the other border; +infinity shades all that lies behind it. The ambient occlusion at
+ * full size does the same. The hybrid one leaves such heights out of the coarse levels, so they shade nothing: only the
+ * cell and those around it can be NaN, and around holes that are wider than a coarse cell as many as that is wide.
  *
  * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 72 * width * height bytes.
  */
@@ -701,15 +717,17 @@ TARN_API uint32_t Shade(SyclQueue* queue, const float* heights, float* diffuse, 
 
 /**
  * Sums the sunlight that a terrain receives over a span of days, terrain shadows included. Up to 2000 positions of the
- * sun are drawn from the span: declination by Cooper's formula (1969), air mass by Rozenberg's (1966). One sweep at
- * half the resolution takes them all.
+ * sun are drawn from the span: declination by Cooper's formula (1969), air mass by Rozenberg's (1966). One sweep takes
+ * them all, over half the width and half the height, both rounded down; these cells share out terrain_size evenly. So
+ * for an odd width, terrain_size should be the extent of one column less.
  *
  * - heights: in.
  * - result: out; light received, from 0, as a mean over day and night. A surface that faced the sun all the time,
  *   without haze, would get 2.68.
  * - parameters: reads resolution, terrain_size, terrain_height, first_day, last_day, latitude, north_offset and haze. A
  *   last_day before first_day lies in the next year; a span below one day, and a haze below 0, are refused. So are
- *   grids that are not square or have an odd side.
+ *   sides below 2 or above 65533 cells. Heights that are not finite darken the cells around them, and +infinity all
+ *   that lies behind it; the result is finite.
  *
  * Takes no callbacks: no progress, no reports of memory, no cancel. Errors, and refusals, are logged through the
  * callbacks of the latest Shade that was not refused, so that host must still be there; before it nothing is logged.
