@@ -7,7 +7,6 @@
 #include <ogr_spatialref.h>
 
 #include "message.hpp"
-#include "resample.hpp"
 
 namespace {
 
@@ -67,44 +66,30 @@ lighting_Parameters light_of_day(const SunPosition& sun) {
 
 LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
                const Surface& surface, const std::vector<float>& ao) {
-    const GridSize size{grid.width, grid.height};
-    const int longer = std::max(size.width, size.height);
-    // The levels of hybrid ambient occlusion are best halves of one another.
-    const int most_halvings = std::max(static_cast<int>(std::log2(longer)), 1);
-    const int halvings = parameters.hybrid_ao != 0 ? std::clamp(parameters.hybrid_ao_levels - 1, 1, most_halvings) : 1;
-    const GridSize square = round_up({longer, longer}, 1 << halvings);
-    parameters.resolution = {square.width, square.height};
-    parameters.terrain_size = static_cast<float>(std::sqrt(cell.x * cell.y) * square.width);
+    parameters.resolution = {grid.width, grid.height};
+    parameters.terrain_size = static_cast<float>(std::sqrt(cell.x * cell.y) * grid.width);
     parameters.terrain_height = static_cast<float>(height_unit);
 
-    const std::vector<float> heights = pad(grid.cells, size, square);
     const auto blank = [&](bool needed) {
-        return std::vector<float>(needed ? heights.size() : 0);
-    };
-    const auto padded = [&](const std::vector<float>& cells) {
-        return cells.empty() ? cells : pad(cells, size, square);
+        return std::vector<float>(needed ? grid.size() : 0);
     };
     const bool occluded = parameters.ambient_light != 0 && parameters.ambient_occlusion != 0;
     const bool supplied = parameters.ao_supplied != 0;
     LitGrid lit{blank(parameters.direct_light != 0),
                 blank(parameters.direct_light != 0 && parameters.shadows != 0),
-                supplied ? padded(ao) : blank(occluded),
+                supplied ? ao : blank(occluded),
                 blank(true),
                 blank(true),
                 blank(true)};
-    const Surface albedo{padded(surface.red), padded(surface.green), padded(surface.blue)};
     const auto or_null = [](auto& cells) {
         return cells.empty() ? nullptr : cells.data();
     };
-    host.run(format_text("lighting %d x %d cells", square.width, square.height),
+    host.run(format_text("lighting %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
-                 return Shade(queue, heights.data(), or_null(lit.diffuse), or_null(lit.shadow), or_null(lit.ao),
-                              lit.red.data(), lit.green.data(), lit.blue.data(), or_null(albedo.red),
-                              or_null(albedo.green), or_null(albedo.blue), &parameters, callbacks);
+                 return Shade(queue, grid.cells.data(), or_null(lit.diffuse), or_null(lit.shadow), or_null(lit.ao),
+                              lit.red.data(), lit.green.data(), lit.blue.data(), or_null(surface.red),
+                              or_null(surface.green), or_null(surface.blue), &parameters, callbacks);
              });
-    for (std::vector<float>* cells : {&lit.diffuse, &lit.shadow, &lit.ao, &lit.red, &lit.green, &lit.blue})
-        if (!cells->empty())
-            *cells = crop(*cells, square, size);
     return lit;
 }
 

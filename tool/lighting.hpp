@@ -35,8 +35,8 @@ struct LitGrid {
     std::vector<float> diffuse, shadow, ao, red, green, blue;
 };
 
-/// Renders a grid with the library. It is padded to an even square for that, and brought back. `height_unit` is in
-/// metres, and `ao` is read if the parameters say that it is supplied.
+/// Renders a grid with the library. `height_unit` is in metres, and `ao` is read if the parameters say that it is
+/// supplied.
 LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
                const Surface& surface, const std::vector<float>& ao = {});
 

@@ -14,7 +14,6 @@
 #include "host.hpp"
 #include "lighting.hpp"
 #include "message.hpp"
-#include "resample.hpp"
 #include "shade_preview.hpp"
 
 namespace {
@@ -41,12 +40,10 @@ void SunlightCommand::run(Outputs& outputs) {
     if (!place)
         throw ToolError(ExitCode::usage, "the file does not say where it lies; --latitude is needed");
 
-    const GridSize size{grid.width, grid.height};
-    const int longer = std::max(size.width, size.height);
-    const GridSize square = round_up({longer, longer}, 2);
     lighting_Parameters parameters{};
-    parameters.resolution = {square.width, square.height};
-    parameters.terrain_size = static_cast<float>(cell_size * square.width);
+    parameters.resolution = {grid.width, grid.height};
+    // It is traced at half the size, where the last column of an odd number falls away.
+    parameters.terrain_size = static_cast<float>(cell_size * (grid.width / 2 * 2));
     parameters.terrain_height = static_cast<float>(common.height_unit_of(grid));
     parameters.first_day = day_of_year(first_day);
     parameters.last_day = day_of_year(last_day);
@@ -55,14 +52,13 @@ void SunlightCommand::run(Outputs& outputs) {
     parameters.haze = haze;
     print_note(format_text("latitude %.4g, days %d to %d", *place, parameters.first_day, parameters.last_day));
 
-    const std::vector<float> heights = pad(grid.cells, size, square);
-    std::vector<float> result(heights.size());
+    std::vector<float> result(grid.size());
     outputs.check_grids(grid);
-    host.run(format_text("summing sunlight over %d x %d cells", square.width, square.height),
+    host.run(format_text("summing sunlight over %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks*) {
-                 return SunLightIntegral(queue, heights.data(), result.data(), &parameters);
+                 return SunLightIntegral(queue, grid.cells.data(), result.data(), &parameters);
              });
-    grid.cells = crop(result, square, size);
+    grid.cells = std::move(result);
     const auto [least, greatest] = extremes(grid);
     print_note(format_text("cells receive %.3g to %.3g", static_cast<double>(least), static_cast<double>(greatest)));
     outputs.add_picture(common.preview, grid, shade_sunlight(grid));
