@@ -114,22 +114,6 @@ TEST_F(Cellular, GapDrawsAllFacesBackAndRemovesCellsAtOne) {
     }
 }
 
-TEST_F(Cellular, GapFactorScalesTheGapWhereItStands) {
-    auto p = jittered();
-    p.gap = 0.2f;
-    EXPECT_TRUE(same_bits(finished(p, hills(), level(1.0f)).height, finished(p, hills()).height));
-    EXPECT_TRUE(same_bits(finished(p, hills(), level(not_a_number)).height, level(0.0f)));
-    Cells half = level(0.0f);
-    std::fill(half.begin(), half.begin() + 32 * 64, 10.0f);
-    const Result result = finished(p, hills(), half);
-    p.gap = 0.0f;
-    const Result whole = finished(p, hills());
-    for (std::size_t i = 0; i < 64 * 20; ++i)
-        ASSERT_EQ(result.height[i], 0.0f);
-    for (std::size_t i = 64 * 44; i < 64 * 64; ++i)
-        ASSERT_EQ(result.height[i], whole.height[i]);
-}
-
 TEST_F(Cellular, GroundBelowTheBlockGivesNothing) {
     for (const float ground : {0.0f, -5.0f, not_a_number, -infinity}) {
         const Result result = finished(parameters(), level(ground));

@@ -145,21 +145,4 @@ TEST_F(ColorTransport, ReportsRunUpToAHundredAndCancelStops) {
     EXPECT_EQ(host.released, host.acquired);
 }
 
-TEST_F(ColorTransport, PersistenceBeyondItsRangeIsSafe) {
-    const Cells heights = rough_terrain(50, 30);
-    for (const float persistence : {-0.0999f, 0.0f, 1.04f, 1.05f, 1.2f, 1e30f}) {
-        auto p = parameters(50, 30);
-        p.persistence = persistence;
-        const Colors moved = finished(p, heights, picture(50, 30));
-        EXPECT_TRUE(std::all_of(moved.green.begin(), moved.green.end(), [](float green) {
-            return green > -1e-3f && green < 1.001f;
-        })) << persistence;
-    }
-    for (const float transport : {-1e30f, 1e30f, 5.0f}) {
-        auto p = parameters(50, 30);
-        p.transport = transport;
-        finished(p, heights, picture(50, 30));
-    }
-}
-
 } // namespace

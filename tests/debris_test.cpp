@@ -181,22 +181,6 @@ TEST_F(Debris, RocksSlideDownhillAndPileUpAtTheFootOfASlope) {
     EXPECT_EQ(finished(p, cells).covered(), 0u);
 }
 
-TEST_F(Debris, RocksOverTheEdgeAreDrawnAsFarAsTheyReachIn) {
-    // Slow enough that they come to lie just off the left border.
-    const std::uint32_t side = 32;
-    Cells cells;
-    for (std::uint32_t i = 0; i < side * side; ++i)
-        cells.push_back(static_cast<float>(i % side) * 0.02f);
-    auto p = parameters(side, 200);
-    p.friction = 0.0f;
-    const Result result = finished(p, cells);
-    EXPECT_GT(result.covered(), side);
-    for (std::size_t i = 0; i < cells.size(); ++i)
-        if (i % side > 6) {
-            EXPECT_EQ(result.coverage[i], 0.0f) << i;
-        }
-}
-
 /// A batch whose last twenty rocks are drawn once more, round.
 Cells with_round_rocks(sycl::queue& queue, const RecordingHost& host) {
     auto p = parameters(128, 50);

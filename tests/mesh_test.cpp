@@ -136,22 +136,6 @@ TEST_F(MeshRendering, HighestTriangleWinsInAnyOrderAndLeavesItsNumber) {
     EXPECT_GT(triangle_noise(0), 0.0f);
 }
 
-TEST_F(MeshRendering, BothSidesAreDrawnByTheExpansionAndOneByTheOtherSchemes) {
-    const auto drawn = [&](const Draw& scheme, bool turned) {
-        MeshScene scene(8, 8, -1.0f);
-        scene.mesh = quad(0, 0, 8, 8, 0.5f, 0.5f);
-        if (turned)
-            for (TarnUint3& t : scene.mesh.triangles)
-                std::swap(t.y, t.z);
-        draw(queue, scene, scheme);
-        return count_near(scene.heights, 0.5f);
-    };
-    for (const bool turned : {false, true}) {
-        EXPECT_EQ(drawn(expanded, turned), 64);
-        EXPECT_EQ(drawn(facing, turned), turned ? 0 : 64);
-    }
-}
-
 TEST_F(MeshRendering, BoxesAboveTheLimitAreDroppedAndTooManyCellsFail) {
     // 16383 + 2 rounded columns by 16382 + 2 rows stay below 2^28, one column more does not.
     const auto cells = [](float width, float height) {

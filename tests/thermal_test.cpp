@@ -12,7 +12,6 @@ namespace {
 
 using namespace tarn;
 using namespace tarn_test;
-using thermal::Schedule;
 
 using Cells = std::vector<float>;
 
@@ -110,26 +109,6 @@ TEST_F(Thermal, CoverMovesAndNothingIsLostInsideTheBorder) {
         ASSERT_LE(lost.heights[i], peak[i]);
 }
 
-TEST_F(Thermal, SteepConeRelaxesToTheReposeSlope) {
-    // Two levels, the coarser one, which always settles, next to idle.
-    auto p = parameters(64, 64, 1.002f, 1000.0f);
-    p.erosion_rate = 10.0f;
-    const float talus = std::atan(p.repose_angle * 3.14159265f / 180.0f);
-    const Weathered w = weathered(cone(64, 2.0f), p);
-    float steepest = 0.0f;
-    for (std::size_t x = 2; x < 62; ++x)
-        steepest = std::max(steepest, std::abs(w.heights[32 * 64 + x + 1] - w.heights[32 * 64 + x - 1]) / 2.0f);
-    EXPECT_NEAR(steepest, talus, 0.15f * talus);
-    EXPECT_GT(w.heights[32 * 64 + 32], 10.0f); // still a hill
-    // Gentle ground stays as it is, but for what settles.
-    const Cells gentle = cone(64, 0.8f * talus);
-    p.erosion_rate = 0.0f;
-    const Weathered untouched = weathered(gentle, p);
-    for (std::size_t i = 0; i < gentle.size(); ++i)
-        ASSERT_NEAR(untouched.heights[i], gentle[i], 1e-4f);
-    EXPECT_EQ(sum(untouched.wear), 0.0);
-}
-
 TEST_F(Thermal, MasksCountOnlyWithTheirFlags) {
     const Cells terrain = rough_terrain(40, 40), ones(40 * 40, 1.0f), zeros(40 * 40, 0.0f);
     Cells varied;
@@ -153,33 +132,6 @@ TEST_F(Thermal, MasksCountOnlyWithTheirFlags) {
     p.absorption = 0.0f;
     p.use_absorption_mask = 0;
     expect_same(kept, weathered(terrain, p));
-}
-
-TEST_F(Thermal, ProgressAndCancel) {
-    const Cells terrain = rough_terrain(32, 32);
-    const auto p = parameters(32, 32, 3.0f, 30.0f);
-    const Schedule schedule(p);
-    const int iterations = static_cast<int>(schedule.iterations(0) + schedule.iterations(1) + schedule.iterations(2));
-    const Weathered whole = weathered(terrain, p);
-    EXPECT_EQ(host.progress.front(), 0.0);
-    EXPECT_EQ(host.progress.back(), 100.0);
-    EXPECT_TRUE(std::is_sorted(host.progress.begin(), host.progress.end()));
-    // The coarse levels' first 5 % pass in silence; from then on every iteration reports.
-    EXPECT_LT(host.progress.size(), static_cast<std::size_t>(iterations) + 1);
-    EXPECT_GT(host.progress.size(), static_cast<std::size_t>(iterations) / 2);
-
-    for (const int at : {1, 20, host.cancel_questions}) {
-        host.cancel_questions = 0;
-        host.cancel_at = at;
-        host.progress.clear();
-        const Weathered stopped = run(queue, terrain, p);
-        EXPECT_EQ(stopped.status, cancelled);
-        EXPECT_EQ(host.cancel_questions, at); // not asked again
-        EXPECT_GT(sum(stopped.wear), 0.0);    // what was done before has been folded back
-        for (std::size_t i = 0; i < terrain.size(); ++i)
-            ASSERT_LT(std::abs(stopped.heights[i] - terrain[i]), 60.0f);
-    }
-    EXPECT_EQ(host.released, host.acquired);
 }
 
 TEST_F(Thermal, ReportsEveryIterationAfterTheFirstTwentiethAndStopsWhereTold) {
