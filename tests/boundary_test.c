@@ -110,29 +110,6 @@ static float highest(const float* heights) {
     return result;
 }
 
-static void exports_have_their_types(void) {
-    void (*const get_devices)(DeviceInfo**, int32_t*) = GetDevices;
-    void (*const free_devices)(DeviceInfo*) = FreeDevices;
-    DeviceInfo* (*const get_device_info)(SyclQueue*) = GetDeviceInfo;
-    void (*const free_device_info)(DeviceInfo*) = FreeDeviceInfo;
-    SyclQueue* (*const create)(const char*, const HostCallbacks*) = CreateSyclQueue;
-    void (*const destroy)(SyclQueue*) = DestroySyclQueue;
-    uint32_t (*const shape)(SyclQueue*, float*, const float*, const thermal_shaper_Parameters*, const HostCallbacks*) =
-        ThermalShaper_Process;
-
-    // Harmless calls through them: null is ignored or refused everywhere.
-    free_devices(NULL);
-    free_device_info(NULL);
-    destroy(NULL);
-    CHECK(create(NULL, &callbacks) == NULL);
-    CHECK(create("cpu", NULL) == NULL);
-    CHECK(shape(NULL, NULL, NULL, NULL, NULL) == status_failed);
-    CHECK(get_device_info(NULL) == NULL);
-    DeviceInfo* devices = NULL;
-    get_devices(&devices, NULL);
-    CHECK(devices == NULL);
-}
-
 // Writes the identity string of a device of this kind with these texts and
 // returns the queue on it, or null.
 static SyclQueue* open_device(const char* kind_token, const DeviceInfo* info, const char* vendor_id) {
@@ -202,8 +179,6 @@ static void shaper_wears_a_hill_down(SyclQueue* queue) {
 }
 
 int main(void) {
-    exports_have_their_types();
-
     SyclQueue* queue = CreateSyclQueue("cpu", &callbacks);
     if (queue == NULL) {
         printf("no queue on the CPU\n");

@@ -73,15 +73,6 @@ class Lighting : public ::testing::Test {
         EXPECT_TRUE(host.errors.empty());
         return image;
     }
-
-    static void expect_same(const Image& actual, const Image& expected) {
-        EXPECT_TRUE(same_bits(actual.diffuse, expected.diffuse));
-        EXPECT_TRUE(same_bits(actual.shadow, expected.shadow));
-        EXPECT_TRUE(same_bits(actual.ao, expected.ao));
-        EXPECT_TRUE(same_bits(actual.red, expected.red));
-        EXPECT_TRUE(same_bits(actual.green, expected.green));
-        EXPECT_TRUE(same_bits(actual.blue, expected.blue));
-    }
 };
 
 TEST_F(Lighting, FlatGroundIsEvenlyLit) {
@@ -172,24 +163,6 @@ TEST_F(Lighting, SunStraightAboveThrowsNoShadowAndStraightBelowGivesNoLight) {
 
 // ---------------------------------------------------------------------------------------------------------------------
 // The pipeline
-
-TEST_F(Lighting, HybridOcclusionOfOneLevelIsTheTracedOne) {
-    lighting_Parameters p = parameters(48);
-    const Cells ground = rough_terrain(48, 48);
-    const Image traced = shaded(ground, p);
-    p.hybrid_ao = 1;
-    p.ao_subdivisions = 0; // not looked at
-    for (const int levels : {1, 0, -1, std::numeric_limits<int>::min()}) {
-        p.hybrid_ao_levels = levels;
-        expect_same(shaded(ground, p), traced);
-    }
-    for (const int levels : {2, 3, 6}) { // the coarsest of 6 has one cell
-        p.hybrid_ao_levels = levels;
-        const Image image = shaded(ground, p);
-        EXPECT_FALSE(same_bits(image.ao, traced.ao));
-        EXPECT_TRUE(std::all_of(image.ao.begin(), image.ao.end(), [](float ao) { return ao >= 0.0f && ao <= 1.0f; }));
-    }
-}
 
 TEST_F(Lighting, HeightsThatAreNotFiniteReachOnlyTheirNeighboursInHybridOcclusion) {
     lighting_Parameters p = parameters(64);
