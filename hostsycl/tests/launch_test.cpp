@@ -18,8 +18,8 @@ namespace {
 
 TEST(LaunchTest, EveryItemRunsOnceWhateverTheShape) {
     sycl::queue queue;
-    for (const std::size_t rows : {0, 1, 3, 64, 700})
-        for (const std::size_t columns : {0, 1, 5, 64, 1333}) {
+    for (const std::size_t rows : {0u, 1u, 3u, 64u, 700u})
+        for (const std::size_t columns : {0u, 1u, 5u, 64u, 1333u}) {
             std::vector<int> hits(rows * columns, 0);
             int* data = hits.data();
             queue.parallel_for(sycl::range<2>(rows, columns), [=](sycl::item<2> place) {

@@ -19,7 +19,7 @@ TEST(ReductionTest, SeveralAtOncePassOverNaN) {
     const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
     const float low = *least;
     const float high = *greatest;
-    for (const std::size_t place : {0, 40, 5000, 10006})
+    for (const std::size_t place : {0u, 40u, 5000u, 10006u})
         if (values[place] != low && values[place] != high)
             values[place] = nan;
     float bounds[2] = {nan, nan};

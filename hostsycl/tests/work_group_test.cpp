@@ -85,7 +85,7 @@ TEST(WorkGroupTest, BarriersOrderLocalMemory) {
     sycl::queue cpu(sycl::cpu_selector_v);
     const hostsycl::simulated_device_guard guard;
     sycl::queue gpu(guard.get());
-    for (const std::size_t size : {2, 16, 256, 1024}) {
+    for (const std::size_t size : {2u, 16u, 256u, 1024u}) {
         const std::size_t groups = 50;
         std::vector<int> expected(groups);
         for (std::size_t g = 0; g < groups; ++g)

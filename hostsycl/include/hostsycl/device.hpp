@@ -66,7 +66,7 @@ HOSTSYCL_DEVICE_INFO(sub_group_sizes, std::vector<std::size_t>)
 
 namespace detail {
 
-struct fault_plan;
+class fault_plan;
 
 enum class memory_kind { host, device };
 
