@@ -9,6 +9,7 @@
 #include "grid/access.hpp"
 #include "grid/fill.hpp"
 #include "grid/launch_cells.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/pyramid.hpp"
 #include "grid/resampling.hpp"
 #include "grid/shuffle.hpp"
@@ -18,6 +19,12 @@
 namespace tarn::parallel_erosion {
 
 namespace {
+
+/// Particles that walk side by side; on CPUs two vectors of them, one of which goes on while the other one waits for
+/// its heights.
+template <int lanes>
+constexpr int walker_lanes = lanes > 1 ? 2 * lanes : 1;
+constexpr std::uint32_t particle_block = walker_lanes<cpu_lanes>;
 
 /// An absent grid has one element, so that kernels can take an accessor to it.
 sycl::range<2> one_if_absent(const LaplacianLevel& level, bool is_given) {
@@ -236,14 +243,15 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
         const auto cells = update(run.cells, handler);
         const auto height = read(run.level.height, handler);
         const auto directions = read(directions_, handler);
-        launch_lanes(launch_on(handler, queue_), count, std::uint32_t{cpu_lanes},
+        launch_lanes(launch_on(handler, queue_), count, particle_block,
                      [=, rule = run.plan.path](std::uint32_t first, std::uint32_t last, auto lanes) {
                          const int taken = static_cast<int>(last - first);
-                         Walkers<lanes.value> walkers;
+                         Walkers<walker_lanes<lanes.value>> walkers;
                          walkers.walk_and_carve(elements_of(particles) + first, taken, cells_of(height),
                                                 elements_of(directions), rule, cells_of(cells));
-                         walkers.put_down(first, taken, elements_of(wishes), cells_of(cells),
-                                          elements_of(changed) + std::size_t{first} * longest_path);
+                         const std::uint32_t first_wish = first * longest_path;
+                         walkers.put_down(taken, first_wish, elements_of(wishes) + first_wish, cells_of(cells),
+                                          elements_of(changed) + first_wish);
                          if (const std::uint32_t survivors = walkers.count_survivors(); survivors != 0)
                              walkers.store(elements_of(next) + atomic_add(alive_count[0], survivors));
                      });
@@ -254,12 +262,12 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
         const auto cells = update(run.cells, handler);
         const auto height = update(run.level.height, handler);
         const auto sediment = update(run.level.sediment, handler), wear = update(run.level.wear, handler);
-        launch_lanes(launch_on(handler, queue_), count, std::uint32_t{cpu_lanes},
-                     [=, rule = run.plan.path](std::uint32_t first, std::uint32_t last, auto lanes) {
-                         settle_listed<lanes.value>(elements_of(changed) + std::size_t{first} * longest_path,
+        launch_lanes(launch_on(handler, queue_), count, particle_block,
+                     [=](std::uint32_t first, std::uint32_t last, auto lanes) {
+                         settle_listed<lanes.value>(elements_of(changed) + first * longest_path,
                                                     static_cast<int>(last - first) * longest_path, cells_of(cells),
                                                     elements_of(wishes),
-                                                    {cells_of(height), cells_of(sediment), cells_of(wear)}, rule);
+                                                    {cells_of(height), cells_of(sediment), cells_of(wear)});
                      });
     });
     std::swap(run.particles, run.particles_next);

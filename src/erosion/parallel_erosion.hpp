@@ -34,16 +34,19 @@ struct Particle {
     float sediment;
 };
 
-/// What a particle wants of a cell at a point of its path.
+/// What a particle wants of a cell on its path.
 struct Wish {
-    float change;
-    /// A link to the wish that came before it at the same cell.
+    /// In fixed point, so that sums do not depend on their order.
+    std::int64_t changes;
+    /// The sum of their weights in the lower half, the number of visits in the upper one.
+    std::uint32_t counts;
+    /// The number of the wish that came before it at the same cell, from 1; 0 for none.
     std::uint32_t before;
 };
 
 /// What particles do to a cell. Their wishes make a list: an exchange of its head is all that they share.
 struct CellState {
-    /// A link; none but in the middle of a pass.
+    /// Its number, from 1; none but in the middle of a pass.
     std::uint32_t last_wish;
     /// At this level.
     std::uint32_t visits;

@@ -140,10 +140,8 @@ inline constexpr std::uint32_t no_cell = 0xFFFFFFFFu;
 /// Ends the list of a cell's wishes.
 inline constexpr std::uint32_t no_wish = 0;
 
-/// A link to a wish, with its weight in the lowest bit: inner points of a path count twice.
-inline std::uint32_t link_to(std::uint32_t number, bool is_inner) {
-    return (number + 1u) * 2u + (is_inner ? 1u : 0u);
-}
+/// A visit in the counts of a wish, besides its weight.
+inline constexpr std::uint32_t one_visit = 1u << 16;
 
 /// Particles on one piece of their paths, all in step, each in a lane of its own: `load`, then `step` point by point,
 /// `finish`, `carve` point by point, `put_down` and `store`.
@@ -174,12 +172,21 @@ struct Walkers {
     Mask goes_on[lanes];
     /// The last point of the piece; -1 for none.
     int end[lanes];
+    /// What it wants of the cell that it is in, since it came there: changes in fixed point, weights and visits.
+    std::int64_t sum[lanes];
+    std::uint32_t tally[lanes];
 
     // The points. A rising step stands at the height that it rises to; behind the end the last height goes on.
     std::uint32_t cell[longest_path][lanes];
     float heights[longest_path + 2][lanes];
     float rises[longest_path][lanes];
-    float changes[longest_path][lanes];
+    /// `sum` and `tally` up to a point.
+    std::int64_t changes[longest_path][lanes];
+    std::uint32_t counts[longest_path][lanes];
+    /// The point is the last one in its cell.
+    Mask leaves[longest_path][lanes];
+    /// How many steps the longest of the pieces has.
+    int steps;
 
     /// Takes up `count` particles. Lanes without one, and those of particles in the margins, do not walk: they look at
     /// a corner, and at nothing of what they find there.
@@ -210,6 +217,8 @@ struct Walkers {
             is_walking[k] = goes_on[k] = in & mask_of(steepness > 0.0f);
             has_risen[k] = has_left[k] = is_dead[k] = 0;
             end[k] = 0;
+            sum[k] = 0;
+            tally[k] = 0;
         }
     }
 
@@ -258,9 +267,8 @@ struct Walkers {
         return any != 0;
     }
 
-    /// Ends the piece, after `steps` steps. A particle that has neither died nor left stands on one more point, where
-    /// its next piece begins.
-    void finish(int steps, const PathRule& rule) {
+    /// Ends the piece. A particle that has neither died nor left stands on one more point, where its next piece begins.
+    void finish(const PathRule& rule) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
             is_dead[k] |= has_risen[k];
@@ -276,8 +284,10 @@ struct Walkers {
                 heights[i][k] = height[k];
     }
 
-    /// Works out the change that the particles want at point `i`.
+    /// Works out the change that the particles want at point `i`, and adds it up as long as they stay in a cell.
     void carve(int i, const PathRule& rule) {
+        float change[lanes];
+        Mask has_stayed[lanes];
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
             const PathHeights path{heights[maximum(i - 2, 0)][k],
@@ -289,35 +299,51 @@ struct Walkers {
             const Bed bed = carved_bed(path, sediment[k], surface[k], previous_surface[k], rule);
             // Raising the bed costs more than it gives.
             const float used = blend(mask_of(bed.change < 0.0f), bed.change, bed.change * 1.05f);
-            const Mask counts = mask_of(i <= end[k]);
-            previous_surface[k] = blend(counts, surface[k], previous_surface[k]);
-            surface[k] = blend(counts, bed.height, surface[k]);
-            sediment[k] = blend(counts, maximum(sediment[k] - used, 0.0f), sediment[k]);
+            const Mask is_point = mask_of(i <= end[k]);
+            previous_surface[k] = blend(is_point, surface[k], previous_surface[k]);
+            surface[k] = blend(is_point, bed.height, surface[k]);
+            sediment[k] = blend(is_point, maximum(sediment[k] - used, 0.0f), sediment[k]);
 
             // The point that ends a piece begins the next one: it counts half in each.
             const Mask is_end = mask_of(i == 0) | mask_of(i == end[k]);
-            const float change = bed.change * blend(is_dead[k], 0.0f, blend(is_end, 0.5f, 2.0f));
-            changes[i][k] = blend(mask_of(rises[i][k] > 0.0f), maximum(change, rises[i][k]), change);
+            const float weighted = bed.change * blend(is_dead[k], 0.0f, blend(is_end, 0.5f, 2.0f));
+            change[k] = blend(mask_of(rises[i][k] > 0.0f), maximum(weighted, rises[i][k]), weighted);
+
+            const Mask stayed = mask_of(i > 0) & mask_of(cell[i][k] == cell[maximum(i - 1, 0)][k]);
+            tally[k] = one_visit + blend(is_end | is_dead[k], 1u, 2u) + (tally[k] & stayed);
+            counts[i][k] = tally[k];
+            has_stayed[k] = stayed;
+            leaves[i][k] = is_point & (mask_of(i == end[k]) | mask_of(cell[i][k] != cell[minimum(i + 1, steps)][k]));
+        }
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < lanes; ++k) {
+            sum[k] = fixed(change[k], rule) + (sum[k] & -static_cast<std::int64_t>(has_stayed[k] & 1u));
+            changes[i][k] = sum[k];
         }
     }
 
-    /// Puts the changes of the first `count` lanes on the lists of their cells. `first` is the number of the first
-    /// particle. `changed`, with room for `longest_path` cells a lane, gets the cells that nobody has come to before in
-    /// this pass.
-    void put_down(std::uint32_t first, int count, Wish* wishes, CellState* cells, std::uint32_t* changed) const {
-        std::uint32_t* const full = changed + count * longest_path;
-        for (int k = 0; k < count; ++k) {
-            std::uint32_t number = (first + static_cast<std::uint32_t>(k)) * longest_path;
-            for (int i = 0; i <= end[k]; ++i, ++number) {
-                const bool is_inner = i > 0 && i < end[k] && is_dead[k] == 0;
-                const std::uint32_t before = atomic_exchange(cells[cell[i][k]].last_wish, link_to(number, is_inner));
-                wishes[number] = {changes[i][k], before};
-                if (before == no_wish)
-                    *changed++ = cell[i][k];
+    /// Puts the changes of the first `count` lanes on the lists of their cells. `wishes`, where the first one has the
+    /// number `first`, and `changed` have room for `longest_path` of them a lane. `changed` gets the cells that nobody
+    /// has come to before in this pass.
+    void put_down(int count, std::uint32_t first, Wish* wishes, CellState* cells, std::uint32_t* changed) const {
+        std::uint32_t at[longest_path * lanes];
+        int left = 0;
+        for (int i = 0; i <= steps; ++i) {
+            for (int k = 0; k < count; ++k) {
+                // Overwritten by the next one, unless the particle leaves the cell.
+                wishes[left] = {changes[i][k], counts[i][k], no_wish};
+                at[left] = cell[i][k];
+                left += static_cast<int>(leaves[i][k] & 1u);
             }
         }
-        if (changed != full)
-            *changed = no_cell;
+        int listed = 0;
+        for (int n = 0; n < left; ++n) {
+            wishes[n].before = atomic_exchange(cells[at[n]].last_wish, first + static_cast<std::uint32_t>(n) + 1u);
+            changed[listed] = at[n];
+            listed += wishes[n].before == no_wish ? 1 : 0;
+        }
+        if (listed < count * longest_path)
+            changed[listed] = no_cell;
     }
 
     /// How many of the particles take part in the next pass.
@@ -340,14 +366,14 @@ struct Walkers {
     void walk_and_carve(const Particle* particles, int count, const float* ground, const float* directions,
                         const PathRule& rule, [[maybe_unused]] const CellState* cells) {
         load(particles, count, ground, rule);
-        int steps = 0;
+        steps = 0;
         for (bool any = true; any && steps < longest_path - 1; ++steps) {
             any = step(steps, ground, directions, rule);
             if constexpr (lanes > 1)
                 for (int k = 0; k < lanes; ++k)
                     prefetch_for_write(&cells[cell[steps][k]]);
         }
-        finish(steps, rule);
+        finish(rule);
         for (int i = 0; i <= steps; ++i)
             carve(i, rule);
     }
@@ -360,59 +386,61 @@ struct Layers {
     float* wear;
 };
 
-/// Takes the wishes of a cell off its list. Their mean.
-inline float take_wishes(CellState& cell, const Wish* wishes, const PathRule& rule) {
+/// Settles as many cells as there are lanes, none of them twice: takes the wishes off their lists and changes each cell
+/// by their mean.
+template <int lanes>
+inline void settle(const std::uint32_t* listed, CellState* cells, const Wish* wishes, const Layers& layers) {
     constexpr std::uint32_t most_visits = 1u << 30; // leaves room for those of another pass
-    std::int64_t changes = 0;
-    std::uint32_t weight = 0, visits = 0;
-    for (std::uint32_t link = cell.last_wish; link != no_wish; ++visits) {
-        const Wish& wish = wishes[link / 2u - 1u];
-        changes += fixed(wish.change, rule);
-        weight += 1u + (link & 1u);
-        link = wish.before;
+    std::int64_t changes[lanes];
+    std::uint32_t weight[lanes], visits[lanes];
+    for (int k = 0; k < lanes; ++k) {
+        changes[k] = 0;
+        weight[k] = visits[k] = 0;
+        for (std::uint32_t link = cells[listed[k]].last_wish; link != no_wish;) {
+            const Wish& wish = wishes[link - 1u];
+            changes[k] += wish.changes;
+            weight[k] += wish.counts % one_visit;
+            visits[k] += wish.counts / one_visit;
+            link = wish.before;
+        }
     }
-    cell = {no_wish, minimum(cell.visits + visits, most_visits)};
-    return (static_cast<float>(changes) * fixed_point_unit) / static_cast<float>(weight);
-}
-
-/// Changes a cell by `mean` and keeps the books of it.
-inline void settle(std::uint32_t cell, float mean, const Layers& layers) {
-    const int at = static_cast<int>(cell); // for vectors of indices
-    layers.height[at] += mean;
-    layers.sediment[at] = maximum(0.0f, layers.sediment[at] + blend(mask_of(mean > 0.0f), mean, mean * 0.95f));
-    layers.wear[at] -= minimum(mean, 0.0f);
+    TARN_INDEPENDENT_ITERATIONS
+    for (int k = 0; k < lanes; ++k) {
+        const int cell = static_cast<int>(listed[k]);
+        const float mean = (static_cast<float>(changes[k]) * fixed_point_unit) / static_cast<float>(weight[k]);
+        layers.height[cell] += mean;
+        layers.sediment[cell] = maximum(0.0f, layers.sediment[cell] + blend(mask_of(mean > 0.0f), mean, mean * 0.95f));
+        layers.wear[cell] -= minimum(mean, 0.0f);
+        cells[cell].last_wish = no_wish;
+        cells[cell].visits = minimum(cells[cell].visits + visits[k], most_visits);
+    }
 }
 
 /// Settles the cells of a list that has room for `room` of them.
 template <int lanes>
 inline void settle_listed(const std::uint32_t* changed, int room, CellState* cells, const Wish* wishes,
-                          const Layers& layers, const PathRule& rule) {
+                          const Layers& layers) {
     int count = 0;
     while (count < room && changed[count] != no_cell)
         ++count;
-    for (int first = 0; first < count; first += lanes) {
-        const std::uint32_t* const listed = changed + first;
-        const int taken = minimum(lanes, count - first);
-        if constexpr (lanes > 1) {
-            for (int k = lanes; k < minimum(2 * lanes, count - first); ++k) {
-                prefetch_for_write(&cells[listed[k]]);
-                prefetch_for_write(&layers.height[listed[k]]);
-                prefetch_for_write(&layers.sediment[listed[k]]);
-                prefetch_for_write(&layers.wear[listed[k]]);
-            }
+    const auto make_ready = [&](int first, int last) {
+        for (int i = first; i < minimum(last, count); ++i) {
+            prefetch_for_write(&cells[changed[i]]);
+            prefetch_for_write(&layers.height[changed[i]]);
+            prefetch_for_write(&layers.sediment[changed[i]]);
+            prefetch_for_write(&layers.wear[changed[i]]);
         }
-        float means[lanes];
-        for (int k = 0; k < taken; ++k)
-            means[k] = take_wishes(cells[listed[k]], wishes, rule);
-        if (taken == lanes) {
-            TARN_INDEPENDENT_ITERATIONS
-            for (int k = 0; k < lanes; ++k)
-                settle(listed[k], means[k], layers);
-        } else {
-            for (int k = 0; k < taken; ++k)
-                settle(listed[k], means[k], layers);
+    };
+    int i = 0;
+    if constexpr (lanes > 1) {
+        make_ready(0, lanes);
+        for (; i + lanes <= count; i += lanes) {
+            make_ready(i + lanes, i + 2 * lanes);
+            settle<lanes>(changed + i, cells, wishes, layers);
         }
     }
+    for (; i < count; ++i)
+        settle<1>(changed + i, cells, wishes, layers);
 }
 
 /// How far the flow has reached into a cell: four visits reach it in full.
