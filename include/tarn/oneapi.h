@@ -130,7 +130,10 @@ typedef struct HostCallbacks {
      * it, after that with every step the run counts, so keep it short. The last value need not be 100.
      */
     void (*progress)(double percent);
-    /** Asked after every report but the one of 0.0. True stops the run at the next point where it can stop. */
+    /**
+     * Asked after every report but the one of 0.0, and about every tenth of a second between reports, by the calls that
+     * can stop early. True stops the run at the next point where it can stop.
+     */
     bool (*is_cancelled)(void);
     /** A line of information. The text is valid during the call only. */
     void (*log_info)(const char* text);
@@ -427,13 +430,13 @@ typedef struct parallel_erosion_Parameters {
  * - wear: out; height that the particles have removed, less what shaping has cut.
  * - reserved: not read; may be null.
  *
- * Logs "1" by log_info as its first act, also before a refusal. Refused: a negative shaping_detail, and terrain_size,
- * terrain_height or feature_size at or below 0 or out of all proportion. Particles stop at heights that are NaN or
- * infinite. Those that are still on their way after 1024 + 8 * (width + height) pieces of path are given up.
+ * Logs "1" by log_info as its first act, also before a refusal. Refused: a height that is NaN or infinite, a negative
+ * shaping_detail, and terrain_size, terrain_height or feature_size at or below 0 or out of all proportion. No particle
+ * is born where the map is NaN. Those that are still on their way after 1024 + 8 * (width + height) pieces of path are
+ * given up.
  *
  * Status 0, 1, 2 or 3. Cancelling before the level just below the full size has started leaves height as it was, and
- * the other grids cleared. Need: 20 * width * height bytes; the run takes about 42 bytes a cell, 54 with a spawn_map. A
- * device needs 64-bit atomics.
+ * the other grids cleared. Need: 20 * width * height bytes; the run takes about 33 bytes a cell, 45 with a spawn_map.
  */
 TARN_API uint32_t ParallelErosionSimulation(SyclQueue* queue, float* height, const float* spawn_map, float* flow,
                                             float* sediment, const void* reserved, float* wear,
@@ -548,7 +551,8 @@ typedef struct flow_Parameters {
  * steps, that does not lead down; the height before the start counts as 0.0, so that a start at or above 0.0 is such a
  * step. None starts on level ground. The unit of the heights makes no difference but to `spread`.
  *
- * - heights: in.
+ * - heights: in. A trail goes straight on where a height is NaN, and ends where one is infinite. Where pits are filled, n
+ *   as below, one such height makes NaN of all within 3 * (2^n - 1) rows and columns of the working copy.
  * - flow_map: out; from 0 to just below 1. Left as it was if the mask lets no particle start.
  * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell. NaN starts none.
  *
@@ -571,7 +575,10 @@ typedef struct color_transport_Parameters {
      * never negative: from about 1.04 up it is 0. Above -0.1.
      */
     float persistence;
-    /** Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. Other values extrapolate. */
+    /**
+     * Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. Other values extrapolate in each batch:
+     * the colours leave their range, and beyond 2 they may grow without bound.
+     */
     float blend;
     /** Height added for each visit after each batch, in units of 1e-5. */
     float spread;
@@ -598,7 +605,8 @@ typedef struct color_transport_Parameters {
  * count.
  *
  * - heights: in.
- * - red, green, blue: in and out; the image, in any linear unit. Left as it was if the mask lets no particle start.
+ * - red, green, blue: in and out; the image, in any linear unit. Left as it was if the mask lets no particle start. A
+ *   colour that is not finite spoils the cells that it is carried to.
  * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell. NaN starts none.
  * - length_map: in, or null. Factor on the length of the trails, by the cell in which they start. At 0 and below a
  *   trail ends in its first cell; NaN is no limit.
