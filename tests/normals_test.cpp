@@ -91,7 +91,12 @@ TEST_F(Normals, RaysFollowTheMeshsNormalTowardsTheGroundFromEitherSide) {
 TEST_F(Normals, LongWaysEndWhereSingleStepsWouldTakeThem) {
     // A plane far above, with steps of 1e-4 of a cell to the side; then ground that cannot be met at all.
     const auto meet = [](const std::vector<float>& ground, const vec3& direction) {
-        return intersect_heightmap({ground.data(), 64, 32, 64.0f}, vec3(20.5f, 10.5f, 0.0f), direction);
+        const Surface surface{ground.data(), 64, 32, 64.0f};
+        const Ray ray = ray_to(surface, vec3(20.5f, 10.5f, 0.0f), direction);
+        RayBatch<1> batch;
+        batch.set(0, ray, march(ray, surface));
+        batch.bisect(surface);
+        return batch.end(0);
     };
     const std::vector<float> high(64 * 32, 1000.0f);
     const vec3 hit = meet(high, vec3(1e-4f, 0.0f, 1.0f));

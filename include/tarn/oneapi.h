@@ -68,7 +68,7 @@
  *     DuneSimulation            heights, sand, wind_trace
  *     ColorTransportSimulation  red, green, blue
  *     DebrisSimulation          rock_id and speed, where rocks overlap: those of either
- *     StampInstancer_Populate   ids, where stamps overlap: that of either
+ *     MeshRasterizer_RenderMesh noise, where triangles overlap: that of either
  *
  * Records cross the boundary in memory as they stand here, on platforms with 64-bit pointers; the end of this header
  * checks their layout. Fields of one byte are flags: 0 is false, anything else is true. Fields named "reserved" are not
@@ -849,7 +849,8 @@ TARN_API uint32_t MeshRasterizer_RenderMeshWithTriplanarDisplacement(
  * Fewer than three points, or points all on one line, give status_failed and the line "Error: not triangulation".
  * Triangles with bounding boxes of 2^31 cells or more in all fail too, and without colours one of 2^28 cells or more
  * draws nothing. Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 32 * point_count +
- * 8 * cells bytes, and 16 bytes more if red is given.
+ * 8 * cells bytes, and 16 bytes more if red is given; or what the run takes, where that is more: 48 * point_count bytes
+ * (with colours 80) and 4 * cells, and on devices other than CPUs the grids.
  */
 TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float* points, float* height, float* noise,
                                                   float* red, float* green, float* blue,
@@ -865,7 +866,8 @@ TARN_API uint32_t MeshRasterizer_RenderPointCloud(SyclQueue* queue, const float*
  * - mesh: should cover the frame, with the winding told at the triplanar function. Cells under no triangle keep their
  *   outputs; under several the last one counts. Triangles without area have no influence, and upright ones none on the
  *   tangents. normals is not read. A triangle number out of range is refused.
- * - height: in; the detailed surface, 1.0 being vertical_scale * width cells.
+ * - height: in; the detailed surface, 1.0 being vertical_scale * width cells. A height that is not finite reaches the
+ *   cells whose rays pass within a cell of it or end within two.
  * - red, green, blue: out; the normal, packed from -1..1 to 0..1, with y flipped. Where the heights or the mesh hold no
  *   numbers, neither do they.
  * - hit_positions: out, one entry per cell; where the ray met the surface, in cells, from 0 to width - 1 and
@@ -909,14 +911,16 @@ typedef struct stamp_instancer_Parameters {
  * before any stamp, and raises the cells under it where it is higher. Stamps lie on whole cells, with their centre in
  * the cell of the position.
  *
- * - heights: in and out.
+ * - heights: in and out. NaN stays, and an instance within a cell of one stamps nothing; on an infinite height all its
+ *   cells become infinite, or none.
  * - ids: in and out; cells that a stamp raised get a random number of the instance, above 0 and up to 1.
  * - stamps: in; one stamp after the other, each stamp_width * stamp_height cells. A value of exactly 0 is a hole.
  * - instances: in and out, instance_count entries; may be null if that is 0. See stamp_instancer_Instance::height.
  *
  * Refused: stamp sizes below 1, a stamp number past the array, and instance_count * stamp_width * stamp_height above
- * 2^31 - 1. Status 0, 2 or 3: no progress, no cancel. Heights are repeatable; where instances overlap, the id of either
- * may stand. Need: 8 * width * height + 4 * stamps_width * stamps_height + 16 * instance_count bytes.
+ * 2^31 - 1. Status 0, 2 or 3: no progress, no cancel. Where instances overlap, the id on a CPU is that of the highest,
+ * of equally high ones the first; on other devices that of any which raised the cell may stand. Need:
+ * 8 * width * height + 4 * stamps_width * stamps_height + 16 * instance_count bytes.
  */
 TARN_API uint32_t StampInstancer_Populate(SyclQueue* queue, float* heights, float* ids, const float* stamps,
                                           stamp_instancer_Instance* instances,
@@ -926,7 +930,7 @@ TARN_API uint32_t StampInstancer_Populate(SyclQueue* queue, float* heights, floa
 typedef struct median_filter_Parameters {
     uint32_t resolution; /**< cells per side, a multiple of 32 */
     int32_t radius;      /**< of the disc, in cells, from 1; above 8 it counts as 8 */
-    uint32_t iterations; /**< how often the filter runs; 0 leaves the grid as it is */
+    uint32_t iterations; /**< how often the filter runs; 0 leaves the grid as it is, above 10000 it counts as 10000 */
 } median_filter_Parameters;
 
 /**
@@ -935,7 +939,8 @@ typedef struct median_filter_Parameters {
  * values above that do not count as such. The mean is a multiplication by 0.333333, so level ground sinks by a
  * millionth.
  *
- * - data: in and out, resolution * resolution cells.
+ * - data: in and out, resolution * resolution cells. Infinite heights are sorted like any others. Around a NaN, up to
+ *   `radius` cells away, the samples are not sorted out, and the result may be any of them or NaN.
  *
  * Always returns 0, and takes no callbacks: with arguments that cannot run (a null pointer, a radius below 1, a
  * resolution that is 0, no multiple of 32 or above 46336) the grid stays as it is. A C++ exception of the SYCL runtime
@@ -948,12 +953,20 @@ typedef struct Cellular3D_Parameters {
     int32_t grid_width;
     int32_t grid_height;
     float cell_density; /**< lattice cells per unit of extent_x and extent_y, above 0; above 512 it counts as 512 */
-    float gap;          /**< how far a cell's faces draw back, in lattice units; from 1 on no cell is left */
-    float extent_x;     /**< width of the block in units, above 0 */
-    float extent_y;     /**< depth of the block in units, above 0 */
-    float extent_z;     /**< factor on the block's height */
-    float jitter_x;     /**< jitter of the points as a fraction of a lattice cell, 0 to 1, as jitter_y and jitter_z */
-    float jitter_y;
+    /**
+     * How far a cell's faces draw back, in lattice units; from 1 on no cell is left. Below 0 they move outwards, and
+     * cells overlap.
+     */
+    float gap;
+    float extent_x; /**< width of the block in units, above 0 */
+    float extent_y; /**< depth of the block in units, above 0 */
+    float extent_z; /**< factor on the block's height */
+    /**
+     * Jitter of the points as a fraction of a lattice cell; 1 spreads them over the whole cell. Outside -1 to 1 points
+     * leave their cells; faces are still drawn against the 26 neighbours alone, so that cells may overlap.
+     */
+    float jitter_x;
+    float jitter_y; /**< as jitter_x */
     float jitter_z;
     uint32_t seed; /**< any value */
     float z_unit;  /**< a height of 1.0 is z_range * cell_density * extent_z / z_unit lattice cells; not 0 */
@@ -968,7 +981,8 @@ typedef struct Cellular3D_Parameters {
  *
  * - queue, height, random: not null; else status_failed, with nothing called back.
  * - height: in and out; from 0.0 to 1.0, which is where the block ends: ground above is cut off about two lattice
- *   cells higher. 0.0 comes back where no cell is solid.
+ *   cells higher. 0.0 comes back where no cell is solid. NaN counts as the lowest ground, for the cells whose points
+ * lie over it.
  * - gap_factor: in, or null; factor on `gap` at each cell; NaN leaves no cell there.
  * - random: out; a random number from 0 to 1 of the cell that gave the height, 0.0 where none did.
  * - parameters: rewritten: cell_density comes back as it was used: at most 512, and lower where the lattice would have
@@ -976,10 +990,12 @@ typedef struct Cellular3D_Parameters {
  *
  * Refused: extents and a cell_density that are not above 0, a block without height (z_range * extent_z / z_unit above
  * 0), numbers that are not finite, and a block so flat or so thin that its lattice has more than 2^31 - 1 cells at the
- * lowered cell_density too.
+ * lowered cell_density too. A lattice that is larger than the memory of a CPU's machine gives status_out_of_memory and
+ * one line, before anything is touched.
  *
- * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 24 bytes per lattice cell and 12 per cell
- * of the grid, and 8 per column of the lattice if it has more columns than the grid has cells.
+ * Status 0, 2 or 3: reports progress(0.0) only and cannot be cancelled. Need: 24 * (x + 5) * (y + 5) * (z + 5) bytes,
+ * x, y and z being the block's size in lattice cells, and 12 per cell of the grid; or what the run takes, where that is
+ * more: 24 bytes per cell of the lattice, 8 per column of it and 12 per cell of the grid.
  */
 TARN_API uint32_t Cellular3D_Render(SyclQueue* queue, float* height, const float* gap_factor, float* random,
                                     Cellular3D_Parameters* parameters, const HostCallbacks* callbacks);

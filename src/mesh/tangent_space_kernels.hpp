@@ -256,15 +256,6 @@ class RayBatch {
     std::int32_t is_found_[lanes] = {};
 };
 
-/// Where the ray along a mesh's normal meets a height grid.
-inline vec3 intersect_heightmap(const Surface& surface, const vec3& origin, const vec3& normal) {
-    const Ray ray = ray_to(surface, origin, normal);
-    RayBatch<1> batch;
-    batch.set(0, ray, march(ray, surface));
-    batch.bisect(surface);
-    return batch.end(0);
-}
-
 /// Bakes cells.
 struct NormalBake {
     /// The cells with the indices from `first` to before `last`.

@@ -2,8 +2,8 @@
 // each triangle's cells, the host sums the counts up, and a work-item finds its triangle by a binary search in the
 // sums.
 //
-// The box that is counted is rounded outwards, the box that is drawn is truncated and can be narrower. The cells that
-// this leaves over lie in further rows below the box, where the triangle's enlargement may still reach them.
+// The box that is counted is rounded outwards. The box that is drawn is truncated, so it can be narrower. Its surplus
+// work-items draw rows below the box, which the enlarged triangle may still reach.
 #pragma once
 
 #include <cmath>
