@@ -86,7 +86,9 @@ std::optional<Lattice> make_lattice(const Parameters& p) {
 
 Cellular3D::Cellular3D(const Parameters& parameters, const Lattice& lattice, sycl::queue& queue,
                        const HostCallbacks& record)
-    : tracker_(record, queue), parameters_(parameters), queue_(&queue), lattice_(lattice) {}
+    : tracker_(record, queue), parameters_(parameters), queue_(&queue),
+      points_(sycl::range<1>(static_cast<std::size_t>(lattice.cells())), queue), solidity_(points_.shape(), queue),
+      cell_random_(points_.shape(), queue), lattice_(lattice) {}
 
 template <int variant>
 void Cellular3D::launch_points(const float* height, const float* gap_factor) {
@@ -95,7 +97,7 @@ void Cellular3D::launch_points(const float* height, const float* gap_factor) {
     };
     queue_
         ->parallel_for(sycl::range<3>(size(lattice_.size_z), size(lattice_.size_y), size(lattice_.size_x)),
-                       [=, points = points_->data(), solidity = solidity_->data(), cell_random = cell_random_->data(),
+                       [=, points = points_.data(), solidity = solidity_.data(), cell_random = cell_random_.data(),
                         lattice = lattice_, p = parameters_](sycl::id<3> index) {
                            const int x = static_cast<int>(index[2]) + Lattice::first;
                            const int y = static_cast<int>(index[1]) + Lattice::first;
@@ -119,7 +121,7 @@ void Cellular3D::launch_points(const float* height, const float* gap_factor) {
 void Cellular3D::launch_top(int* top_layer) {
     queue_->parallel_for(
         sycl::range<1>(static_cast<std::size_t>(lattice_.columns())),
-        [=, solidity = solidity_->data(), columns = lattice_.columns(), layers = lattice_.size_z](sycl::id<1> index) {
+        [=, solidity = solidity_.data(), columns = lattice_.columns(), layers = lattice_.size_z](sycl::id<1> index) {
             const int column = static_cast<int>(index[0]);
             int layer = layers - 1;
             while (layer >= 0 && solidity[layer * columns + column] == 0.0f)
@@ -144,7 +146,7 @@ void Cellular3D::launch_spread(const int* top_layer, int* top_layer_spread) {
 }
 
 void Cellular3D::launch_surface(const int* top_layer_spread, float* height, float* random) {
-    const SolidCells cells{lattice_, points_->data(), solidity_->data(), cell_random_->data()};
+    const SolidCells cells{lattice_, points_.data(), solidity_.data(), cell_random_.data()};
     const int grid_width = parameters_.grid_width;
     const auto rows = static_cast<std::size_t>(parameters_.grid_height);
     if (!queue_->get_device().is_cpu()) {
@@ -189,11 +191,6 @@ void Cellular3D::launch_surface(const int* top_layer_spread, float* height, floa
 
 template <int variant>
 void Cellular3D::render(float* height, const float* gap_factor, float* random) {
-    const sycl::range<1> cells(static_cast<std::size_t>(lattice_.cells()));
-    points_.emplace(cells, *queue_);
-    solidity_.emplace(cells, *queue_);
-    cell_random_.emplace(cells, *queue_);
-
     const Extent<2> extent(static_cast<std::uint32_t>(parameters_.grid_width),
                            static_cast<std::uint32_t>(parameters_.grid_height));
     const usm_ptr<float, 2> height_grid(extent, *queue_, height, true, true);

@@ -56,7 +56,7 @@ std::optional<Lattice> make_lattice(const Parameters& parameters);
 
 class Cellular3D {
   public:
-    /// Reports 0 %.
+    /// Reports 0 %, then allocates the lattice.
     Cellular3D(const Parameters& parameters, const Lattice& lattice, sycl::queue& queue, const HostCallbacks& record);
 
     /// `variant` 0 draws from linear congruential random numbers, 1 from xorshift. The results reach the caller's grids
@@ -80,10 +80,10 @@ class Cellular3D {
     ProgressTracker tracker_;
     Parameters parameters_;
     sycl::queue* queue_;
-    std::optional<usm_ptr<Point, 1>> points_;
+    usm_ptr<Point, 1> points_;
     /// 0 for a cell that is not there, else 1 less the gap around it.
-    std::optional<usm_ptr<float, 1>> solidity_;
-    std::optional<usm_ptr<float, 1>> cell_random_;
+    usm_ptr<float, 1> solidity_;
+    usm_ptr<float, 1> cell_random_;
     Lattice lattice_;
 };
 

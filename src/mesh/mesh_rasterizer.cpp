@@ -194,7 +194,7 @@ void MeshRasterizer::draw_facing_by_band(const Store& store) {
     constexpr int lowest_band = 8;
     const int most_bands = static_cast<int>(std::max<std::size_t>(enough_items / triangles_->size(), 1));
     const int band_rows = std::max((height - 1) / most_bands + 1, lowest_band);
-    const auto bands = static_cast<std::size_t>((height - 1) / band_rows + 1);
+    const auto bands = static_cast<std::size_t>((height - 1) / band_rows) + 1;
     device_queue_->parallel_for(sycl::range<2>(bands, triangles_->size()),
                                 [=, vertices = vertices_->data(), triangles = triangles_->data()](sycl::id<2> index) {
                                     const auto triangle = static_cast<std::uint32_t>(index[1]);

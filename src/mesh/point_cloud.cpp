@@ -32,7 +32,7 @@ struct Cloud {
 };
 
 Triangles upload_triangles(const std::vector<PointTriangle>& triangles, sycl::queue& queue) {
-    const Triangles result(sycl::range<1>(triangles.size()), queue);
+    Triangles result(sycl::range<1>(triangles.size()), queue);
     const usm_host_accessor<uvec3> list(result, sycl::access::mode::write);
     for (std::size_t t = 0; t < list.size(); ++t)
         list[t] = uvec3(triangles[t][0], triangles[t][1], triangles[t][2]);

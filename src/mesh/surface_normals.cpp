@@ -11,7 +11,7 @@ namespace {
 template <class Source, class Normal>
 NormalGrid make_normals(const Source& source, const Normal& normal) {
     const Extent<2> extent = source.extent();
-    const NormalGrid result(extent, source.queue());
+    NormalGrid result(extent, source.queue());
     launch_cells(launch_on(source.queue()), extent, 1, [=, out = result.data()](int x, int y, auto column_kind) {
         out[static_cast<std::ptrdiff_t>(y) * extent.x() + x] = normal(extent, x, y, column_kind);
     });
