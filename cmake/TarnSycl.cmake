@@ -30,6 +30,7 @@ function(tarn_target_sycl target)
     target_link_libraries(${target} PUBLIC hostsycl)
   elseif(TARN_SYCL_RESOLVED STREQUAL "AdaptiveCpp")
     add_sycl_to_target(TARGET ${target} SOURCES ${ARGN})
+    target_compile_options(${target} PUBLIC -Wno-pass-failed) # its compiler is Clang, whatever CMake's is
   else()
     target_compile_options(${target} PUBLIC -fsycl -fp-model=precise)
     target_link_options(${target} PUBLIC -fsycl)
