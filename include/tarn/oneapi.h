@@ -551,8 +551,8 @@ typedef struct flow_Parameters {
  * steps, that does not lead down; the height before the start counts as 0.0, so that a start at or above 0.0 is such a
  * step. None starts on level ground. The unit of the heights makes no difference but to `spread`.
  *
- * - heights: in. A trail goes straight on where a height is NaN, and ends where one is infinite. Where pits are filled, n
- *   as below, one such height makes NaN of all within 3 * (2^n - 1) rows and columns of the working copy.
+ * - heights: in. A trail goes straight on where a height is NaN, and ends where one is infinite. Where pits are filled
+ *   (n as below), one such height makes NaN of all within 3 * (2^n - 1) rows and columns of the working copy.
  * - flow_map: out; from 0 to just below 1. Left as it was if the mask lets no particle start.
  * - mask: in, or null. Chance that a cell starts a particle, 0 to 1; null starts one in each cell. NaN starts none.
  *
@@ -576,8 +576,8 @@ typedef struct color_transport_Parameters {
      */
     float persistence;
     /**
-     * Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. Other values extrapolate in each batch:
-     * the colours leave their range, and beyond 2 they may grow without bound.
+     * Share of the mean that a batch takes, 0 to 1; 0 leaves the image as it is. Other values extrapolate in each
+     * batch: the colours leave their range, and beyond 2 they may grow without bound.
      */
     float blend;
     /** Height added for each visit after each batch, in units of 1e-5. */
