@@ -26,9 +26,9 @@ BENCHMARK(blur_half_pass<false>)->Arg(256)->Arg(512)->Arg(1000)->Arg(1024)->Arg(
 /// Rounds in each run; what stands before and after them is in the figure too.
 constexpr int rounds = 16;
 
-/// The least that a round has to move: four passes of the blur, wind, shelter, saltation and apply, and ten passes of
-/// avalanches, each grid read or written once a kernel.
-constexpr double bytes_per_round = 4.0 * (4 * 2 + 3 + 6 + 6 + 6 + 10 * (4 + 6));
+/// The least that a round has to move, each grid read or written once a kernel: four passes of the blur, the wind, the
+/// shelter, the grains' flights and their landings, and two sweeps of avalanches.
+constexpr double bytes_per_round = 4.0 * (4 * 2 + 3 + 6 + 6 + 6 + 4 + 4);
 
 void run(benchmark::State& state, float depth) {
     const auto side = static_cast<int>(state.range(0));

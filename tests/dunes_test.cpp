@@ -80,6 +80,16 @@ TEST_F(Dunes, SandIsKeptAndHeightIsGroundAndSandToTheBit) {
     }
 }
 
+TEST_F(Dunes, HeightsAndSandAreTheSameForAnyNumberOfThreads) {
+    const auto p = parameters(550, 300, 3.0f); // several tiles and bands of rows
+    const Cells ground = hills(550, 300), sand = sheet(550, 300, 0.4f);
+    const Result many = finished(p, ground, sand);
+    const Threads one(1);
+    const Result single = finished(p, ground, sand);
+    EXPECT_TRUE(same_bits(many.height, single.height));
+    EXPECT_TRUE(same_bits(many.sand, single.sand));
+}
+
 TEST_F(Dunes, BareGroundStaysAndStreamlinesAreDrawnAllTheSame) {
     const Cells ground = hills(64, 48);
     const Result result = finished(parameters(64, 48, 5.0f), ground, sheet(64, 48, 0.0f));

@@ -65,7 +65,7 @@
  * whatever processor the library was built for. Four calls add or write in the order in which threads get there, so
  * that some of their results may differ between runs on several threads, in the last bits unless it says more:
  *
- *     DuneSimulation            heights, sand, wind_trace
+ *     DuneSimulation            wind_trace
  *     ColorTransportSimulation  red, green, blue
  *     DebrisSimulation          rock_id and speed, where rocks overlap: those of either
  *     MeshRasterizer_RenderMesh noise, where triangles overlap: that of either
@@ -316,6 +316,9 @@ typedef struct thermal_shaper_Parameters {
  * - heights: in and out.
  * - mask: in, or null. Factor on the loss of each cell; 0 protects a cell but for the rise out of pits.
  *
+ * Refused: heights and masks with values that are not finite, a level_divisor or a scale_numerator of 0, and parameters
+ * out of all proportion.
+ *
  * Status 0, 2 or 3. Reports progress(0.0) and nothing more, and cannot be cancelled.
  * Need: floor(k * width * height / 3) bytes, with k = 64 if there is a mask, else 48.
  */
@@ -332,7 +335,10 @@ typedef struct thermal_Parameters {
     float erosion_rate;
     /** 0: loosening is even on all slopes above the repose angle. 1: it follows slope and convex curvature. */
     float curvature_bias;
-    /** Degrees, from 0. Slopes above the arc tangent of this angle in radians are loosened and slide. */
+    /**
+     * Degrees, from 0. Slopes above the arc tangent of this angle in radians are loosened and slide. Has no effect
+     * while a level settles, see below.
+     */
     float repose_angle;
     /** Largest feature, world units. Sets the number of levels; above 0. */
     float feature_size;
@@ -356,12 +362,16 @@ typedef struct thermal_Parameters {
  * - erosion_mask: in, or null; factor on the loosening, from 0. Not read while use_erosion_mask is 0.
  * - absorption_mask: in, or null; factor on the absorption, from 0. Not read while use_absorption_mask is 0.
  *
- * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one. terrain_size, terrain_height
- * and feature_size are above 0, or the call is refused. Coarser levels run longer; the last eight iterations of each
- * settle with every slope active, and the finest level runs up to twelve directional ones before them.
+ * The pyramid has ceil(log2(width * feature_size / terrain_size)) levels, at least one. Coarser levels run longer. The
+ * last eight iterations of a level settle: every slope is loosened and slides, whatever the repose_angle. On the
+ * coarsest level all iterations settle, so the repose_angle has no effect on a pyramid of one level. Before it settles,
+ * the finest of several levels runs up to twelve directional iterations.
  *
- * A flag with a null mask is as good as no flag. Status 0, 1, 2 or 3; after a cancel the coarser levels' results still
- * reach the grids. Need: 68 * width * height bytes.
+ * Refused: terrain_size, terrain_height and feature_size that are not above 0 or out of all proportion, and heights and
+ * masks that are read with values that are not finite. A flag with a null mask is as good as no flag.
+ *
+ * Status 0, 1, 2 or 3; after a cancel the coarser levels' results still reach the grids. Need: 68 * width * height
+ * bytes.
  */
 TARN_API uint32_t ThermalSimulation(SyclQueue* queue, float* heights, float* depth, float* wear,
                                     const float* erosion_mask, const float* absorption_mask,
@@ -451,11 +461,11 @@ TARN_API uint32_t ParallelErosionSimulation(SyclQueue* queue, float* height, con
 typedef struct arrakis_Parameters {
     int32_t width;
     int32_t height;
-    /** Length of the run, from 0: 2560 rounds per 1.0. */
+    /** Length of the run, 0 to 838860: 2560 rounds per 1.0. */
     float duration;
     float reserved_1;
     float reserved_2;
-    /** Degrees. Sand slides on slopes above the arc tangent of this angle in radians. */
+    /** Degrees, from 0. Sand slides on slopes above the arc tangent of this angle in radians. */
     float repose_angle;
     /** Has no effect. */
     float feature_size;
@@ -476,8 +486,12 @@ typedef struct arrakis_Parameters {
  * - wind_trace: out; streamlines of the last round's wind. 0 after a cancel or no round at all, and on grids below 256
  *   cells or narrower than 16 cells.
  *
+ * Refused: heights and sand with values that are not finite, a negative repose_angle, and terrain_size and
+ * terrain_height that are not above 0 or out of all proportion.
+ *
  * Ends with the line "Execution time: ... ms" by log_info. Status 0, 2 or 3: a cancel stops the run, and the status of
- * a run so stopped is 0. The grids may differ in their last bits from run to run. Need: 68 * width * height bytes.
+ * a run so stopped is 0. Height and sand are repeatable on a CPU; wind_trace may differ in its last bits from run to
+ * run. Need: 68 * width * height bytes.
  */
 TARN_API uint32_t DuneSimulation(SyclQueue* queue, float* height, float* sand, float* wind_trace,
                                  const arrakis_Parameters* parameters, const HostCallbacks* callbacks);
@@ -491,12 +505,16 @@ typedef struct debris_Parameters {
     uint32_t resolution; /**< cells per side: all grids are square */
     float terrain_size;
     float terrain_height;
-    uint32_t count; /**< number of rocks; any value */
-    float max_size; /**< largest radius of a rock, world units; above 0 */
-    float min_size; /**< smallest radius, world units */
-    /** Coefficient of the sliding friction, from 0. */
+    uint32_t count; /**< number of rocks; at most 2^24 */
+    float max_size; /**< largest radius of a rock, world units; above 0, and at most 15446 cells, as min_size */
+    /**
+     * Smallest radius, world units, from 0. It may be above max_size: radii lie between the two all the same. It must
+     * not be above three times max_size, where bodies would turn upside down.
+     */
+    float min_size;
+    /** Coefficient of the sliding friction. Below 0 it drives the rocks on. */
     float friction;
-    /** Share of a bounce against the surface that is thrown back, 0 to 1. */
+    /** Share of a bounce against the surface that is thrown back, 0 to 1. Other values extrapolate. */
     float restitution;
     float reserved;
     uint8_t draw_unmoved;  /**< draw rocks also where they have stayed at their birthplace */
@@ -515,10 +533,15 @@ typedef struct debris_Parameters {
  * - speed: in and out; a thousandth of the speed of a rock that crossed the cell, other cells keep what they hold.
  *
  * Always returns 0, and neither tries nor reports memory: with arguments that cannot run it logs why and leaves the
- * grids as they were. Reports progress(0.0) only and cannot be cancelled. A C++ exception of the SYCL runtime leaves
- * this function. Where rocks overlap, rock_id and speed may belong to either; heights are repeatable.
+ * grids as they were. Reports progress(0.0) only and cannot be cancelled. A device error shows as a log_error line. A
+ * C++ exception of the SYCL runtime or of progress leaves this function. Where rocks overlap, rock_id and speed may
+ * belong to either; heights are repeatable.
  *
- * Refused: radii above 15446 cells and below 0, a max_size of 0. Memory: 1.3 MB, and 16 bytes a cell on a GPU.
+ * Refused: what the record rules out, heights that are not finite, and more work than a call without cancel should do.
+ * To draw a rock is to look at most at all cells of a square of 3 r + 1 cells a side, for a radius of r cells, and at
+ * most at all cells of the grid; `count` times this number, for the largest rock, must not be above 2^40.
+ *
+ * Memory: 1.3 MB, and 16 bytes a cell on a GPU.
  */
 TARN_API uint32_t DebrisSimulation(SyclQueue* queue, float* height, float* rock_id, float* coverage, float* speed,
                                    const debris_Parameters* parameters, const HostCallbacks* callbacks);

@@ -86,6 +86,15 @@ inline bool is_discrete_gpu(const sycl::device& device) {
 
 namespace tarn {
 
+/// An index whose cell is to be fetched by itself. Where the target has no vector instruction for a fetch, compilers
+/// take a vector of indices apart, which costs more than the loads.
+inline int one_by_one(int index) {
+#if defined(__GNUC__) && !defined(__clang__) && !defined(__SYCL_DEVICE_ONLY__)
+    asm("" : "+r"(index));
+#endif
+    return index;
+}
+
 /// Asks a CPU for a cache line that is written to soon.
 inline void prefetch_for_write([[maybe_unused]] const void* address) {
 #if (defined(__GNUC__) || defined(__clang__)) && !defined(__SYCL_DEVICE_ONLY__)

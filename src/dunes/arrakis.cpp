@@ -1,11 +1,16 @@
 #include "dunes/arrakis.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
 #include "dunes/arrakis_kernels.hpp"
+#include "dunes/avalanche_kernels.hpp"
 #include "grid/blur.hpp"
 #include "grid/launch_cells.hpp"
+#include "grid/launch_lanes.hpp"
+#include "grid/with_constant.hpp"
 
 namespace tarn::arrakis {
 
@@ -18,27 +23,8 @@ constexpr float blur_radius = 12.0f;
 constexpr int repose_passes = 8;
 constexpr int smoothing_passes = 2;
 
-/// Cells of a row that a CPU's work-item takes at a time.
-constexpr int piece = 256;
-
-/// Calls `cells(first, y, count, capacity)` for the cells of the grid: one at a time on GPUs, pieces of rows on CPUs.
-/// The capacity, a constant, bounds the count.
-template <class Cells>
-void launch_pieces(sycl::queue& queue, const Extent<2>& extent, Cells cells) {
-    if (!queue.get_device().is_cpu()) {
-        queue.parallel_for(extent.shape(), [=](sycl::id<2> index) {
-            cells(static_cast<int>(index[1]), static_cast<int>(index[0]), 1, std::integral_constant<int, 1>{});
-        });
-        return;
-    }
-    launch_rows(launch_on(queue), extent, 0, [=](int y, int begin, int end, auto) {
-        for (int first = begin; first < end; first += piece)
-            cells(first, y, minimum(piece, end - first), std::integral_constant<int, piece>{});
-    });
-}
-
-/// The grids that only a run of rounds needs. Between saltation and the next round's blur the blurred heights and the
-/// shelter are not needed; the avalanches work in their place.
+/// The grids that only a run of rounds needs. Once the wind is known the blurred heights are not needed before the next
+/// round, and after saltation neither is the shelter: saltation and avalanches work in their place.
 struct Scratch {
     explicit Scratch(const LaplacianLevel& level)
         : blurred(level.extent, *level.queue), blur_scratch(level.extent, *level.queue),
@@ -66,34 +52,80 @@ RunConstants constants_of(const Parameters& parameters, const Extent<2>& extent)
 }
 
 /// The wind of this round, everywhere, before anyone searches upwind.
-void launch_wind(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
+void launch_wind(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants) {
     launch_cells(launch_on(*level.queue), level.extent, 1,
                  [=, blurred = std::as_const(scratch.blurred).data(), wind_x = scratch.wind_x.data(),
                   wind_y = scratch.wind_y.data()](int x, int y, auto interior) {
-                     const std::ptrdiff_t i = setting.index(x, y);
-                     wind_at<interior.value>(blurred, x, y, setting, wind_x[i], wind_y[i]);
+                     const std::ptrdiff_t i = constants.index(x, y);
+                     wind_at<interior.value>(blurred, x, y, constants, wind_x[i], wind_y[i]);
                  });
 }
 
-template <bool wide>
-void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
-    launch_pieces(*level.queue, level.extent,
-                  [=, wind = scratch.wind(), height = level.height.data(), sand = level.sand.data(),
-                   shelter = scratch.shelter.data(),
-                   sand_change = level.sand_change.data()](int first, int y, int count, auto capacity) {
-                      find_shelter<wide, capacity.value>(first, y, count, setting, wind, height, sand, shelter,
-                                                         sand_change);
-                  });
+/// Calls `part(x, y, count, capacity)` for all cells of a grid by parts of rows.
+template <class Part>
+void launch_row_parts(sycl::queue& queue, const RunConstants& constants, Part part) {
+    const auto cells = static_cast<std::uint32_t>(constants.columns * constants.rows);
+    launch_lanes(launch_on(queue), cells, std::uint32_t{cells_at_a_time},
+                 [=](std::uint32_t first, std::uint32_t last, auto lanes) {
+                     const auto begin = static_cast<int>(first), end = static_cast<int>(last);
+                     if constexpr (lanes.value == 1)
+                         part(begin % constants.columns, begin / constants.columns, 1, lanes);
+                     else
+                         for_row_parts(begin, end, constants, [&](int x, int y, int count) {
+                             part(x, y, count, std::integral_constant<int, cells_at_a_time>{});
+                         });
+                 });
+}
+
+/// Rows that a work-item takes of what costs extra at both ends of its rows: many, but each core of the CPU gets some.
+int rows_at_a_time(const sycl::queue& queue, int rows) {
+    const auto cores = static_cast<int>(queue.get_device().get_info<sycl::info::device::max_compute_units>());
+    return std::clamp((rows - 1) / (2 * cores) + 1, 64, 256);
 }
 
 template <bool wide>
-void launch_saltation(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, int round) {
-    launch_pieces(*level.queue, level.extent,
-                  [=, wind = scratch.wind(), sand = level.sand.data(), shelter = scratch.shelter.data(),
-                   sand_change = level.sand_change.data()](int first, int y, int count, auto capacity) {
-                      saltation<wide, capacity.value>(first, y, count, round, setting, wind, shelter, sand,
-                                                      sand_change);
-                  });
+void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants) {
+    launch_row_parts(*level.queue, constants,
+                     [=, wind = scratch.wind(), height = level.height.data(), sand = level.sand.data(),
+                      shelter = scratch.shelter.data(),
+                      sand_change = level.sand_change.data()](int x, int y, int count, auto capacity) {
+                         find_shelter<wide, capacity.value>(x, y, count, constants, wind, height, sand, shelter,
+                                                            sand_change);
+                     });
+}
+
+/// On a GPU each grain adds its sand where it lands. On a CPU the grains leave a note of where they have landed, and
+/// rows collect what is theirs: without atomic adds, which take most of the time there, and in the same order for any
+/// number of threads.
+template <bool wide>
+void launch_saltation(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, int round) {
+    sycl::queue& queue = *level.queue;
+    const Wind wind = scratch.wind();
+    const float* const sand = level.sand.data();
+    const float* const shelter = scratch.shelter.data();
+    float* const sand_change = level.sand_change.data();
+    float* const landed_x = scratch.blurred.data();
+    float* const landed_y = scratch.blur_scratch.data();
+    launch_row_parts(queue, constants, [=](int x, int y, int count, auto capacity) {
+        saltation<wide, capacity.value>(x, y, count, round, constants, wind, shelter, sand,
+                                        [=](int from, float to_x, float to_y, float amount) {
+                                            if constexpr (capacity.value == 1) {
+                                                atomic_add_bilinear(sand_change, constants, to_x, to_y, amount);
+                                            } else {
+                                                landed_x[from] = to_x;
+                                                landed_y[from] = to_y;
+                                            }
+                                        });
+    });
+    if (!queue.get_device().is_cpu())
+        return;
+    const int band = rows_at_a_time(queue, constants.rows);
+    queue.parallel_for(sycl::range<1>(static_cast<std::size_t>((constants.rows - 1) / band + 1)),
+                       [=](sycl::id<1> item) {
+                           const int first = static_cast<int>(item[0]) * band;
+                           lay_down(first, minimum(first + band, constants.rows), constants, {landed_x, landed_y},
+                                    shelter, sand, sand_change);
+                       });
 }
 
 /// Lays down what the saltation carried.
@@ -106,66 +138,94 @@ void launch_apply(const LaplacianLevel& level) {
                      const float depth = sand[i] + sand_change[i];
                      sand[i] = depth;
                      height[i] = ground[i] + depth;
-                     sand_change[i] = 0.0f;
                  });
 }
 
 /// One pass of avalanches: what slides off each cell, then what that makes of the sand and of the heights, which go
 /// from `height` into `next_height`.
-void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, const Pass& pass,
-                      const float* height, float* next_height) {
+void launch_avalanche(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants,
+                      const Pass& pass, const float* height, float* next_height) {
     float* sand = level.sand.data();
     float* moved = scratch.blurred.data();
     float* inverse_sum = scratch.blur_scratch.data();
-    launch_with_neighbours(launch_on(*level.queue), level.extent, [=](int x, int y, auto interior) {
-        const std::ptrdiff_t i = setting.index(x, y);
-        const Slide slide = avalanche<interior.value>(x, y, setting, height, sand, pass);
+    level.queue->parallel_for(level.extent.shape(), [=](sycl::id<2> index) {
+        const int x = static_cast<int>(index[1]), y = static_cast<int>(index[0]);
+        const std::ptrdiff_t i = constants.index(x, y);
+        const Slide slide = avalanche(x, y, constants, height, sand, pass);
         moved[i] = slide.moved;
         inverse_sum[i] = slide.inverse_sum;
     });
-    launch_with_neighbours(
-        launch_on(*level.queue), level.extent, [=, ground = level.ground.data()](int x, int y, auto interior) {
-            const std::ptrdiff_t i = setting.index(x, y);
-            const float depth =
-                sand[i] + slid_sand<interior.value>(x, y, setting, height, moved, inverse_sum, pass.threshold);
-            sand[i] = depth;
-            next_height[i] = ground[i] + depth;
-        });
+    level.queue->parallel_for(level.extent.shape(), [=, ground = level.ground.data()](sycl::id<2> index) {
+        const int x = static_cast<int>(index[1]), y = static_cast<int>(index[0]);
+        const std::ptrdiff_t i = constants.index(x, y);
+        const float depth = sand[i] + slid_sand(x, y, constants, height, moved, inverse_sum, pass.threshold);
+        sand[i] = depth;
+        next_height[i] = ground[i] + depth;
+    });
 }
 
-void launch_avalanches(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, float repose) {
+Pass pass_at(int pass, float repose) {
+    return pass < repose_passes ? Pass{repose, 1.0f} : Pass{0.0f, 0.5f};
+}
+
+/// The avalanches of a round pass by pass.
+void launch_passes(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, float repose) {
+    launch_apply(level);
     float* height = level.height.data();
     float* next_height = scratch.shelter.data();
     static_assert((repose_passes + smoothing_passes) % 2 == 0, "the last pass writes the level's own heights");
     for (int pass = 0; pass < repose_passes + smoothing_passes; ++pass) {
-        const bool smoothing = pass >= repose_passes;
-        launch_avalanche(level, scratch, setting, smoothing ? Pass{0.0f, 0.5f} : Pass{repose, 1.0f}, height,
-                         next_height);
+        launch_avalanche(level, scratch, constants, pass_at(pass, repose), height, next_height);
         std::swap(height, next_height);
     }
 }
 
-template <bool wide>
-void launch_round(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting, float repose,
-                  int round) {
-    blur::blur(*level.queue, level.height.data(), scratch.blur_scratch.data(), scratch.blurred.data(), level.extent,
-               blur_radius);
-    launch_wind(level, scratch, setting);
-    launch_find_shelter<wide>(level, scratch, setting);
-    launch_saltation<wide>(level, scratch, setting, round);
-    launch_apply(level);
-    launch_avalanches(level, scratch, setting, repose);
+/// The avalanches of a round, several passes at a time.
+void launch_sweeps(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, float repose) {
+    sycl::queue& queue = *level.queue;
+    const int tile_rows = rows_at_a_time(queue, constants.rows);
+    const sycl::range<2> tiles(static_cast<std::size_t>((constants.rows - 1) / tile_rows + 1),
+                               static_cast<std::size_t>((constants.columns - 1) / tile_columns + 1));
+    const auto sweep = [&](int first_pass, const SweepGrids& grids) {
+        std::array<Pass, passes_per_sweep> passes;
+        for (std::size_t pass = 0; pass < passes.size(); ++pass)
+            passes[pass] = pass_at(first_pass + static_cast<int>(pass), repose);
+        queue.parallel_for(tiles, [=](sycl::id<2> tile) {
+            sweep_tile(static_cast<int>(tile[1]) * tile_columns, static_cast<int>(tile[0]) * tile_rows, tile_rows,
+                       grids, constants, passes);
+        });
+    };
+    static_assert(repose_passes + smoothing_passes == 2 * passes_per_sweep);
+    const float* const ground = level.ground.data();
+    float* const sand = level.sand.data();
+    float* const between = scratch.blurred.data();
+    sweep(0, {ground, sand, level.sand_change.data(), between, nullptr});
+    sweep(passes_per_sweep, {ground, between, nullptr, sand, level.height.data()});
 }
 
 template <bool wide>
-void launch_streamlines(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& setting) {
+void launch_round(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, float repose,
+                  int round) {
+    blur::blur(*level.queue, level.height.data(), scratch.blur_scratch.data(), scratch.blurred.data(), level.extent,
+               blur_radius);
+    launch_wind(level, scratch, constants);
+    launch_find_shelter<wide>(level, scratch, constants);
+    launch_saltation<wide>(level, scratch, constants, round);
+    if (level.queue->get_device().is_cpu())
+        launch_sweeps(level, scratch, constants, repose);
+    else
+        launch_passes(level, scratch, constants, repose);
+}
+
+template <bool wide>
+void launch_streamlines(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants) {
     const std::size_t lines = level.extent.shape().size() >> 8;
-    if (lines == 0 || setting.columns < 16)
+    if (lines == 0 || constants.columns < 16)
         return;
-    level.queue->parallel_for(sycl::range<1>(lines),
-                              [=, wind = scratch.wind(), wind_trace = level.wind_trace.data()](sycl::id<1> line) {
-                                  draw_streamline<wide>(static_cast<std::uint32_t>(line[0]), setting, wind, wind_trace);
-                              });
+    level.queue->parallel_for(
+        sycl::range<1>(lines), [=, wind = scratch.wind(), wind_trace = level.wind_trace.data()](sycl::id<1> line) {
+            draw_streamline<wide>(static_cast<std::uint32_t>(line[0]), constants, wind, wind_trace);
+        });
 }
 
 LaplacianLevel make_level(const Extent<2>& extent, sycl::queue& queue, float* height, float* sand, float* wind_trace) {
@@ -192,16 +252,13 @@ float repose_step(const Parameters& parameters) {
 
 LaplacianLevel::LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid level_sand, Grid level_wind_trace)
     : queue(&level_queue), extent(level_height.extent()), height(std::move(level_height)), sand(std::move(level_sand)),
-      ground(extent, level_queue), wind_trace(std::move(level_wind_trace)), detail(extent, level_queue),
-      sand_change(extent, level_queue) {
+      ground(extent, level_queue), wind_trace(std::move(level_wind_trace)), sand_change(extent, level_queue) {
     launch_cells(launch_on(level_queue), extent, 0,
                  [width = static_cast<std::ptrdiff_t>(extent.x()), height_cells = height.data(),
-                  sand_cells = sand.data(), ground_cells = ground.data(), trace_cells = wind_trace.data(),
-                  detail_cells = detail.data(), change_cells = sand_change.data()](int x, int y, auto) {
+                  sand_cells = sand.data(), ground_cells = ground.data(),
+                  trace_cells = wind_trace.data()](int x, int y, auto) {
                      const std::ptrdiff_t i = y * width + x;
                      trace_cells[i] = 0.0f;
-                     change_cells[i] = 0.0f;
-                     detail_cells[i] = 0.0f;
                      ground_cells[i] = height_cells[i];
                      height_cells[i] = sand_cells[i] + height_cells[i];
                  });
@@ -225,24 +282,18 @@ void Arrakis::simulation(float rounds, LaplacianLevel& level) {
         return; // no round, no wind to draw
 
     const Scratch scratch(level);
-    const RunConstants setting = constants_of(parameters_, level.extent);
+    const RunConstants constants = constants_of(parameters_, level.extent);
     const float repose = repose_step(parameters_);
-    const bool wide = setting.columns >= longer_than_hops && setting.rows >= longer_than_hops;
+    const bool is_wide = constants.columns >= longer_than_hops && constants.rows >= longer_than_hops;
     for (int round = 0; round < count; ++round) {
-        if (wide)
-            launch_round<true>(level, scratch, setting, repose, round);
-        else
-            launch_round<false>(level, scratch, setting, repose, round);
+        with_constant(is_wide, [&](auto wide) { launch_round<wide.value>(level, scratch, constants, repose, round); });
         tracker_.add(static_cast<double>(level.height.size()));
         if (tracker_.cancelled)
             return;
     }
 
     level.queue->memset(level.wind_trace.data(), 0, level.wind_trace.size() * sizeof(float)).wait();
-    if (wide)
-        launch_streamlines<true>(level, scratch, setting);
-    else
-        launch_streamlines<false>(level, scratch, setting);
+    with_constant(is_wide, [&](auto wide) { launch_streamlines<wide.value>(level, scratch, constants); });
 }
 
 } // namespace tarn::arrakis

@@ -1,6 +1,7 @@
 // Arrakis: a layer of sand on a fixed ground, moved by saltation and avalanches under a wind.
 #pragma once
 
+#include <cstddef>
 
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
@@ -27,21 +28,18 @@ float cell_width(const Parameters& parameters);
 /// The height step from one cell to the next at which sand starts to slide.
 float repose_step(const Parameters& parameters);
 
-/// The grids of the run. `height` is `ground` plus `sand` at every cell and `sand_change` is 0 wherever no kernel is
-/// between lifting sand and laying it down.
+/// The grids of the run, which has one level. `height` is `ground` plus `sand` at every cell before and after a round.
 struct LaplacianLevel {
-    /// Takes the ground from `height`, puts the sand on top of it, and clears the other grids.
+    /// Takes the ground from `height`, puts the sand on top of it, and clears `wind_trace`.
     LaplacianLevel(sycl::queue& level_queue, Grid level_height, Grid level_sand, Grid level_wind_trace);
 
     sycl::queue* queue;
     Extent<2> extent;
-    /// A run has one level: no parent, and no detail.
-    LaplacianLevel* parent = nullptr;
     Grid height;
     Grid sand;
     Grid ground;
     Grid wind_trace;
-    Grid detail;
+    /// What the wind lifts off the cells in a round and lays down again.
     Grid sand_change;
 };
 

@@ -1,19 +1,22 @@
 // What one cell and one grain of the dune model do: the wind around the large shapes of the terrain, the shelter behind
-// crests, saltation (sand carried by the wind in hops, after B. T. Werner's dune model of 1995), avalanches on slopes
-// above the angle of repose, and streamlines of the wind.
+// crests, saltation (sand carried by the wind in hops, after B. T. Werner's dune model of 1995), and streamlines of the
+// wind.
 //
-// The grid is a torus for all that moves with the wind and a bounded plane for slopes. Where a function takes a count
-// of cells, a GPU's work-item calls it for its one cell and a CPU's for pieces of a row, so that both run the same
-// operations and the CPU runs them as vectors.
+// The grid is a torus for all that moves with the wind. Where a function takes a count of cells, a GPU's work-item
+// calls it for its one cell and a CPU's for parts of rows, so that both run the same operations and the CPU runs them
+// as vectors. Its capacity, a constant, bounds the count.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include <sycl/sycl.hpp>
 
 #include "device/backend.hpp"
 #include "grid/atomic.hpp"
+#include "grid/launch_lanes.hpp"
+#include "grid/neighbourhood.hpp"
 #include "grid/numeric.hpp"
 #include "grid/random.hpp"
 
@@ -25,6 +28,12 @@ inline constexpr int most_hops = 16;
 
 /// A grid at least this wide and high is longer than any hop: 20 times a wind of length 1 and a turn of 0.25.
 inline constexpr int longer_than_hops = 32;
+
+/// More cells than a grain's hops together: 15 of up to 1.25, a last one 20 times as far, and the cell it starts in.
+inline constexpr int longer_than_flights = 46;
+
+/// Cells that a CPU takes at a time: few enough that all that is known of them stays in the nearest cache.
+inline constexpr int cells_at_a_time = 256;
 
 /// The constants of a run.
 struct RunConstants {
@@ -68,47 +77,58 @@ inline float wrapped(float position, float size) {
     }
 }
 
-/// The cell of a position. Rounding may put a position on the far edge, and NaN in a height makes NaN of positions:
-/// both still give a cell of the grid.
-inline int cell_at(float x, float y, const RunConstants& s) {
-    const int column = minimum(static_cast<int>(x > 0.0f ? x : 0.0f), s.columns - 1);
-    const int row = minimum(static_cast<int>(y > 0.0f ? y : 0.0f), s.rows - 1);
-    return s.columns * row + column;
+/// The row or column of a coordinate among `size` of them. Rounding may put a position on the far edge, and heights
+/// beyond all floats make NaN of it: both still give one of them.
+inline int index_of(float coordinate, int size) {
+    constexpr float last = 2147483520.0f; // the largest float that an int holds
+    return minimum(static_cast<int>(minimum(maximum(0.0f, coordinate), last)), size - 1);
 }
 
-/// Spreads `value` over the four cells whose centres surround a position. In the outer half cell the weights go to the
-/// last row or column: nothing is lost, and nothing wraps around.
+inline int cell_at(float x, float y, const RunConstants& s) {
+    return s.columns * index_of(y, s.rows) + index_of(x, s.columns);
+}
+
+/// The cell whose centre lies above and to the left of a position, and how far the position lies from there towards the
+/// next row and column. In the outer half cell it counts as on the last row or column.
+struct Corners {
+    Corners(float x, float y, const RunConstants& s)
+        : column(index_of(x - 0.5f, maximum(s.columns - 1, 1))), row(index_of(y - 0.5f, maximum(s.rows - 1, 1))),
+          fx(minimum(maximum((x - 0.5f) - static_cast<float>(column), 0.0f), 1.0f)),
+          fy(minimum(maximum((y - 0.5f) - static_cast<float>(row), 0.0f), 1.0f)) {}
+
+    /// What the four cells around the position take of a value: nothing is lost.
+    void share(float value, float& upper_left, float& upper_right, float& lower_left, float& lower_right) const {
+        upper_left = ((1.0f - fx) * (1.0f - fy)) * value;
+        upper_right = (fx * (1.0f - fy)) * value;
+        lower_left = ((1.0f - fx) * fy) * value;
+        lower_right = (fx * fy) * value;
+    }
+
+    int column, row;
+    float fx, fy;
+};
+
+/// Spreads `value` over the four cells around a position; nothing wraps around. A grid of one row or column has no
+/// second one: both shares go to the first.
 inline void atomic_add_bilinear(float* grid, const RunConstants& s, float x, float y, float value) {
-    const float u = x - 0.5f;
-    const float v = y - 0.5f;
-    const int i = clamp_index(static_cast<int>(u > 0.0f ? u : 0.0f), maximum(s.columns - 1, 1));
-    const int j = clamp_index(static_cast<int>(v > 0.0f ? v : 0.0f), maximum(s.rows - 1, 1));
-    const float fx = minimum(maximum(u - static_cast<float>(i), 0.0f), 1.0f);
-    const float fy = minimum(maximum(v - static_cast<float>(j), 0.0f), 1.0f);
-    // A grid of one row or column has no second one: both weights go to the first.
-    const int right = minimum(i + 1, s.columns - 1);
-    const int below = minimum(j + 1, s.rows - 1);
-    atomic_add(grid[s.index(i, j)], ((1.0f - fx) * (1.0f - fy)) * value);
-    atomic_add(grid[s.index(right, j)], (fx * (1.0f - fy)) * value);
-    atomic_add(grid[s.index(i, below)], ((1.0f - fx) * fy) * value);
-    atomic_add(grid[s.index(right, below)], (fx * fy) * value);
+    const Corners at(x, y, s);
+    const int right = minimum(at.column + 1, s.columns - 1), below = minimum(at.row + 1, s.rows - 1);
+    float upper_left, upper_right, lower_left, lower_right;
+    at.share(value, upper_left, upper_right, lower_left, lower_right);
+    atomic_add(grid[s.index(at.column, at.row)], upper_left);
+    atomic_add(grid[s.index(right, at.row)], upper_right);
+    atomic_add(grid[s.index(at.column, below)], lower_left);
+    atomic_add(grid[s.index(right, below)], lower_right);
 }
 
 /// The unit wind at a cell, which bends around hills of the blurred terrain. Gradient by the 3-10-3 operator of H.
 /// Scharr, normalised by 32, and limited to a slope of 6. With `interior` the columns need no clamp.
 template <bool interior>
 inline void wind_at(const float* blurred, int x, int y, const RunConstants& s, float& wind_x, float& wind_y) {
-    const int left = interior ? x - 1 : maximum(x - 1, 0);
-    const int right = interior ? x + 1 : minimum(x + 1, s.columns - 1);
-    const float* north = blurred + s.index(0, maximum(y - 1, 0));
-    const float* here = blurred + s.index(0, y);
-    const float* south = blurred + s.index(0, minimum(y + 1, s.rows - 1));
-
+    const Neighbourhood n = neighbourhood<interior>(neighbour_rows(blurred, s.columns, s.rows, y), s.columns, x);
     const float normalisation = s.inverse_cell * 0.03125f;
-    float gx = normalisation * (((north[right] + south[right]) - (north[left] + south[left])) * 3.0f +
-                                (here[right] - here[left]) * 10.0f);
-    float gy = normalisation *
-               -(((north[left] + north[right]) - (south[left] + south[right])) * 3.0f + (north[x] - south[x]) * 10.0f);
+    float gx = normalisation * (((n.c + n.i) - (n.a + n.g)) * 3.0f + (n.f - n.d) * 10.0f);
+    float gy = normalisation * -(((n.a + n.c) - (n.g + n.i)) * 3.0f + (n.b - n.h) * 10.0f);
     const float bend = length(gx, gy) * 0.25f;
     gx = bend > 1.5f ? gx * 1.5f / bend : gx;
     gy = bend > 1.5f ? gy * 1.5f / bend : gy;
@@ -126,29 +146,81 @@ inline float lifted_sand(float sand, float shelter, float cell) {
     return minimum(sand, maximum((cell * 0.5f) * shelter, 0.0f));
 }
 
-/// Shelter of `count` cells of a row from `first` on, 1 in the open wind and 0 in full wind shadow: from the steepest
-/// rise between a cell and the points that a search upwind passes. Takes the sand that the wind lifts out of the cells.
+/// Calls visit(x, y, count) for the parts of rows that the cells from number `first` to before `last` make up.
+template <class Visit>
+inline void for_row_parts(int first, int last, const RunConstants& s, Visit visit) {
+    while (first < last) {
+        const int y = first / s.columns;
+        const int x = first - y * s.columns;
+        const int count = minimum(last - first, s.columns - x);
+        visit(x, y, count);
+        first += count;
+    }
+}
+
+/// Fetches the wind and the height at each `cell`. The wind hardly differs from cell to cell, so that neighbours mostly
+/// look at neighbours: their values are fetched together.
+template <int capacity>
+inline void look(const int* cell, int count, const Wind& wind, const float* height, float* wind_x, float* wind_y,
+                 float* seen) {
+    const auto look_one_by_one = [&](int first, int end) {
+        for (int k = first; k < end; ++k) {
+            const int at = one_by_one(cell[k]);
+            wind_x[k] = wind.x[at];
+            wind_y[k] = wind.y[at];
+            seen[k] = height[at];
+        }
+    };
+    if constexpr (capacity < cpu_lanes) {
+        look_one_by_one(0, count);
+    } else {
+        std::uint8_t is_break[capacity];
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < count - 1; ++k)
+            is_break[k] = cell[k + 1] - cell[k] != 1;
+        constexpr std::uint8_t no_break[cpu_lanes - 1] = {};
+        constexpr std::size_t bytes = cpu_lanes * sizeof(float);
+        int first = 0;
+        for (; first + cpu_lanes <= count; first += cpu_lanes) {
+            if (std::memcmp(is_break + first, no_break, sizeof(no_break)) != 0) {
+                look_one_by_one(first, first + cpu_lanes);
+                continue;
+            }
+            std::memcpy(wind_x + first, wind.x + cell[first], bytes);
+            std::memcpy(wind_y + first, wind.y + cell[first], bytes);
+            std::memcpy(seen + first, height + cell[first], bytes);
+        }
+        look_one_by_one(first, count);
+    }
+}
+
+/// Shelter of up to `capacity` cells of a row, 1 in the open wind and 0 in full wind shadow: from the steepest rise
+/// between a cell and the points that a search upwind passes. `sand_change` becomes what the wind takes away.
 template <bool wide, int capacity>
-inline void find_shelter(int first, int y, int count, const RunConstants& s, const Wind& wind, const float* height,
+inline void find_shelter(int x, int y, int count, const RunConstants& s, const Wind& wind, const float* height,
                          const float* sand, float* shelter, float* sand_change) {
-    float px[capacity], py[capacity], rise[capacity];
+    float px[capacity], py[capacity], rise[capacity], wx[capacity], wy[capacity], seen[capacity];
     int cell[capacity];
-    const int row = s.columns * y;
+    const int first = s.columns * y + x;
     for (int k = 0; k < count; ++k) {
-        px[k] = static_cast<float>(first + k) + 0.5f;
+        px[k] = static_cast<float>(x + k) + 0.5f;
         py[k] = static_cast<float>(y) + 0.5f;
         rise[k] = 0.0f;
-        cell[k] = row + first + k;
+        cell[k] = first + k;
     }
+    look<capacity>(cell, count, wind, height, wx, wy, seen);
     for (int step = 1; step <= search_steps; ++step) {
         const auto distance = static_cast<float>(step);
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < count; ++k) {
-            px[k] = wrapped<wide>((px[k] - wind.x[cell[k]]) + s.width, s.width);
-            py[k] = wrapped<wide>((py[k] - wind.y[cell[k]]) + s.height, s.height);
+            px[k] = wrapped<wide>((px[k] - wx[k]) + s.width, s.width);
+            py[k] = wrapped<wide>((py[k] - wy[k]) + s.height, s.height);
             cell[k] = cell_at(px[k], py[k], s);
-            rise[k] = maximum(rise[k], (height[cell[k]] - height[row + first + k]) / distance);
         }
+        look<capacity>(cell, count, wind, height, wx, wy, seen);
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < count; ++k)
+            rise[k] = maximum(rise[k], (seen[k] - height[first + k]) / distance);
     }
     // A rise of up to a tenth shades nothing, one of 0.27 in full.
     const float low = s.cell * 0.1f;
@@ -156,34 +228,32 @@ inline void find_shelter(int first, int y, int count, const RunConstants& s, con
     const float span = s.cell * 0.17000002f;
     TARN_INDEPENDENT_ITERATIONS
     for (int k = 0; k < count; ++k) {
-        const int here = row + first + k;
         const float open = 1.0f - (maximum(minimum(rise[k], high), low) - low) / span;
-        shelter[here] = open;
-        sand_change[here] -= lifted_sand(sand[here], open, s.cell);
+        shelter[first + k] = open;
+        sand_change[first + k] = 0.0f - lifted_sand(sand[first + k], open, s.cell);
     }
 }
 
-/// Carries the sand that `find_shelter` lifted off `count` cells of a row from `first` on, a grain for each cell. In
-/// the open a grain hops on; the hop from a cell with any shelter is its last, and full shadow throws it far. All hops
-/// of a grain have the same length and turn.
-template <bool wide, int capacity>
-inline void saltation(int first, int y, int count, int round, const RunConstants& s, const Wind& wind, const float* shelter,
-                      const float* sand, float* sand_change) {
-    float amount[capacity], px[capacity], py[capacity];
-    int cell[capacity];
+/// Carries the sand that the wind has lifted off up to `capacity` cells of a row, a grain for each cell. In the open a
+/// grain hops on; the hop from a cell with any shelter is its last, and full shadow throws it far. All hops of a grain
+/// have the same length and turn. Calls land(cell, x, y, amount) with the cell that a grain comes from.
+template <bool wide, int capacity, class Land>
+inline void saltation(int x, int y, int count, int round, const RunConstants& s, const Wind& wind, const float* shelter,
+                      const float* sand, Land land) {
+    int source[capacity], cell[capacity];
     const int row = s.columns * y;
     int grains = 0;
     for (int k = 0; k < count; ++k) {
-        const int here = row + first + k;
-        const float lifted = lifted_sand(sand[here], shelter[here], s.cell);
-        amount[grains] = lifted;
+        const int here = row + x + k;
+        source[grains] = here;
         cell[grains] = here;
-        grains += lifted != 0.0f ? 1 : 0;
+        grains += lifted_sand(sand[here], shelter[here], s.cell) != 0.0f ? 1 : 0;
     }
     if (grains == 0)
         return;
 
-    float scale[capacity], turn_x[capacity], turn_y[capacity], far[capacity];
+    float px[capacity], py[capacity], scale[capacity], turn_x[capacity], turn_y[capacity], far[capacity];
+    float open[capacity], wx[capacity], wy[capacity];
     int flying[capacity];
     const std::uint32_t round_seed =
         static_cast<std::uint32_t>(s.columns) * static_cast<std::uint32_t>(s.rows) * static_cast<std::uint32_t>(round);
@@ -206,105 +276,109 @@ inline void saltation(int first, int y, int count, int round, const RunConstants
         far[k] = random_number(s6) * 4.656613e-09f;
         flying[k] = 1;
     }
-    for (int hop = 0; hop < most_hops; ++hop) {
+    for (int hop = 0; hop < most_hops && grains > 0; ++hop) {
+        for (int k = 0; k < grains; ++k) {
+            const int at = one_by_one(cell[k]);
+            open[k] = shelter[at];
+            wx[k] = wind.x[at];
+            wy[k] = wind.y[at];
+        }
         int still_flying = 0;
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < grains; ++k) {
-            const float left_shelter = shelter[cell[k]];
-            const float factor = left_shelter == 0.0f ? far[k] : 1.0f;
-            const float step_x = wind.x[cell[k]] * scale[k] + turn_x[k];
-            const float step_y = wind.y[cell[k]] * scale[k] + turn_y[k];
+            const float factor = open[k] == 0.0f ? far[k] : 1.0f;
+            const float step_x = wx[k] * scale[k] + turn_x[k];
+            const float step_y = wy[k] * scale[k] + turn_y[k];
             const float next_x = wrapped<wide>((px[k] + step_x * factor) + s.width, s.width);
             const float next_y = wrapped<wide>((py[k] + step_y * factor) + s.height, s.height);
             const bool flies = flying[k] != 0;
             px[k] = flies ? next_x : px[k];
             py[k] = flies ? next_y : py[k];
             cell[k] = cell_at(px[k], py[k], s);
-            flying[k] = left_shelter < 1.0f ? 0 : flying[k];
-            still_flying |= flying[k];
+            flying[k] = open[k] < 1.0f ? 0 : flying[k];
+            still_flying += flying[k];
         }
-        if (still_flying == 0)
-            break;
+        const bool is_last = hop + 1 == most_hops;
+        if (4 * still_flying > 3 * grains && !is_last)
+            continue;
+        // Those that have landed make room.
+        int kept = 0;
+        for (int k = 0; k < grains; ++k) {
+            if (flying[k] == 0 || is_last) {
+                land(source[k], px[k], py[k], lifted_sand(sand[source[k]], shelter[source[k]], s.cell));
+                continue;
+            }
+            source[kept] = source[k];
+            cell[kept] = cell[k];
+            px[kept] = px[k];
+            py[kept] = py[k];
+            scale[kept] = scale[k];
+            turn_x[kept] = turn_x[k];
+            turn_y[kept] = turn_y[k];
+            far[kept] = far[k];
+            flying[kept] = 1;
+            ++kept;
+        }
+        grains = kept;
     }
-    for (int k = 0; k < grains; ++k)
-        atomic_add_bilinear(sand_change, s, px[k], py[k], amount[k]);
 }
 
-/// How much a fall to a neighbour above `threshold` weighs.
-inline float slide_weight(float fall, float threshold) {
-    const float steep = fall > threshold ? fall : 0.0f;
-    return maximum(steep - threshold, 0.0f) * 0.4f + maximum(steep, 0.0f) * 0.6f;
-}
-
-/// Calls visit(offset, nearness) for each of the eight neighbours inside the grid, column by column: where it lies from
-/// the cell, and the factor that brings a fall down to unit distance. With `interior` all of them lie inside.
-template <bool interior, class Visit>
-inline void for_each_neighbour(int x, int y, const RunConstants& s, Visit visit) {
-    constexpr float straight = 1.0f;
-    constexpr float diagonal = 0.7071f;
-    const std::ptrdiff_t columns = s.columns;
-    const bool left = interior || x > 0, right = interior || x < s.columns - 1;
-    const bool up = interior || y > 0, down = interior || y < s.rows - 1;
-    if (left && up)
-        visit(-1 - columns, diagonal);
-    if (left)
-        visit(-1, straight);
-    if (left && down)
-        visit(-1 + columns, diagonal);
-    if (up)
-        visit(-columns, straight);
-    if (down)
-        visit(columns, straight);
-    if (right && up)
-        visit(1 - columns, diagonal);
-    if (right)
-        visit(1, straight);
-    if (right && down)
-        visit(1 + columns, diagonal);
-}
-
-/// What one pass of avalanches needs besides the grids. `strength` scales the slides.
-struct Pass {
-    float threshold;
-    float strength;
+/// Where the grains from each cell have landed.
+struct Landings {
+    const float* x;
+    const float* y;
 };
 
-/// The sand that slides off a cell, and the inverse sum of the weights of its neighbours' shares; both 0 where none
-/// does.
-struct Slide {
-    float moved;
-    float inverse_sum;
-};
-
-template <bool interior>
-inline Slide avalanche(int x, int y, const RunConstants& s, const float* height, const float* sand, const Pass& pass) {
-    const std::ptrdiff_t here = s.index(x, y);
-    float sum = 0.0f;
-    float top = 0.0f;
-    for_each_neighbour<interior>(x, y, s, [&](std::ptrdiff_t offset, float nearness) {
-        const float weight = slide_weight((height[here] - height[here + offset]) * nearness, pass.threshold);
-        sum += weight;
-        top = maximum(top, weight);
-    });
-    const float moved = minimum(top / ((top / sum) + 1.0f), sand[here]) * pass.strength;
-    const float inverse_sum = 1.0f / sum;
-    return {sum > 0.0f ? moved : 0.0f, sum > 0.0f ? inverse_sum : 0.0f};
-}
-
-/// What a cell gains and loses by the slides of a pass: its neighbours' weights are worked out once more, from where
-/// they stand, so that nobody has to add to somebody else's cell.
-template <bool interior>
-inline float slid_sand(int x, int y, const RunConstants& s, const float* height, const float* moved,
-                       const float* inverse_sum, float threshold) {
-    const std::ptrdiff_t here = s.index(x, y);
-    float change = 0.0f;
-    for_each_neighbour<interior>(x, y, s, [&](std::ptrdiff_t offset, float nearness) {
-        const std::ptrdiff_t there = here + offset;
-        const float weight = slide_weight((height[there] - height[here]) * nearness, threshold);
-        const float share = (weight * moved[there]) * inverse_sum[there];
-        change += weight > 0.0f ? share : 0.0f;
-    });
-    return change - moved[here];
+/// Lays down what has landed in the rows from `first` to before `last`, in the order of the cells that it comes from:
+/// whoever shares the work, the sums are the same.
+inline void lay_down(int first, int last, const RunConstants& s, const Landings& landings, const float* shelter,
+                     const float* sand, float* sand_change) {
+    const auto add = [&](int row, int column, float share) {
+        if (row >= first && row < last)
+            sand_change[s.index(column, row)] += share;
+    };
+    for (int y = 0; y < s.rows; ++y) {
+        // How far the row lies behind the first one from which grains come as far as here, around the torus.
+        const int ahead = y - (first - longer_than_flights);
+        const int distance = ahead < 0 ? ahead + s.rows : ahead >= s.rows ? ahead - s.rows : ahead;
+        if (distance >= (last - first) + 2 * longer_than_flights)
+            continue;
+        for (int x = 0; x < s.columns; x += cells_at_a_time) {
+            const std::ptrdiff_t cells = s.index(x, y);
+            const int count = minimum(cells_at_a_time, s.columns - x);
+            float amount[cells_at_a_time], px[cells_at_a_time], py[cells_at_a_time];
+            int lands_here[cells_at_a_time];
+            TARN_INDEPENDENT_ITERATIONS
+            for (int k = 0; k < count; ++k) {
+                amount[k] = lifted_sand(sand[cells + k], shelter[cells + k], s.cell);
+                const int row = index_of(landings.y[cells + k] - 0.5f, maximum(s.rows - 1, 1));
+                lands_here[k] = (amount[k] != 0.0f) & (row >= first - 1) & (row < last);
+            }
+            int grains = 0;
+            for (int k = 0; k < count; ++k) {
+                amount[grains] = amount[k];
+                px[grains] = landings.x[cells + k];
+                py[grains] = landings.y[cells + k];
+                grains += lands_here[k];
+            }
+            int column[cells_at_a_time], row[cells_at_a_time];
+            float shares[4][cells_at_a_time];
+            TARN_INDEPENDENT_ITERATIONS
+            for (int k = 0; k < grains; ++k) {
+                const Corners at(px[k], py[k], s);
+                column[k] = at.column;
+                row[k] = at.row;
+                at.share(amount[k], shares[0][k], shares[1][k], shares[2][k], shares[3][k]);
+            }
+            for (int k = 0; k < grains; ++k) {
+                const int right = minimum(column[k] + 1, s.columns - 1), below = minimum(row[k] + 1, s.rows - 1);
+                add(row[k], column[k], shares[0][k]);
+                add(row[k], right, shares[1][k]);
+                add(below, column[k], shares[2][k]);
+                add(below, right, shares[3][k]);
+            }
+        }
+    }
 }
 
 /// Draws streamline number `line`: from a random point as many steps along the wind as a sixteenth of the grid's width,

@@ -25,6 +25,7 @@ bool check(SyclQueue* queue, const float* height, const float* sand, const float
         .finite("duration", p.duration)
         .require(p.duration >= 0.0f, "duration", p.duration, "at least 0")
         .finite("repose_angle", p.repose_angle)
+        .require(p.repose_angle >= 0.0f, "repose_angle", p.repose_angle, "at least 0")
         .above_zero("terrain_size", p.terrain_size)
         .above_zero("terrain_height", p.terrain_height);
     if (!check.passed())

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "device/backend.hpp"
-#include "grid/launch_cells.hpp"
+#include "grid/launch_lanes.hpp"
 #include "grid/numeric.hpp"
 
 namespace tarn::blur {
@@ -66,7 +66,7 @@ inline void blur_row(const float* row, int size, float* out, std::ptrdiff_t stri
 
 /// As many rows as a CPU blurs side by side, one in each lane of its vectors, and as many columns as it takes at a
 /// time.
-constexpr int lanes = 16;
+constexpr int lanes = cpu_lanes;
 using Tile = float[lanes * lanes];
 
 /// Transposes a tile. A perfect shuffle of its cells turns their index bits by one place, so four of them swap row and

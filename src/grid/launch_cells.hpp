@@ -11,6 +11,9 @@
 
 namespace tarn {
 
+/// Floats in the widest vectors of today's CPUs. Narrower ones take a loop of as many in several vectors.
+inline constexpr int cpu_lanes = 16;
+
 /// Where a kernel goes: a queue, or the handler of a command group that needs accessors. Both launch alike, but only a
 /// queue knows its device.
 template <class Target>
@@ -122,8 +125,7 @@ void launch_pieces_with_neighbours(LaunchTarget<Target> on, const Extent<2>& ext
 /// write.
 template <class Cell>
 inline void for_overlapping(int count, const Cell& cell) {
-    // Floats in the widest vectors of today's CPUs, and in those one step down.
-    const int width = count >= 16 ? 16 : 8;
+    const int width = count >= cpu_lanes ? cpu_lanes : cpu_lanes / 2;
     const int whole = count - count % width;
     int begin = 0, end = whole;
     while (begin < end) {

@@ -27,9 +27,6 @@
 
 namespace tarn {
 
-/// Floats in the widest vectors of today's CPUs. Narrower ones take a loop of as many in several vectors.
-inline constexpr int cpu_lanes = 16;
-
 /// A condition as 32 bits, all set or none.
 using Mask = std::uint32_t;
 
