@@ -18,6 +18,9 @@ add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wconversion> $<$<COMPILE_LANGUAGE
 add_compile_options(-ffp-contract=off -fno-math-errno -fno-trapping-math)
 # Clang says so where a loop that was marked as independent stays scalar; benchmarks are the judge of that.
 add_compile_options($<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)
+# A kernel is many small functions that must all become part of its loop, or that does not become vectors. GCC does so
+# for all that a kernel calls ([[gnu::flatten]]); Clang does so for what it does not think too large.
+add_compile_options("$<$<COMPILE_LANG_AND_ID:CXX,Clang>:SHELL:-mllvm -inline-threshold=1000>")
 
 if(TARN_ARCH)
   add_compile_options(-march=${TARN_ARCH})
