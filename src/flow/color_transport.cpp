@@ -35,11 +35,15 @@ ColorTransport::ColorTransport(const Parameters& parameters, sycl::queue& caller
 void ColorTransport::process() {
     copy(queue_, heights_, work_heights_);
     flow::fill_pits(work_heights_, queue_);
+    if (tracker_.ask())
+        return;
 
     std::vector<Point> particles = flow::seed_particles(mask_, extent_, parameters_.seed);
-    if (particles.empty())
+    if (particles.empty() || tracker_.ask())
         return;
     flow::shuffle_particles(particles, parameters_.seed);
+    if (tracker_.ask())
+        return;
     auto particle_buffer = flow::create_list_buffer(particles, queue_);
     auto directions = flow::create_direction_buffer(parameters_.seed, parameters_.straight_trails != 0);
     fill(queue_, loads_, Load{});

@@ -28,11 +28,15 @@ Flow::Flow(const Parameters& parameters, sycl::queue& caller_queue, const HostCa
 void Flow::process() {
     copy(queue_, heights_, work_heights_);
     fill_pits(work_heights_, queue_);
+    if (tracker_.ask())
+        return;
 
     std::vector<Point> particles = seed_particles(mask_, extent_, parameters_.seed);
-    if (particles.empty())
+    if (particles.empty() || tracker_.ask())
         return;
     shuffle_particles(particles, parameters_.seed);
+    if (tracker_.ask())
+        return;
     auto directions = create_direction_buffer(parameters_.seed);
     fill(queue_, flow_map_, 0.0f);
     fill(queue_, hits_, 0u);
