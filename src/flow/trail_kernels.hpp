@@ -47,8 +47,8 @@ struct Terrain {
     }
 };
 
-/// The terrain at a point inside the grid, bilinear between the centres of cells. In the half cell before the first
-/// centres the cells are those after them, but the weights go on as if there were others.
+/// The terrain at a point inside the grid, bilinear between the centres of cells. Before the first centre of a row or a
+/// column it takes the first two cells, with the weights that a cell beyond the border and the first one would have.
 inline Sample measure(const Terrain& terrain, float x, float y) {
     const float px = x - 0.5f, py = y - 0.5f;
     const int ix = static_cast<int>(px), iy = static_cast<int>(py);
