@@ -1,6 +1,5 @@
 #include "dunes/arrakis.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <utility>
@@ -77,11 +76,8 @@ void launch_row_parts(sycl::queue& queue, const RunConstants& constants, Part pa
                  });
 }
 
-/// Rows that a work-item takes of what costs extra at both ends of its rows: many, but each core of the CPU gets some.
-int rows_at_a_time(const sycl::queue& queue, int rows) {
-    const auto cores = static_cast<int>(queue.get_device().get_info<sycl::info::device::max_compute_units>());
-    return std::clamp((rows - 1) / (2 * cores) + 1, 64, 256);
-}
+/// Rows that a CPU's work-item takes of what costs extra at both ends of its rows.
+constexpr int rows_at_a_time = 128;
 
 template <bool wide>
 void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants) {
@@ -119,12 +115,11 @@ void launch_saltation(const LaplacianLevel& level, const Scratch& scratch, const
     });
     if (!queue.get_device().is_cpu())
         return;
-    const int band = rows_at_a_time(queue, constants.rows);
-    queue.parallel_for(sycl::range<1>(static_cast<std::size_t>((constants.rows - 1) / band + 1)),
+    queue.parallel_for(sycl::range<1>(static_cast<std::size_t>((constants.rows - 1) / rows_at_a_time + 1)),
                        [=](sycl::id<1> item) {
-                           const int first = static_cast<int>(item[0]) * band;
-                           lay_down(first, minimum(first + band, constants.rows), constants, {landed_x, landed_y},
-                                    shelter, sand, sand_change);
+                           const int first = static_cast<int>(item[0]) * rows_at_a_time;
+                           lay_down(first, minimum(first + rows_at_a_time, constants.rows), constants,
+                                    {landed_x, landed_y}, shelter, sand, sand_change);
                        });
 }
 
@@ -183,16 +178,15 @@ void launch_passes(const LaplacianLevel& level, const Scratch& scratch, const Ru
 /// The avalanches of a round, several passes at a time.
 void launch_sweeps(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, float repose) {
     sycl::queue& queue = *level.queue;
-    const int tile_rows = rows_at_a_time(queue, constants.rows);
-    const sycl::range<2> tiles(static_cast<std::size_t>((constants.rows - 1) / tile_rows + 1),
+    const sycl::range<2> tiles(static_cast<std::size_t>((constants.rows - 1) / rows_at_a_time + 1),
                                static_cast<std::size_t>((constants.columns - 1) / tile_columns + 1));
     const auto sweep = [&](int first_pass, const SweepGrids& grids) {
         std::array<Pass, passes_per_sweep> passes;
         for (std::size_t pass = 0; pass < passes.size(); ++pass)
             passes[pass] = pass_at(first_pass + static_cast<int>(pass), repose);
         queue.parallel_for(tiles, [=](sycl::id<2> tile) {
-            sweep_tile(static_cast<int>(tile[1]) * tile_columns, static_cast<int>(tile[0]) * tile_rows, tile_rows,
-                       grids, constants, passes);
+            sweep_tile(static_cast<int>(tile[1]) * tile_columns, static_cast<int>(tile[0]) * rows_at_a_time,
+                       rows_at_a_time, grids, constants, passes);
         });
     };
     static_assert(repose_passes + smoothing_passes == 2 * passes_per_sweep);
