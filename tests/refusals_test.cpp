@@ -189,17 +189,16 @@ TEST_F(Refusals, Erosion) {
 
 TEST_F(Refusals, Dunes) {
     using P = arrakis_Parameters;
-    refuses(dunes_call, {ROW(width, 0), ROW(height, -3), ROW(duration, -1e-6), ROW(duration, 1e6), ROW(repose_angle, -1), ROW(terrain_size, 0),
-                         ROW(terrain_size, -1), ROW(terrain_height, 0),
+    refuses(dunes_call, {ROW(width, 0), ROW(height, -3), ROW(duration, -1e-6), ROW(duration, 1e6),
+                         ROW(repose_angle, -1), ROW(terrain_size, 0), ROW(terrain_size, -1), ROW(terrain_height, 0),
                          CHANGE("terrain_size / (terrain_height * width) is ", p.terrain_size = 1e-43f),
                          CHANGE("terrain_size / (terrain_height * width) is 0;", p.terrain_height = 3e38f),
                          CHANGE("terrain_size is -4", p.terrain_size = p.terrain_height = -4.0f),
                          spoilt_cell("height", not_a_number), spoilt_cell("sand", -infinity)});
     refuses(dunes_call,
             not_finite<P>({FIELD(duration), FIELD(repose_angle), FIELD(terrain_size), FIELD(terrain_height)}));
-    takes(dunes_call,
-          {ROW(repose_angle, 1e30), ROW(repose_angle, 90), ROW(terrain_size, 1e30),
-           ROW(terrain_size, 1e-30), ROW(terrain_height, 1e30), ROW(terrain_height, 1e-30)});
+    takes(dunes_call, {ROW(repose_angle, 1e30), ROW(repose_angle, 90), ROW(terrain_size, 1e30),
+                       ROW(terrain_size, 1e-30), ROW(terrain_height, 1e30), ROW(terrain_height, 1e-30)});
 }
 
 TEST_F(Refusals, Debris) {
