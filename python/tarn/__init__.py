@@ -1,0 +1,41 @@
+"""Tarn.oneAPI from Python: simulations and renderings of terrain, numpy in and out.
+
+    import tarn
+    eroded = tarn.erode(heights, cell_size=30.0, progress=True)
+    picture = tarn.shade(eroded.heights, cell_size=30.0).image
+
+`help(tarn.erode)` tells what a function takes and gives. What all of them take stands in `help(tarn.computations)`.
+"""
+from ._library import Cancelled, Error, OutOfMemory
+from .computations import (
+    cells,
+    colour,
+    devices,
+    dunes,
+    erode,
+    flow,
+    median,
+    shade,
+    shape,
+    stamp,
+    sunlight,
+    weather,
+)
+
+__all__ = [
+    "Cancelled",
+    "Error",
+    "OutOfMemory",
+    "cells",
+    "colour",
+    "devices",
+    "dunes",
+    "erode",
+    "flow",
+    "median",
+    "shade",
+    "shape",
+    "stamp",
+    "sunlight",
+    "weather",
+]

@@ -1,0 +1,40 @@
+"""Progress of a run: a bar, a function of the caller's, or nothing."""
+from __future__ import annotations
+
+import contextlib
+import sys
+
+
+class _PlainBar:
+    """One line on the terminal, for where tqdm is not installed."""
+
+    def __init__(self, total: float, desc: str):
+        self.n, self.total, self.desc = 0.0, total, desc
+
+    def update(self, step: float) -> None:
+        self.n += step
+        sys.stderr.write(f"\r{self.desc}: {self.n:3.0f} %")
+        sys.stderr.flush()
+
+    def close(self) -> None:
+        sys.stderr.write("\n")
+
+
+@contextlib.contextmanager
+def reporter(progress, name: str):
+    """What a call reports its percentage to: `progress` itself if it is a function, a bar if it is True, else None."""
+    if callable(progress):
+        yield progress
+        return
+    if not progress:
+        yield None
+        return
+    try:
+        from tqdm.auto import tqdm as bar_class
+    except ImportError:
+        bar_class = _PlainBar
+    bar = bar_class(total=100.0, desc=name)
+    try:
+        yield lambda percent: bar.update(min(percent, 100.0) - bar.n)
+    finally:
+        bar.close()

@@ -1,0 +1,702 @@
+"""The computations as functions of arrays.
+
+Grids are rows of cells, from north to south, as numpy arrays or anything that numpy can read, xarray.DataArray included;
+a DataArray in gives a DataArray out. Work is done in float32. Inputs are never changed. Cells that are not finite are
+holes: they are filled smoothly for the work, and are NaN in the results.
+
+Every function takes these:
+
+cell_size: size of a cell on the ground, metres, above 0.
+height_unit: metres in one unit of height, above 0.
+device: "cpu", or the identity string of one of `devices()`.
+progress: True for a bar (of tqdm where it is installed), or a function that takes the percentage. An exception that it
+    raises ends the run and reaches the caller, and so does Ctrl-C.
+"""
+from __future__ import annotations
+
+import math
+from collections.abc import Callable
+from typing import NamedTuple, Union
+
+import numpy as np
+
+from ._grids import crop, halvings, pad, round_up, take_grid, take_share
+from ._library import call, ffi, lib
+from ._progress import reporter
+
+Progress = Union[bool, Callable[[float], object]]
+
+
+class Weathered(NamedTuple):
+    heights: np.ndarray  #: surface, loose cover included
+    depth: np.ndarray  #: depth of the loose cover, in the unit of the heights
+    wear: np.ndarray  #: depth of the ground that was loosened, in the unit of the heights
+
+
+class Eroded(NamedTuple):
+    heights: np.ndarray
+    flow: np.ndarray  #: visits of water, 1 for a thousand or more
+    sediment: np.ndarray  #: depth of the sediment, in the unit of the heights
+    wear: np.ndarray  #: depth that water has cut, less what was shaped away
+
+
+class Dunes(NamedTuple):
+    heights: np.ndarray  #: ground and sand
+    sand: np.ndarray  #: depth of the sand, in the unit of the heights
+    wind_trace: np.ndarray  #: streamlines of the last wind
+
+
+class Stamped(NamedTuple):
+    heights: np.ndarray
+    ids: np.ndarray  #: random number of the stamp that raised a cell, 0 for none
+
+
+class Cells(NamedTuple):
+    heights: np.ndarray
+    random: np.ndarray  #: random number of the cell, 0 to 1
+
+
+def _data(cells: np.ndarray | None):
+    return ffi.NULL if cells is None else ffi.cast("float*", ffi.from_buffer(cells))
+
+
+def _above_zero(**values: float) -> None:
+    for name, value in values.items():
+        if not value > 0:
+            raise ValueError(f"{name} is {value}; it must be above 0")
+
+
+def shape(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    feature_size: float | None = None,
+    rate: float = -0.5,
+    blend: float = 1.0,
+    detail_gain: float = 1.0,
+    mask=None,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> np.ndarray:
+    """Lets slopes fail, at every scale at once.
+
+    A filter over a Laplacian pyramid (Burt and Adelson, 1983): on each level cells lose height in proportion to slope
+    and curvature, and never more than down to their lowest neighbour.
+
+    feature_size: width of the largest landforms to work on, metres; 1/32 of the longer side if None.
+    rate: strength of one step; below 0 slopes wear back from their crests, above 0 they fill up from their feet.
+    blend: part of the result in the output, 0 to 1.
+    detail_gain: factor on the detail that each finer level adds back.
+    mask: strength per cell, 0 to 1.
+
+    Returns the heights.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    row_length = cell_size * grid.width
+    feature = feature_size or max(row_length, cell_size * grid.height) / 32
+    divisor = np.float32(height_unit)
+    numerator = np.float32(row_length)
+    multiplier = np.float32(feature / row_length * height_unit)
+    levels = math.ceil(math.log2(grid.width * float(multiplier) / float(divisor)))
+    most = math.floor(math.log2(min(grid.cells.shape)))
+    work = round_up(grid.cells.shape, 1 << min(max(levels - 1, 0), most))
+    if work != grid.cells.shape:
+        # The rows grow longer, the cells stay as large as they are.
+        growth = np.float32(work[1]) / np.float32(grid.width)
+        numerator, multiplier = numerator * growth, multiplier / growth
+    parameters = ffi.new(
+        "thermal_shaper_Parameters*",
+        {
+            "width": work[1],
+            "height": work[0],
+            "level_divisor": divisor,
+            "scale_numerator": numerator,
+            "level_multiplier": multiplier,
+            "blend": blend,
+            "rate": rate,
+            "detail_gain": detail_gain,
+        },
+    )
+    share = take_share(mask, grid.cells.shape, "mask")
+    share = None if share is None else pad(share, work)
+    cells = pad(grid.cells, work)
+    with reporter(progress, "shape") as report:
+        call("ThermalShaper_Process", device, _data(cells), _data(share), parameters, progress=report)
+    return grid.wrapped(crop(cells, grid.cells.shape))
+
+
+def weather(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    duration: float = 0.02,
+    erosion_rate: float = 1.0,
+    curvature_bias: float = 0.5,
+    repose_angle: float = 15.0,
+    feature_size: float | None = None,
+    absorption: float = 0.0,
+    erosion_mask=None,
+    absorption_mask=None,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Weathered:
+    """Weathers slopes: loosens what is too steep and lets it slide.
+
+    duration: length of the run; 1 is 2560 iterations at coarse levels.
+    erosion_rate: strength of the loosening, from 0.
+    curvature_bias: 0: all slopes above the repose angle loosen alike; 1: steep and convex ones more.
+    repose_angle: slopes above the arc tangent of this angle in radians slide, degrees.
+    feature_size: largest landform to work on, metres; 1/32 of the longer side if None.
+    absorption: share of the arriving material that is lost on the way, 0 to 1.
+    erosion_mask, absorption_mask: factors on the loosening and on the absorption.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    feature = feature_size or max(grid.cells.shape) * cell_size / 32
+    work = round_up(grid.cells.shape, 1 << halvings(feature / cell_size))
+    loosening = take_share(erosion_mask, grid.cells.shape, "erosion_mask")
+    absorbing = take_share(absorption_mask, grid.cells.shape, "absorption_mask")
+    parameters = ffi.new(
+        "thermal_Parameters*",
+        {
+            "width": work[1],
+            "height": work[0],
+            "duration": duration,
+            "erosion_rate": erosion_rate,
+            "curvature_bias": curvature_bias,
+            "repose_angle": repose_angle,
+            "feature_size": feature,
+            "terrain_size": cell_size * work[1],
+            "terrain_height": height_unit,
+            "absorption": absorption,
+            "use_erosion_mask": loosening is not None,
+            "use_absorption_mask": absorbing is not None,
+        },
+    )
+    masks = [None if mask is None else pad(mask, work) for mask in (loosening, absorbing)]
+    cells = pad(grid.cells, work)
+    depth, wear = np.zeros_like(cells), np.zeros_like(cells)
+    with reporter(progress, "weather") as report:
+        call(
+            "ThermalSimulation", device, _data(cells), _data(depth), _data(wear), *map(_data, masks), parameters,
+            progress=report,
+        )  # fmt: skip
+    return Weathered(*(grid.wrapped(crop(result, grid.cells.shape)) for result in (cells, depth, wear)))
+
+
+def erode(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    iterations: float = 30.0,
+    feature_size: float | None = None,
+    erosion_strength: float = 0.6,
+    constant_capacity: float = 0.05,
+    shaping_strength: float = 0.3,
+    shaping_sharpness: float = 0.6,
+    shaping_detail: float = 0.0,
+    fill_angle: float = 5.0,
+    fill_slope_scale: float = 1.0,
+    plain_deposition: float = 0.2,
+    plain_angle: float = 5.0,
+    terrace_deposition: float = 0.0,
+    terrace_angle: float = 30.0,
+    seed: int = 1,
+    spawn_map=None,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Eroded:
+    """Erodes the terrain with running water: particles that carve a Laplacian pyramid of it, level by level.
+
+    iterations: rounds of water at the coarse levels.
+    feature_size: largest landform to work on, metres; 1/20 of the longer side if None.
+    erosion_strength: how much the water carries; above 1 it digs pits and heaps.
+    constant_capacity: 0: water carries in proportion to its fall; 1: the same everywhere.
+    shaping_strength: strength of the shaping after each round, 0 to 1.
+    shaping_sharpness: 0: shaping smooths; 1: it only cuts steep faces.
+    shaping_detail: shaping fades on features smaller than this share of the largest; 0: on none.
+    fill_angle: hollows on gentler slopes are filled in full, degrees.
+    fill_slope_scale: factor on the slope that is held against fill_angle.
+    plain_deposition, plain_angle: share of its load that water drops on plains; gentler slopes are plains, degrees.
+    terrace_deposition, terrace_angle: the same on terraces; slopes about as steep become terraces, degrees.
+    seed: of the random numbers.
+    spawn_map: probability that water springs at a cell, 0 to 1.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    feature = feature_size or max(grid.cells.shape) * cell_size / 20
+    work = round_up(grid.cells.shape, 1 << halvings(feature / 2 / cell_size))
+    births = take_share(spawn_map, grid.cells.shape, "spawn_map")
+    births = None if births is None else pad(births, work)
+    parameters = ffi.new(
+        "parallel_erosion_Parameters*",
+        {
+            "Resolution": {"width": work[1], "height": work[0]},
+            "terrain_size": cell_size * work[1],
+            "terrain_height": height_unit,
+            "feature_size": feature,
+            "iterations": iterations,
+            "seed": seed,
+            "erosion_strength": erosion_strength,
+            "shaping_strength": shaping_strength,
+            "shaping_sharpness": shaping_sharpness,
+            "shaping_detail": shaping_detail,
+            "fill_slope_scale": fill_slope_scale,
+            "fill_angle": fill_angle,
+            "plain_deposition": plain_deposition,
+            "plain_angle": plain_angle,
+            "terrace_deposition": terrace_deposition,
+            "terrace_angle": terrace_angle,
+            "constant_capacity": constant_capacity,
+        },
+    )
+    cells = pad(grid.cells, work)
+    flow, sediment, wear = (np.zeros_like(cells) for _ in range(3))
+    with reporter(progress, "erode") as report:
+        call(
+            "ParallelErosionSimulation", device, _data(cells), _data(births), _data(flow), _data(sediment), ffi.NULL,
+            _data(wear), parameters, progress=report,
+        )  # fmt: skip
+    return Eroded(*(grid.wrapped(crop(result, grid.cells.shape)) for result in (cells, flow, sediment, wear)))
+
+
+def dunes(
+    heights,
+    *,
+    sand,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    duration: float = 0.25,
+    repose_angle: float = 34.0,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Dunes:
+    """Lets the wind, from the left, move sand over the terrain. The size of dunes follows the cells.
+
+    sand: depth at the start: metres for all cells, or a grid in the unit of the heights.
+    duration: length of the run; 1 is 2560 rounds of wind and slides.
+    repose_angle: sand slides on slopes above the arc tangent of this angle in radians, degrees.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    ground = grid.cells.copy()
+    if np.ndim(sand) == 0:
+        if not (math.isfinite(sand) and sand >= 0):
+            raise ValueError(f"sand is {sand}; a depth must be a finite number from 0 up")
+        depth = np.full_like(ground, sand / height_unit)
+    else:
+        depth = take_grid(sand, "sand", holes=0.0).cells.copy()
+        if depth.shape != ground.shape:
+            raise ValueError(f"sand is of shape {depth.shape}; it must be {ground.shape}")
+    wind_trace = ground.copy()
+    parameters = ffi.new(
+        "arrakis_Parameters*",
+        {
+            "width": grid.width,
+            "height": grid.height,
+            "duration": duration,
+            "repose_angle": repose_angle,
+            "terrain_size": cell_size * grid.width,
+            "terrain_height": height_unit,
+        },
+    )
+    with reporter(progress, "dunes") as report:
+        call("DuneSimulation", device, _data(ground), _data(depth), _data(wind_trace), parameters, progress=report)
+    return Dunes(*map(grid.wrapped, (ground, depth, wind_trace)))
+
+
+def _unit_heights(cells: np.ndarray) -> np.ndarray:
+    """From 0 at the lowest cell to 1 at the highest."""
+    lowest = float(cells.min())
+    extent = float(cells.max()) - lowest
+    if not extent > 0:
+        return np.zeros_like(cells)
+    return ((cells.astype(np.float64) - lowest) / extent).astype(np.float32)
+
+
+def flow(
+    heights,
+    *,
+    flow_length: float = 1.0,
+    spread: float = 1.0,
+    seed: int = 0,
+    mask=None,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> np.ndarray:
+    """Draws a map of where water gathers, from 0 to just below 1.
+
+    flow_length: length of the long trails, which carry rivers, as a fraction of the width.
+    spread: how far ground rises at each visit, in hundred-thousandths of the terrain's height: above 0, later trails run
+        beside earlier ones.
+    seed: of the random numbers.
+    mask: chance that a cell starts a trail, 0 to 1.
+    """
+    grid = take_grid(heights)
+    share = take_share(mask, grid.cells.shape, "mask")
+    parameters = ffi.new(
+        "flow_Parameters*",
+        {
+            "width": grid.width,
+            "height": grid.height,
+            "flow_length": flow_length,
+            "spread": spread,
+            "seed": seed,
+        },
+    )
+    cells = _unit_heights(grid.cells)
+    result = np.zeros_like(cells)
+    with reporter(progress, "flow") as report:
+        call("FlowSimulation", device, _data(cells), _data(result), _data(share), parameters, progress=report)
+    return grid.wrapped(result)
+
+
+def colour(
+    heights,
+    image,
+    *,
+    transport: float = 0.7,
+    persistence: float = 1.0,
+    blend: float = 1.0,
+    straight_trails: bool = False,
+    length_map=None,
+    flow_length: float = 1.0,
+    spread: float = 1.0,
+    seed: int = 0,
+    mask=None,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> np.ndarray:
+    """Moves the colours of an image downhill.
+
+    image: rows x columns x 3, linear light, of the heights' size. The result has the same form.
+    transport: how far colours travel, 0 to 1.
+    persistence: how easily a cell's old colour gives way, 0 to 1.
+    blend: share of the mixed colour that each batch of trails leaves, 0 to 1.
+    straight_trails: without the random turns of the trails.
+    length_map: factor on the length of the trails that start in a cell.
+    flow_length, spread, seed, mask: as for `flow`.
+    """
+    grid = take_grid(heights)
+    pixels = np.array(image, np.float32)
+    if pixels.shape != (*grid.cells.shape, 3):
+        raise ValueError(f"image is of shape {pixels.shape}; it must be {(*grid.cells.shape, 3)}")
+    share = take_share(mask, grid.cells.shape, "mask")
+    lengths = take_share(length_map, grid.cells.shape, "length_map")
+    parameters = ffi.new(
+        "color_transport_Parameters*",
+        {
+            "width": grid.width,
+            "height": grid.height,
+            "flow_length": flow_length,
+            "persistence": persistence,
+            "blend": blend,
+            "spread": spread,
+            "transport": transport,
+            "straight_trails": straight_trails,
+            "seed": seed,
+        },
+    )
+    channels = [np.ascontiguousarray(pixels[:, :, n]) for n in range(3)]
+    cells = _unit_heights(grid.cells)
+    with reporter(progress, "colour") as report:
+        call(
+            "ColorTransportSimulation", device, _data(cells), *map(_data, channels), _data(share), _data(lengths),
+            parameters, progress=report,
+        )  # fmt: skip
+    return np.stack(channels, axis=2)
+
+
+class Shaded(NamedTuple):
+    image: np.ndarray  #: rows x columns x 3, linear light
+    diffuse: np.ndarray | None  #: cosine between slope and sun
+    shadow: np.ndarray | None  #: share of the sun's rays that arrive
+    ao: np.ndarray | None  #: ambient occlusion, about 1 under a free sky
+
+
+def shade(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    exaggeration: float = 1.0,
+    azimuth: float = 315.0,
+    elevation: float = 45.0,
+    rings: int = -8,
+    diameter: float = 0.53,
+    ambient_subdivisions: int = 2,
+    hybrid_levels: int = 0,
+    exposure: float = 1.0,
+    sun_intensity: float | None = None,
+    ambient_intensity: float | None = None,
+    sun_colour: tuple[float, float, float] = (1.04, 1.0, 0.9),
+    ambient_colour: tuple[float, float, float] = (0.86, 1.0, 1.2),
+    albedo=0.5,
+    ao=None,
+    no_sun: bool = False,
+    no_sky: bool = False,
+    no_shadows: bool = False,
+    no_occlusion: bool = False,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Shaded:
+    """Renders the terrain lit, with shadows and ambient occlusion by sweeps of scan lines.
+
+    exaggeration: factor on all heights.
+    azimuth, elevation: where the sun stands, degrees clockwise from north and above the horizon.
+    rings: rings of rays over the sun's disc, 0 to 17, or -4 or -8 parallel rays.
+    diameter: apparent diameter of the sun for rings, degrees.
+    ambient_subdivisions: rays of the sky: 0 to 3 for 7, 23, 94 or 371.
+    hybrid_levels: trace ambient occlusion at the coarsest of so many levels; 0 is full size.
+    exposure: factor on all light.
+    sun_intensity, ambient_intensity: light of the sun and of the sky; None for so much that level ground is as light as
+        its albedo, and for 0.3.
+    sun_colour, ambient_colour: red, green and blue.
+    albedo: what the ground reflects, 0 to 1: a number, or rows x columns x 3.
+    ao: ambient occlusion to use instead of tracing it.
+    no_sun, no_sky, no_shadows, no_occlusion: turn a part off.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit, exaggeration=exaggeration)
+    grid = take_grid(heights)
+    turn, tilt = math.radians(azimuth), math.radians(elevation)
+    ground = math.cos(tilt) if abs(elevation) != 90 else 0.0
+    sky = 0.3
+    occluded = not (no_sky or no_occlusion)
+    given_ao = take_share(ao, grid.cells.shape, "ao")
+    is_grey = np.ndim(albedo) == 0
+    parameters = ffi.new(
+        "lighting_Parameters*",
+        {
+            "resolution": {"width": grid.width, "height": grid.height},
+            "terrain_size": cell_size * grid.width,
+            "terrain_height": exaggeration * height_unit,
+            "sun_direction": [ground * math.sin(turn), -ground * math.cos(turn), math.sin(tilt)],
+            "sun_rings": rings,
+            "sun_diameter": diameter,
+            "hybrid_ao": hybrid_levels > 0,
+            "ao_subdivisions": ambient_subdivisions,
+            "hybrid_ao_subdivisions": ambient_subdivisions,
+            "hybrid_ao_levels": hybrid_levels,
+            "exposure": exposure,
+            "sun_intensity": (1 - sky) / max(math.sin(tilt), 0.2) if sun_intensity is None else sun_intensity,
+            "ambient_intensity": sky if ambient_intensity is None else ambient_intensity,
+            "sun_color": list(sun_colour),
+            "ambient_color": list(ambient_colour),
+            "albedo": albedo if is_grey else 0.5,
+            "direct_light": not no_sun,
+            "ambient_light": not no_sky,
+            "shadows": not no_shadows,
+            "ambient_occlusion": not no_occlusion,
+            "ao_supplied": given_ao is not None,
+        },
+    )
+
+    def blank(needed: bool) -> np.ndarray | None:
+        return np.zeros_like(grid.cells) if needed else None
+
+    reflected: list = [None] * 3
+    if not is_grey:
+        surface = np.asarray(albedo, np.float32)
+        if surface.shape != (*grid.cells.shape, 3):
+            raise ValueError(f"albedo is of shape {surface.shape}; it must be a number or {(*grid.cells.shape, 3)}")
+        reflected = [np.ascontiguousarray(surface[:, :, n]) for n in range(3)]
+    stages = [blank(not no_sun), blank(not (no_sun or no_shadows)), blank(occluded)]
+    if given_ao is not None:
+        stages[2] = given_ao.copy()
+    channels = [blank(True) for _ in range(3)]
+    with reporter(progress, "shade") as report:
+        call(
+            "Shade", device, _data(grid.cells), *map(_data, stages), *map(_data, channels), *map(_data, reflected),
+            parameters, progress=report,
+        )  # fmt: skip
+    return Shaded(np.stack(channels, axis=2), *(None if cells is None else grid.wrapped(cells) for cells in stages))
+
+
+def sunlight(
+    heights,
+    *,
+    latitude: float,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    first_day: int = 1,
+    last_day: int = 365,
+    north_offset: float = 0.0,
+    haze: float = 0.05,
+    device: str = "cpu",
+) -> np.ndarray:
+    """Sums the sunlight of a span of days, as a mean over day and night.
+
+    latitude: where the terrain lies, degrees; north is positive.
+    first_day, last_day: days of the year, from 1.
+    north_offset: angle by which the sun's azimuth is turned, degrees.
+    haze: extinction by the air; 0 is none.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    parameters = ffi.new(
+        "lighting_Parameters*",
+        {
+            "resolution": {"width": grid.width, "height": grid.height},
+            # It is traced at half the size, where the last column of an odd number falls away.
+            "terrain_size": cell_size * (grid.width // 2 * 2),
+            "terrain_height": height_unit,
+            "first_day": first_day,
+            "last_day": last_day,
+            "latitude": latitude,
+            "north_offset": north_offset,
+            "haze": haze,
+        },
+    )
+    result = np.zeros_like(grid.cells)
+    call("SunLightIntegral", device, _data(grid.cells), _data(result), parameters, takes_callbacks=False)
+    return grid.wrapped(result)
+
+
+def median(heights, *, radius: int = 3, iterations: int = 1, device: str = "cpu") -> np.ndarray:
+    """Smooths a grid by a round median filter: the mean of the three middle values of a disc.
+
+    radius: of the disc, 1 to 8 cells.
+    iterations: how often the filter runs; 0 gives the input back.
+    """
+    tile = 32
+    grid = take_grid(heights)
+    if not 1 <= radius <= 8:
+        raise ValueError(f"radius is {radius}; it must be from 1 to 8")
+    side = -(-max(grid.cells.shape) // tile) * tile
+    cells = pad(grid.cells, (side, side))
+    for _ in range(iterations):
+        parameters = ffi.new("median_filter_Parameters*", {"resolution": side, "radius": radius, "iterations": 1})
+        call("MedianFilter", device, _data(cells), parameters, takes_callbacks=False)
+    return grid.wrapped(crop(cells, grid.cells.shape))
+
+
+def stamp(
+    heights,
+    stamps,
+    points,
+    *,
+    stamp_height: int | None = None,
+    stamp_scale: float = 1.0,
+    device: str = "cpu",
+) -> Stamped:
+    """Places copies of small height patches on the terrain.
+
+    stamps: the patches, one below the other, as heights above the ground; 0 is a hole.
+    points: a row for each copy: column and row of its centre, and the number of its patch if there is more than one.
+    stamp_height: rows of one patch; all rows of `stamps` if None.
+    stamp_scale: factor on the patches' values.
+    """
+    grid = take_grid(heights)
+    sheet = take_grid(stamps, "stamps", holes=0.0).cells * np.float32(stamp_scale)
+    rows = stamp_height or sheet.shape[0]
+    if sheet.shape[0] % rows != 0:
+        raise ValueError(f"{sheet.shape[0]} rows are no whole number of stamps of {rows} rows")
+    places = np.atleast_2d(np.asarray(points, np.float64))
+    if places.ndim != 2 or places.shape[1] not in (2, 3):
+        raise ValueError(f"points are of shape {places.shape}; a row must be a column, a row and perhaps a stamp")
+    instances = ffi.new("stamp_instancer_Instance[]", len(places))
+    for instance, place in zip(instances, places):
+        instance.position.x, instance.position.y = place[0], place[1]
+        instance.stamp = int(place[2]) if places.shape[1] == 3 else 0
+    parameters = ffi.new(
+        "stamp_instancer_Parameters*",
+        {
+            "width": grid.width,
+            "height": grid.height,
+            "stamps_width": sheet.shape[1],
+            "stamps_height": sheet.shape[0],
+            "stamp_width": sheet.shape[1],
+            "stamp_height": rows,
+            "instance_count": len(places),
+        },
+    )
+    cells = grid.cells.copy()
+    ids = np.zeros_like(cells)
+    call("StampInstancer_Populate", device, _data(cells), _data(ids), _data(sheet), instances, parameters)
+    return Stamped(grid.wrapped(cells), grid.wrapped(ids))
+
+
+def cells(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    density: float = 48.0,
+    layers: float | None = None,
+    gap: float = 0.0,
+    gap_factor=None,
+    jitter_x: float = 0.9,
+    jitter_y: float = 0.9,
+    jitter_z: float = 0.9,
+    seed: int = 1,
+    generator: str = "xorshift",
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Cells:
+    """Rebuilds the terrain out of three-dimensional Voronoi cells.
+
+    density: cells along the longer side of the terrain, up to 512.
+    layers: layers of cells from the lowest height to the highest; cells as high as wide if None.
+    gap: how far the cells draw back from one another; 0: they touch, 1: none.
+    gap_factor: factor on the gap, 0 to 1.
+    jitter_x, jitter_y, jitter_z: how far points stray from the lattice; 0: not, 1: over their whole cell.
+    seed: another seed, other cells.
+    generator: where the random numbers come from: "congruential" or "xorshift".
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit, density=density)
+    grid = take_grid(heights)
+    factor = take_share(gap_factor, grid.cells.shape, "gap_factor")
+    base = grid.cells.min()
+    extent = grid.cells.max() - base if grid.cells.max() > base else np.float32(1)
+    work = (grid.cells - base) / extent
+    width, height = grid.width * cell_size, grid.height * cell_size
+    unit = np.float32(max(width, height))
+    z_range = np.float32(float(extent) * height_unit)
+    stretch = 1.0 if layers is None else layers * float(unit) / (float(z_range) * density)
+    parameters = ffi.new(
+        "Cellular3D_Parameters*",
+        {
+            "grid_width": grid.width,
+            "grid_height": grid.height,
+            "cell_density": density,
+            "gap": gap,
+            "extent_x": width / max(width, height),
+            "extent_y": height / max(width, height),
+            "extent_z": stretch,
+            "jitter_x": jitter_x,
+            "jitter_y": jitter_y,
+            "jitter_z": jitter_z,
+            "seed": seed,
+            "z_unit": unit,
+            "z_range": z_range,
+            "hash_variant": {"congruential": 0, "xorshift": 1}[generator],
+        },
+    )
+    random = work.copy()
+    with reporter(progress, "cells") as report:
+        call("Cellular3D_Render", device, _data(work), _data(factor), _data(random), parameters, progress=report)
+    return Cells(grid.wrapped(base + work * extent), grid.wrapped(random))
+
+
+def devices() -> list[dict]:
+    """The devices that can run the library: identity string, backend, vendor, name and kind of each."""
+    from ._library import queue
+
+    queue("cpu")  # the scan logs through the callbacks of the first queue
+    records, count = ffi.new("DeviceInfo**"), ffi.new("int32_t*")
+    lib.GetDevices(records, count)
+    kinds = {1: "native-cpu", 2: "cpu", 3: "integrated-gpu", 4: "discrete-gpu", 5: "accelerator"}
+    try:
+        found = []
+        for n in range(count[0]):
+            record = records[0][n]
+            text = {name: ffi.string(getattr(record, name)).decode() for name in ("backend", "vendor", "name", "vendor_id")}
+            kind = kinds.get(record.kind, "")
+            found.append({"id": "/".join((kind, *text.values())), "kind": kind, **text})
+        return found
+    finally:
+        lib.FreeDevices(records[0])
