@@ -682,6 +682,350 @@ def cells(
     return Cells(grid.wrapped(base + work * extent), grid.wrapped(random))
 
 
+class Strewn(NamedTuple):
+    heights: np.ndarray
+    rock_id: np.ndarray  #: number of the rock, 0 for none
+    coverage: np.ndarray  #: 1 where a rock lies
+    speed: np.ndarray  #: speed of the last rock to cross, km/s
+
+
+def _steep_slope(cells: np.ndarray, max_size: np.float32, scale: np.float32) -> float:
+    """The slope that a quarter of the terrain exceeds, as rocks of this size see it."""
+    height, width = cells.shape
+    longer = max(height, width)
+    reach = int(min(np.float32(1.5) * max_size + np.float32(1.5), np.float32(longer)))
+    step = max(1, longer // 256)  # a sample will do
+    x, y = np.arange(0, width, step), np.arange(0, height, step)
+    west, east = np.maximum(x - reach, 0), np.minimum(x + reach, width - 1)
+    north, south = np.maximum(y - reach, 0), np.minimum(y + reach, height - 1)
+    across, down = np.maximum(east - west, 1).astype(np.float32), np.maximum(south - north, 1).astype(np.float32)
+    along = (cells[y[:, None], east] - cells[y[:, None], west]) / across
+    athwart = (cells[south[:, None], x] - cells[north[:, None], x]) / down[:, None]
+    slopes = (np.hypot(along, athwart) * scale).ravel()
+    return float(np.sort(slopes)[slopes.size * 3 // 4])
+
+
+def debris(
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    count: int = 1000,
+    max_size: float | None = None,
+    min_size: float | None = None,
+    friction: float | None = None,
+    restitution: float = 0.3,
+    draw_unmoved: bool = False,
+    favour_small: bool = False,
+    seed: int = 1,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Strewn:
+    """Strews rocks that slide downhill and come to rest, as faceted bodies.
+
+    count: number of rocks.
+    max_size, min_size: largest and smallest radius, metres; 8 cells, and a quarter of the largest, if None.
+    friction: coefficient of the sliding friction; if None 0.5, and without max_size at most the slope that a quarter of
+        the terrain exceeds.
+    restitution: share of a bounce that is thrown back, 0 to 1.
+    draw_unmoved: draw rocks also that stay where they are born.
+    favour_small: most rocks are small and very few are large.
+    seed: another number strews other rocks.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    side = max(grid.cells.shape)
+    # The library looks as many cells around a rock as its radius has units of length. Rocks of 8 cells see their
+    # surroundings if a cell counts as one unit.
+    unit = 1.0 if max_size else max(cell_size, 1.0)
+    size, terrain_height = np.float32(cell_size * side / unit), np.float32(height_unit / unit)
+    largest = np.float32((max_size or 8 * cell_size) / unit)
+    if friction is None:
+        scale = np.float32(side) * terrain_height / size
+        friction = 0.5 if max_size else min(0.5, _steep_slope(grid.cells, largest, scale))
+    parameters = ffi.new(
+        "debris_Parameters*",
+        {
+            "resolution": side,
+            "terrain_size": size,
+            "terrain_height": terrain_height,
+            "count": count,
+            "max_size": largest,
+            "min_size": largest * np.float32(0.25) if min_size is None else min_size / unit,
+            "friction": friction,
+            "restitution": restitution,
+            "draw_unmoved": draw_unmoved,
+            "favour_small": favour_small,
+            "seed": seed,
+        },
+    )
+    cells = pad(grid.cells, (side, side))
+    rock_id, coverage, speed = (np.zeros_like(cells) for _ in range(3))
+    with reporter(progress, "debris") as report:
+        call(
+            "DebrisSimulation", device, _data(cells), _data(rock_id), _data(coverage), _data(speed), parameters,
+            progress=report,
+        )  # fmt: skip
+    return Strewn(*(grid.wrapped(crop(result, grid.cells.shape)) for result in (cells, rock_id, coverage, speed)))
+
+
+class Drawn(NamedTuple):
+    heights: np.ndarray
+    noise: np.ndarray | None  #: random number of the triangle from 0 to 1; None with displacement
+
+
+def _view(vertices, triangles, normals=None):
+    """A mesh as the library takes it, and the arrays that it refers to, which have to outlive it."""
+    points = np.asarray(vertices, np.float32)
+    corners = np.asarray(triangles)
+    if points.ndim != 2 or points.shape[1] != 3 or corners.ndim != 2 or corners.shape[1] != 3:
+        raise ValueError("vertices and triangles must have three columns")
+    if corners.size and (corners.min() < 0 or corners.max() >= len(points)):
+        raise ValueError(f"triangles must number the {len(points)} vertices from 0 on")
+
+    def widened(rows: np.ndarray, kind) -> np.ndarray:
+        return np.ascontiguousarray(np.pad(rows.astype(kind), ((0, 0), (0, 1))))
+
+    arrays = [widened(points, np.float32), widened(corners, np.uint32)]
+    if normals is not None:
+        directions = np.asarray(normals, np.float32)
+        if directions.shape != points.shape:
+            raise ValueError(f"normals are of shape {directions.shape}; it must be {points.shape}")
+        arrays.append(widened(directions, np.float32))
+    view = ffi.new(
+        "mesh_rasterizer_MeshView*",
+        {
+            "vertices": ffi.cast("TarnFloat3*", ffi.from_buffer(arrays[0])),
+            "vertex_count": len(points),
+            "triangles": ffi.cast("TarnUint3*", ffi.from_buffer(arrays[1])),
+            "triangle_count": len(corners),
+            "normals": ffi.NULL if normals is None else ffi.cast("TarnFloat3*", ffi.from_buffer(arrays[2])),
+        },
+    )
+    return view, arrays
+
+
+def mesh(
+    vertices,
+    triangles,
+    *,
+    size: tuple[int, int] = (1024, 1024),
+    floor=0.0,
+    vertical_scale: float = 1.0,
+    rotate_x: float = 0.0,
+    rotate_y: float = 0.0,
+    rotate_z: float = 0.0,
+    scale: float = 1.0,
+    offset_x: float = 0.0,
+    offset_y: float = 0.0,
+    offset_z: float = 0.0,
+    rest_on_floor: bool = False,
+    supersample: bool = False,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Drawn:
+    """Draws a model from above into a height grid.
+
+    vertices: a row of x, y, z each; y counts down the rows of the grid, z up.
+    triangles: a row of three vertex numbers each.
+    size: columns and rows of the grid; not read with a grid as floor.
+    floor: what the model is drawn onto: a height for all cells, or a grid, whose size is then taken.
+    vertical_scale: height of the model's space relative to its width; a height of 1 in the result is that high.
+    rotate_x, rotate_y, rotate_z: degrees; a model turns about z first, then y, x.
+    scale: factor on the fit; 1 lets the unrotated model touch the frame.
+    offset_x, offset_y, offset_z: frame widths to the right, frame heights upwards, and heights.
+    rest_on_floor: let the lowest vertex lie at offset_z.
+    supersample: draw at twice the resolution and reduce.
+    """
+    if np.ndim(floor) == 0:
+        cells = np.full((size[1], size[0]), floor, np.float32)
+        grid = take_grid(cells)
+    else:
+        grid = take_grid(floor, "floor")
+        cells = grid.cells.copy()
+    view, arrays = _view(vertices, triangles)
+    parameters = ffi.new(
+        "mesh_rasterizer_Parameters*",
+        {
+            "resolution": {"x": grid.width, "y": grid.height},
+            "vertical_scale": vertical_scale,
+            "rotation_x": rotate_x,
+            "rotation_y": rotate_y,
+            "rotation_z": rotate_z,
+            "scale": scale,
+            "offset_x": offset_x,
+            "offset_y": offset_y,
+            "offset_z": offset_z,
+            "rest_on_floor": rest_on_floor,
+            "supersample": supersample,
+        },
+    )
+    noise = np.zeros_like(cells)
+    with reporter(progress, "mesh") as report:
+        call("MeshRasterizer_RenderMesh", device, view, _data(cells), _data(noise), parameters, progress=report)
+    del arrays
+    return Drawn(grid.wrapped(cells), grid.wrapped(noise))
+
+
+def displaced_mesh(
+    vertices,
+    triangles,
+    normals,
+    displacement,
+    *,
+    vertical_scale: float = 1.0,
+    displacement_amount: float = 0.01,
+    displacement_bias: float = 0.0,
+    horizontal_displacement: bool = False,
+    supersample: bool = False,
+    floor: float = 0.0,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Drawn:
+    """Draws a model whose vertices are displaced along their normals by maps, laid on from all three sides.
+
+    vertices: a row of x, y, z each, in unit space: x and y from 0 to 1 over the frame, z in its widths.
+    triangles: a row of three vertex numbers each.
+    normals: a row each, used in the length they have.
+    displacement: a map for all sides, or three maps for surfaces that face along z, y and x; their size is the grid's.
+    vertical_scale: a height of 1 in the result is so many frame widths.
+    displacement_amount: length of a displacement of 1, in frame widths.
+    displacement_bias: added to what the maps give.
+    horizontal_displacement: displace sideways only, with a softer blend of the maps.
+    supersample: draw at twice the resolution and reduce.
+    floor: the height of cells that no triangle covers.
+    """
+    maps = displacement if isinstance(displacement, (tuple, list)) else [displacement] * 3
+    grids = [take_grid(one, "displacement", holes=0.0).cells for one in maps]
+    if len(grids) != 3 or len({one.shape for one in grids}) != 1:
+        raise ValueError("displacement must be one map, or three of the same shape")
+    cells = np.full_like(grids[0], floor)
+    view, arrays = _view(vertices, triangles, normals)
+    parameters = ffi.new(
+        "mesh_rasterizer_Parameters*",
+        {
+            "resolution": {"x": cells.shape[1], "y": cells.shape[0]},
+            "vertical_scale": vertical_scale,
+            "displacement_amount": displacement_amount,
+            "displacement_bias": displacement_bias,
+            "horizontal_displacement": horizontal_displacement,
+            "supersample": supersample,
+        },
+    )
+    with reporter(progress, "displaced_mesh") as report:
+        call(
+            "MeshRasterizer_RenderMeshWithTriplanarDisplacement", device, view, _data(cells), *map(_data, grids),
+            parameters, progress=report,
+        )  # fmt: skip
+    del arrays
+    return Drawn(cells, None)
+
+
+def points(
+    samples,
+    *,
+    columns: int = 1024,
+    floor: float = 0.0,
+    y_down: bool = False,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Drawn:
+    """Makes a height grid of scattered points by a Delaunay triangulation.
+
+    samples: a row of x, y, z each; rows that are not finite are left out. The grid just holds the points.
+    columns: of the grid; the rows follow, with square cells.
+    floor: the height outside the triangulation.
+    y_down: y counts down the rows; else up.
+    """
+    rows = np.asarray(samples, np.float64)
+    if rows.ndim != 2 or rows.shape[1] != 3:
+        raise ValueError(f"samples are of shape {rows.shape}; a row must be x, y and z")
+    rows = rows[np.isfinite(rows).all(axis=1)]
+    if len(rows) < 3:
+        raise ValueError("there are fewer than three points")
+    low, high = rows.min(axis=0), rows.max(axis=0)
+    cell = (high[0] - low[0]) / columns
+    if not cell > 0:
+        raise ValueError("the points have no extent along x")
+    height = int(min(max(math.ceil((high[1] - low[1]) / cell), 1), 10**9))
+    top, step = (low[1], cell) if y_down else (high[1], -cell)
+    places = np.column_stack([(rows[:, 0] - low[0]) / cell, (rows[:, 1] - top) / step, rows[:, 2]])
+    places = np.ascontiguousarray(places, np.float32)
+    cells = np.full((height, columns), floor, np.float32)
+    noise = np.zeros_like(cells)
+    parameters = ffi.new(
+        "mesh_rasterizer_Parameters*",
+        {
+            "resolution": {"x": columns, "y": height},
+            "point_count": len(rows),
+            "vertical_scale": 1.0,
+        },
+    )
+    with reporter(progress, "points") as report:
+        call(
+            "MeshRasterizer_RenderPointCloud", device, _data(places), _data(cells), _data(noise), ffi.NULL, ffi.NULL,
+            ffi.NULL, parameters, progress=report,
+        )  # fmt: skip
+    return Drawn(cells, noise)
+
+
+class Baked(NamedTuple):
+    normals: np.ndarray  #: rows x columns x 3, packed from -1..1 to 0..1
+    hit_x: np.ndarray  #: column where the ray met the heights
+    hit_y: np.ndarray  #: row where the ray met the heights
+
+
+def bake(
+    vertices,
+    triangles,
+    heights,
+    *,
+    cell_size: float = 1.0,
+    height_unit: float = 1.0,
+    fit_heights: bool = False,
+    device: str = "cpu",
+    progress: Progress = False,
+) -> Baked:
+    """Bakes the normals of a height grid onto a model of it, in the model's tangent frame.
+
+    vertices, triangles: as for `mesh`; the model is laid over the whole grid.
+    fit_heights: stretch the model's heights to the range of the grid; else they are in the grid's unit.
+    """
+    _above_zero(cell_size=cell_size, height_unit=height_unit)
+    grid = take_grid(heights)
+    model = np.asarray(vertices, np.float32)
+    low, high = model.min(axis=0), model.max(axis=0)
+    if not (high[0] > low[0] and high[1] > low[1]):
+        raise ValueError("the model has no extent to lay over the heights")
+    vertical_scale = np.float32(height_unit / (cell_size * grid.width))
+    stretch, base = np.float32(1), np.float32(0)
+    if fit_heights:
+        lowest, highest = grid.cells.min(), grid.cells.max()
+        stretch = (highest - lowest) / (high[2] - low[2]) if high[2] > low[2] else np.float32(0)
+        base = lowest - low[2] * stretch
+    laid = np.column_stack(
+        [
+            (model[:, 0] - low[0]) / (high[0] - low[0]),
+            (model[:, 1] - low[1]) / (high[1] - low[1]),
+            (model[:, 2] * stretch + base) * vertical_scale,
+        ]
+    )
+    view, arrays = _view(laid, triangles)
+    parameters = ffi.new(
+        "mesh_rasterizer_Parameters*",
+        {"resolution": {"x": grid.width, "y": grid.height}, "vertical_scale": vertical_scale},
+    )
+    # Where the model does not lie, the normal of the model itself.
+    channels = [np.full_like(grid.cells, value) for value in (0.5, 0.5, 1.0)]
+    hits = np.full((*grid.cells.shape, 2), -1.0, np.float32)
+    with reporter(progress, "bake") as report:
+        call(
+            "MeshRasterizer_ComputeTangentSpaceNormals", device, view, _data(grid.cells), *map(_data, channels),
+            ffi.cast("TarnFloat2*", ffi.from_buffer(hits)), parameters, progress=report,
+        )  # fmt: skip
+    del arrays
+    return Baked(np.stack(channels, axis=2), grid.wrapped(hits[:, :, 0].copy()), grid.wrapped(hits[:, :, 1].copy()))
+
 def devices() -> list[dict]:
     """The devices that can run the library: identity string, backend, vendor, name and kind of each."""
     from ._library import queue
