@@ -5,11 +5,21 @@
 
 #include <tarn/oneapi.h>
 
-static void on_progress(double percent) { fprintf(stderr, "\r%3.0f %%", percent); }
-static bool is_cancelled(void) { return false; }
-static void on_error(const char* text) { fprintf(stderr, "%s\n", text); }
-static void ignore_text(const char* text) { (void)text; }
-static void ignore_bytes(size_t bytes) { (void)bytes; }
+static void on_progress(double percent) {
+    fprintf(stderr, "\r%3.0f %%", percent);
+}
+static bool is_cancelled(void) {
+    return false;
+}
+static void on_error(const char* text) {
+    fprintf(stderr, "%s\n", text);
+}
+static void ignore_text(const char* text) {
+    (void)text;
+}
+static void ignore_bytes(size_t bytes) {
+    (void)bytes;
+}
 
 int main(void) {
     enum { size = 128 };
