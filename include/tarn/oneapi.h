@@ -81,6 +81,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/**
+ * Version of this header, after Semantic Versioning. The library carries the version that it was built from as an ELF
+ * note: owner "Tarn.oneAPI", type 1, the three numbers as uint32_t. `readelf --notes` shows it, and
+ * examples/c/library_version.c reads it from the library that is loaded.
+ */
+#define TARN_ONEAPI_VERSION_MAJOR 0
+#define TARN_ONEAPI_VERSION_MINOR 1
+#define TARN_ONEAPI_VERSION_PATCH 0
+
 #if defined(_WIN32) && defined(TARN_BUILDING_LIBRARY)
 #define TARN_API __declspec(dllexport)
 #elif defined(_WIN32)
