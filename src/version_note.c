@@ -10,7 +10,7 @@ typedef struct VersionNote {
     uint32_t version[3];
 } VersionNote;
 
-__attribute__((used, aligned(4), no_sanitize("address"), section(".note.tarn.oneapi"))) static const VersionNote note = {
+__attribute__((used, aligned(4), section(".note.tarn.oneapi"))) static const VersionNote note = {
     .owner_size = sizeof note.owner,
     .content_size = sizeof note.version,
     .type = 1,
