@@ -309,18 +309,27 @@ Entry Command::output(const std::string& name, GridOutput& grid, const std::stri
     return add(parser_->add_option(name, grid.path), std::move(record));
 }
 
-Entry Command::picture(const std::string& name, std::string& path, const std::string& help) {
+Entry Command::file(const std::string& name, std::string& path, const std::string& type, const std::string& ending,
+                    const std::string& help) {
     OptionRecord record;
     record.name = name;
     record.role = "output";
-    record.type = "picture";
+    record.type = type;
     record.help = help;
-    outputs_->expect_picture(path);
-    const auto is_png = [](const std::string& text) -> std::string {
-        const bool has_ending = text.size() > 4 && (text.ends_with(".png") || text.ends_with(".PNG"));
-        return has_ending ? "" : "'" + text + "' must end in .png";
+    outputs_->expect_file(path);
+    const auto has_ending = [ending](const std::string& text) -> std::string {
+        const bool has_it = text.size() > ending.size() && (text.ends_with(ending) || text.ends_with(upper(ending)));
+        return has_it ? "" : "'" + text + "' must end in " + ending;
     };
-    return add(parser_->add_option(name, path)->check(CLI::Validator(is_png, "")), std::move(record));
+    return add(parser_->add_option(name, path)->check(CLI::Validator(has_ending, "")), std::move(record));
+}
+
+Entry Command::picture(const std::string& name, std::string& path, const std::string& help) {
+    return file(name, path, "picture", ".png", help);
+}
+
+Entry Command::page(const std::string& name, std::string& path, const std::string& help) {
+    return file(name, path, "page", ".html", help);
 }
 
 Entry Command::flag(const std::string& name, bool& value, const std::string& help) {

@@ -91,6 +91,8 @@ class Command {
     Entry output(const std::string& name, GridOutput& grid, const std::string& help);
     /// A picture to write.
     Entry picture(const std::string& name, std::string& path, const std::string& help);
+    /// A page of HTML to write.
+    Entry page(const std::string& name, std::string& path, const std::string& help);
     Entry flag(const std::string& name, bool& value, const std::string& help);
     /// Any other text; `type` tells what it holds, and `check` what is wrong with one, if anything.
     Entry text(const std::string& name, std::string& value, const std::string& type, const std::string& placeholder,
@@ -126,6 +128,8 @@ class Command {
 
   private:
     Entry add(CLI::Option* parser, OptionRecord record);
+    Entry file(const std::string& name, std::string& path, const std::string& type, const std::string& ending,
+               const std::string& help);
     Entry choice(const std::string& name, const std::vector<std::string>& words, const std::string& current,
                  const std::string& help, const std::function<void(std::size_t)>& choose);
 

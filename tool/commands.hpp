@@ -21,4 +21,5 @@ void add_shade_command(CLI::App& app);
 void add_shape_command(CLI::App& app);
 void add_stamp_command(CLI::App& app);
 void add_sunlight_command(CLI::App& app);
+void add_view_command(CLI::App& app);
 void add_weather_command(CLI::App& app);

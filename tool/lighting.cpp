@@ -64,6 +64,19 @@ lighting_Parameters light_of_day(const SunPosition& sun) {
     return parameters;
 }
 
+lighting_Parameters light_of_year(const Grid& grid, double cell_size, double height_unit, double latitude) {
+    lighting_Parameters parameters{};
+    parameters.resolution = {grid.width, grid.height};
+    // It is traced at half the size, where the last column of an odd number falls away.
+    parameters.terrain_size = static_cast<float>(cell_size * (grid.width / 2 * 2));
+    parameters.terrain_height = static_cast<float>(height_unit);
+    parameters.first_day = 1;
+    parameters.last_day = 365;
+    parameters.latitude = static_cast<float>(latitude);
+    parameters.haze = 0.05f;
+    return parameters;
+}
+
 LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
                const Surface& surface, const std::vector<float>& ao) {
     parameters.resolution = {grid.width, grid.height};

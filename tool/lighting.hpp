@@ -24,6 +24,9 @@ void point_at(const SunPosition& sun, lighting_Parameters& parameters);
 /// Parameters with both lights, shadows and ambient occlusion, at which level ground is as light as its albedo.
 lighting_Parameters light_of_day(const SunPosition& sun);
 
+/// Parameters of the sum of the sunlight of a year through a little haze. Metres, and degrees north.
+lighting_Parameters light_of_year(const Grid& grid, double cell_size, double height_unit, double latitude);
+
 /// What the ground reflects of red, green and blue, from 0 to 1, in a grid's cells. Without cells it is the grey of the
 /// parameters.
 struct Surface {

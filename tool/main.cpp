@@ -46,6 +46,7 @@ int run(int argc, char** argv) {
     add_points_command(app);
     add_bake_command(app);
     add_preview_command(app);
+    add_view_command(app);
     add_options_command(app);
     app.add_subcommand("help", "Tell about a command");
     for (CLI::App* const command : app.get_subcommands({}))

@@ -121,9 +121,9 @@ std::vector<const std::string*> Outputs::paths() const {
     for (const GridOutput* const grid : grids_)
         if (!grid->path.empty())
             paths.push_back(&grid->path);
-    for (const std::string* const picture : pictures_)
-        if (!picture->empty())
-            paths.push_back(picture);
+    for (const std::string* const other : others_)
+        if (!other->empty())
+            paths.push_back(other);
     return paths;
 }
 
@@ -187,6 +187,15 @@ void Outputs::add_picture(const std::string& path, const Grid& grid, std::vector
                 held = std::make_shared<std::vector<std::uint8_t>>(std::move(pixels))](const std::string& name) {
              write_picture(name, width, height, *held, place);
          }});
+}
+
+void Outputs::add_text(const std::string& path, std::string text) {
+    files_.push_back({path, [held = std::make_shared<std::string>(std::move(text))](const std::string& name) {
+                          VSILFILE* const file = VSIFOpenL(name.c_str(), "wb");
+                          if (file == nullptr || VSIFWriteL(held->data(), 1, held->size(), file) != held->size() ||
+                              VSIFCloseL(file) != 0)
+                              throw std::runtime_error("out of memory");
+                      }});
 }
 
 void Outputs::write() {

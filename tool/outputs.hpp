@@ -31,7 +31,7 @@ class Outputs {
 
     /// Announce what may be written; the references must stay.
     void expect_grid(const GridOutput& grid) { grids_.push_back(&grid); }
-    void expect_picture(const std::string& path) { pictures_.push_back(&path); }
+    void expect_file(const std::string& path) { others_.push_back(&path); }
     void note_seed(const std::string& seed) { seed_ = seed; }
 
     /// Refuse what cannot be written, by throwing ToolError: names, formats, folders and creation options, and, when
@@ -43,6 +43,7 @@ class Outputs {
     void add(const GridOutput& output, Grid grid);
     /// Hands over a picture of a grid's cells, 3 bytes of sRGB each, if it has a path.
     void add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels);
+    void add_text(const std::string& path, std::string text);
 
     /// Writes everything. Throws ToolError, also after Ctrl-C.
     void write();
@@ -56,7 +57,7 @@ class Outputs {
     std::vector<const std::string*> paths() const;
 
     std::vector<const GridOutput*> grids_;
-    std::vector<const std::string*> pictures_;
+    std::vector<const std::string*> others_; ///< pictures and pages
     std::string seed_;
     std::vector<File> files_;
 };

@@ -113,6 +113,30 @@ Grid stretched(const Grid& grid, GridSize size) {
     return result;
 }
 
+Grid thinned(const Grid& grid, std::size_t most) {
+    if (grid.size() <= most)
+        return grid;
+    const double factor = std::sqrt(static_cast<double>(grid.size()) / static_cast<double>(most));
+    const auto fewer = [factor](int cells) {
+        return std::max(1, static_cast<int>(cells / factor));
+    };
+    const GridSize own_size{grid.width, grid.height};
+    const GridSize size{fewer(grid.width), fewer(grid.height)};
+    const int side = static_cast<int>(std::lround(factor)); // of a square
+    const GridSize even_size{size.width * side, size.height * side};
+    Grid result = stretched(grid, size);
+    const std::vector<float> cells = own_size == even_size ? grid.cells : resample(grid.cells, own_size, even_size);
+    for (int y = 0; y < size.height; ++y)
+        for (int x = 0; x < size.width; ++x) {
+            double sum = 0;
+            for (int j = 0; j < side; ++j)
+                for (int i = 0; i < side; ++i)
+                    sum += static_cast<double>(cells[index(even_size, x * side + i, y * side + j)]);
+            result.at(x, y) = static_cast<float>(sum / (side * side));
+        }
+    return result;
+}
+
 std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what) {
     const GridSize own_size{grid.width, grid.height};
     if (own_size == size)

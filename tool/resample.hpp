@@ -29,6 +29,10 @@ std::vector<float> resample(const std::vector<float>& cells, GridSize from, Grid
 /// The grid stretched over another number of cells on the same ground.
 Grid stretched(const Grid& grid, GridSize size);
 
+/// The grid on at most so many cells of the same ground, each the mean of a square of the old ones, or about so; the
+/// grid itself where it has no more.
+Grid thinned(const Grid& grid, std::size_t most);
+
 /// The cells of a grid, resampled with a note if its size is another one; `what` names it there, as in "the mask".
 std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what);
 

@@ -40,14 +40,9 @@ void SunlightCommand::run(Outputs& outputs) {
     if (!place)
         throw ToolError(ExitCode::usage, "the file does not say where it lies; --latitude is needed");
 
-    lighting_Parameters parameters{};
-    parameters.resolution = {grid.width, grid.height};
-    // It is traced at half the size, where the last column of an odd number falls away.
-    parameters.terrain_size = static_cast<float>(cell_size * (grid.width / 2 * 2));
-    parameters.terrain_height = static_cast<float>(common.height_unit_of(grid));
+    lighting_Parameters parameters = light_of_year(grid, cell_size, common.height_unit_of(grid), *place);
     parameters.first_day = day_of_year(first_day);
     parameters.last_day = day_of_year(last_day);
-    parameters.latitude = static_cast<float>(*place);
     parameters.north_offset = north_offset;
     parameters.haze = haze;
     print_note(format_text("latitude %.4g, days %d to %d", *place, parameters.first_day, parameters.last_day));
