@@ -47,7 +47,7 @@ struct ViewCommand {
 /// Grids of the user, on the cells of the page.
 void ViewCommand::add_files(View& view) const {
     const GridSize size{view.grid.width, view.grid.height};
-    const auto fitted = [&](Grid grid, const std::string& path) {
+    const auto fitted = [&](const Grid& grid, const std::string& path) {
         return fitted_cells(thinned(grid, most_cells), size, "'" + path + "'");
     };
     if (!before.empty())

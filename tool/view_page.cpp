@@ -44,7 +44,7 @@ std::string base64(const std::uint8_t* bytes, std::size_t count) {
     if (count > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         throw std::length_error("a page cannot hold so much");
     char* const text = CPLBase64Encode(static_cast<int>(count), bytes);
-    const std::string result(text);
+    std::string result(text);
     CPLFree(text);
     return result;
 }
