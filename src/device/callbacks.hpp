@@ -34,8 +34,15 @@ class ModuleCallbacks {
 /// The device layer's copy, written by CreateSyclQueue alone.
 inline ModuleCallbacks device_callbacks;
 
-/// Set by the queues' asynchronous error handler, cleared when an export starts its work, read when it ends.
+/// Set by the queues' asynchronous error handler and by note_failure, cleared when an export starts its work, read when
+/// it ends.
 inline bool failure_flag = false;
+
+/// For an error that has no other way out, as in a destructor: the run under way ends with status_failed.
+inline void note_failure(const char* text) noexcept {
+    failure_flag = true;
+    device_callbacks.log_error(text);
+}
 
 /// True while a device allocation is under way that is allowed to fail. The asynchronous error handler drops the errors
 /// of such an allocation: its caller sees the null pointer.

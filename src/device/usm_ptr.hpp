@@ -40,6 +40,7 @@ template <class T>
 T* allocate_memory(std::size_t count, sycl::queue& queue) {
     if (count == 0)
         return nullptr;
+    queue.throw_asynchronous(); // errors of kernels before this are not the allocation's own
     allocation_probe_active = true;
     void* data = sycl::aligned_alloc_device(alignof(T), count * sizeof(T), queue.get_device(), queue.get_context());
     queue.throw_asynchronous();
@@ -58,13 +59,14 @@ struct shared_state {
     shared_state(const shared_state&) = delete;
     shared_state& operator=(const shared_state&) = delete;
 
-    /// A device error has no way out of a destructor: the asynchronous handler has noted it, or a later wait meets it.
+    /// Late device errors come to the asynchronous handler; what is thrown here is noted, for there is no way out.
     ~shared_state() {
         try {
             queue.wait();
             if (data != nullptr && host_ptr != nullptr && data != host_ptr)
                 queue.memcpy(host_ptr, data, shape.size() * sizeof(T)).wait();
         } catch (...) {
+            note_failure("Error: a grid could not be copied back from the device");
         }
         try {
             if (owned)
@@ -191,7 +193,7 @@ class usm_host_accessor {
                 queue_.memcpy(data_, staging_.get(), count_ * sizeof(T));
             queue_.wait_and_throw();
         } catch (...) {
-            // No way out of a destructor: the asynchronous handler has noted it, or a later wait meets it.
+            note_failure("Error: data could not be copied to the device");
         }
     }
 
