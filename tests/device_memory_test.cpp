@@ -134,21 +134,20 @@ TEST_F(DeviceMemory, HostAccessorStagesOnGpusAndHandsOutTheDataOnCpus) {
         view[5] = 60.0f; // read only: goes nowhere
     }
     {
-        const usm_host_accessor<float> view(grid, sycl::access::mode::read_write);
+        usm_host_accessor<float> view(grid, sycl::access::mode::read_write);
         EXPECT_EQ(view[5], 6.0f);
-        view[5] = 61.0f;
-    }
-    {
-        const usm_host_accessor<float> view(grid, sycl::access::mode::write);
         for (std::size_t i = 0; i < view.size(); ++i)
             view[i] = 7.0f;
+        view.hand_back();
     }
     EXPECT_EQ(usm_host_accessor<float>(grid, sycl::access::mode::read)[11], 7.0f);
 
     const usm_ptr<float, 2> wrapped(shape, cpu, cells.data(), true, true);
     EXPECT_EQ(usm_host_accessor<float>(wrapped, sycl::access::mode::read_write).data(), cells.data());
     const usm_ptr<float, 2> apart(shape, cpu, cells.data(), true, false);
-    usm_host_accessor<float>(apart, sycl::access::mode::read_write)[0] = 9.0f;
+    usm_host_accessor<float> view(apart, sycl::access::mode::read_write);
+    view[0] = 9.0f;
+    view.hand_back();
     EXPECT_EQ(apart.data()[0], 9.0f);
 }
 

@@ -64,8 +64,7 @@ void expect_faults_are_met(const Call& call, const std::string& what) {
         if (call.has_frame) {
             EXPECT_EQ(faulty.run(gpu.queue, host), status) << what << ", " << fault;
             const bool logs = call.reports != Call::Reports::nothing || host.errors.size() == 1;
-            EXPECT_TRUE(!logs || (host.errors.size() == 1 && host.errors[0].starts_with(line)))
-                << what << ", " << fault;
+            EXPECT_TRUE(!logs || (!host.errors.empty() && host.errors[0].starts_with(line))) << what << ", " << fault;
         } else {
             EXPECT_THROW(faulty.run(gpu.queue, host), sycl::exception) << what << ", " << fault;
         }

@@ -135,6 +135,7 @@ TEST_P(Failures, FaultsOfTheDevice) {
     const auto before = device.counters();
     run_once(gpu.queue);
     const auto after = device.counters();
+    const auto kernels = static_cast<unsigned>(after.kernels_launched - before.kernels_launched);
     const auto on_device = static_cast<unsigned>(after.allocations - before.allocations);
     const auto plan = [&](auto fault) {
         return [&device, fault](unsigned n) {
@@ -146,6 +147,7 @@ TEST_P(Failures, FaultsOfTheDevice) {
     fail_each("device allocation", gpu.queue, on_device, plan([&](unsigned n) { device.fail_allocation(n); }));
     EXPECT_TRUE(told > 0 || on_device == 0 || GetParam().run == devices); // a scan passes such a device over
     fail_each("pinned allocation", gpu.queue, 4, plan([&](unsigned n) { device.fail_host_allocation(n); }));
+    fail_each("submission", gpu.queue, kernels + 8, plan([&](unsigned n) { device.throw_on_submit(n, "planned"); }));
     EXPECT_EQ(device.counters().live_allocations, before.live_allocations);
 }
 

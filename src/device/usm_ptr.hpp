@@ -161,16 +161,16 @@ sycl::buffer<T, 2> create_input(const T* host, const sycl::range<2>& shape, sycl
 }
 
 /// Lends the data of a usm_ptr to host code for its lifetime: the data itself where the host can reach it, else a
-/// staging block that is filled for reading and copied back after writing.
+/// staging block that is filled for reading. What is written reaches the device by `hand_back`.
 template <class T>
 class usm_host_accessor {
   public:
     template <int D>
     usm_host_accessor(const usm_ptr<T, D>& source, sycl::access::mode mode)
-        : queue_(source.queue()), count_(source.size()), mode_(mode), data_(source.data()) {
+        : queue_(source.queue()), count_(source.size()), data_(source.data()) {
         queue_.wait();
-        const bool reads = mode_ == sycl::access::mode::read || mode_ == sycl::access::mode::read_write;
-        if (source.is_cpu() && (source.host_ptr() == nullptr || mode_ == sycl::access::mode::read)) {
+        const bool reads = mode == sycl::access::mode::read || mode == sycl::access::mode::read_write;
+        if (source.is_cpu() && (source.host_ptr() == nullptr || mode == sycl::access::mode::read)) {
             handed_out_ = data_;
         } else {
             auto pool = HostPinnedMemoryPool::for_queue(queue_);
@@ -186,15 +186,11 @@ class usm_host_accessor {
     usm_host_accessor(const usm_host_accessor&) = delete;
     usm_host_accessor& operator=(const usm_host_accessor&) = delete;
 
-    ~usm_host_accessor() {
-        try {
-            queue_.wait();
-            if (staging_ != nullptr && mode_ != sycl::access::mode::read)
-                queue_.memcpy(data_, staging_.get(), count_ * sizeof(T));
-            queue_.wait_and_throw();
-        } catch (...) {
-            note_failure("Error: data could not be copied to the device");
-        }
+    /// Throws where the device cannot take the data: what works on it must not start then.
+    void hand_back() {
+        if (staging_ != nullptr)
+            queue_.memcpy(data_, staging_.get(), count_ * sizeof(T));
+        queue_.wait_and_throw();
     }
 
     T* data() const { return handed_out_; }
@@ -204,7 +200,6 @@ class usm_host_accessor {
   private:
     sycl::queue queue_;
     std::size_t count_;
-    sycl::access::mode mode_;
     T* data_;
     std::unique_ptr<T, std::function<void(void*)>> staging_{nullptr, [](void*) {
                                                             }};

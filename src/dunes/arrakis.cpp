@@ -24,10 +24,27 @@ constexpr int smoothing_passes = 2;
 
 /// The grids that only a run of rounds needs. Once the wind is known the blurred heights are not needed before the next
 /// round, and after saltation neither is the shelter: saltation and avalanches work in their place.
+/// Rows that a CPU's work-item takes of what costs extra at both ends of its rows.
+constexpr int rows_at_a_time = 128;
+
+/// Work-items of a sweep at most; each has rows of its own.
+constexpr int sweep_items = 128;
+
+int tile_count(const Extent<2>& extent) {
+    return static_cast<int>(((extent.x() - 1) / tile_columns + 1) * ((extent.y() - 1) / rows_at_a_time + 1));
+}
+
+/// Sweeps are for CPUs alone.
+usm_ptr<SweepRows, 1> make_sweep_rows(const LaplacianLevel& level) {
+    const int items = level.queue->get_device().is_cpu() ? minimum(tile_count(level.extent), sweep_items) : 0;
+    return {sycl::range<1>(static_cast<std::size_t>(items)), *level.queue};
+}
+
 struct Scratch {
     explicit Scratch(const LaplacianLevel& level)
         : blurred(level.extent, *level.queue), blur_scratch(level.extent, *level.queue),
-          shelter(level.extent, *level.queue), wind_x(level.extent, *level.queue), wind_y(level.extent, *level.queue) {}
+          shelter(level.extent, *level.queue), wind_x(level.extent, *level.queue), wind_y(level.extent, *level.queue),
+          sweep_rows(make_sweep_rows(level)) {}
 
     Wind wind() const { return {wind_x.data(), wind_y.data()}; }
 
@@ -38,6 +55,7 @@ struct Scratch {
     /// Unit wind.
     Grid wind_x;
     Grid wind_y;
+    usm_ptr<SweepRows, 1> sweep_rows;
 };
 
 RunConstants constants_of(const Parameters& parameters, const Extent<2>& extent) {
@@ -75,9 +93,6 @@ void launch_row_parts(sycl::queue& queue, const RunConstants& constants, Part pa
                          });
                  });
 }
-
-/// Rows that a CPU's work-item takes of what costs extra at both ends of its rows.
-constexpr int rows_at_a_time = 128;
 
 template <bool wide>
 void launch_find_shelter(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants) {
@@ -178,15 +193,16 @@ void launch_passes(const LaplacianLevel& level, const Scratch& scratch, const Ru
 /// The avalanches of a round, several passes at a time.
 void launch_sweeps(const LaplacianLevel& level, const Scratch& scratch, const RunConstants& constants, float repose) {
     sycl::queue& queue = *level.queue;
-    const sycl::range<2> tiles(static_cast<std::size_t>((constants.rows - 1) / rows_at_a_time + 1),
-                               static_cast<std::size_t>((constants.columns - 1) / tile_columns + 1));
+    const int tiles = tile_count(level.extent), tiles_in_row = (constants.columns - 1) / tile_columns + 1;
+    const int items = static_cast<int>(scratch.sweep_rows.size());
     const auto sweep = [&](int first_pass, const SweepGrids& grids) {
         std::array<Pass, passes_per_sweep> passes;
         for (std::size_t pass = 0; pass < passes.size(); ++pass)
             passes[pass] = pass_at(first_pass + static_cast<int>(pass), repose);
-        queue.parallel_for(tiles, [=](sycl::id<2> tile) {
-            sweep_tile(static_cast<int>(tile[1]) * tile_columns, static_cast<int>(tile[0]) * rows_at_a_time,
-                       rows_at_a_time, grids, constants, passes);
+        queue.parallel_for(scratch.sweep_rows.shape(), [=, in_hand = scratch.sweep_rows.data()](sycl::id<1> item) {
+            for (int tile = static_cast<int>(item[0]); tile < tiles; tile += items)
+                sweep_tile(tile % tiles_in_row * tile_columns, tile / tiles_in_row * rows_at_a_time, rows_at_a_time,
+                           grids, constants, passes, in_hand[item[0]]);
         });
     };
     static_assert(repose_passes + smoothing_passes == 2 * passes_per_sweep);

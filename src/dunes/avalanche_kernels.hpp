@@ -126,6 +126,12 @@ struct StateRows {
     TileRow sand[3];
 };
 
+/// The rows of a tile that its passes have in hand: more than a thread's stack should have to hold.
+struct SweepRows {
+    StateRows states[passes_per_sweep + 1]; ///< before the first pass, and after each
+    SlideRow slides[passes_per_sweep][3];
+};
+
 inline void clear(SlideRow& row) {
     std::fill(std::begin(row.moved), std::end(row.moved), 0.0f);
     for (TileRow& shares : row.shares)
@@ -248,16 +254,15 @@ struct SweepGrids {
     float* next_height;
 };
 
-/// Takes the tile that begins at (x0, y0) through the passes.
+/// Takes the tile that begins at (x0, y0) through the passes. What `in_hand` held before does not matter.
 inline void sweep_tile(int x0, int y0, int tile_rows, const SweepGrids& grids, const RunConstants& s,
-                       const std::array<Pass, passes_per_sweep>& passes) {
+                       const std::array<Pass, passes_per_sweep>& passes, SweepRows& in_hand) {
     const int x1 = minimum(x0 + tile_columns, s.columns), y1 = minimum(y0 + tile_rows, s.rows);
     const int left_edge = maximum(x0 - spoilt_cells, 0), right_edge = minimum(x1 + spoilt_cells, s.columns);
     const int first = maximum(y0 - spoilt_cells, 0), last = minimum(y1 + spoilt_cells, s.rows);
     const int count = right_edge - left_edge;
 
-    StateRows states[passes_per_sweep + 1]; // before the first pass, and after each
-    SlideRow slides[passes_per_sweep][3];
+    auto& [states, slides] = in_hand;
     for (StateRows& state : states)
         for (TileRow& height : state.height)
             set_off_grid(height);

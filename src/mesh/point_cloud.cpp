@@ -16,7 +16,7 @@ struct Cloud {
         if (p.point_count == 0)
             return;
         coordinates.reserve(2 * std::size_t{p.point_count});
-        const usm_host_accessor<vec3> list(vertices, sycl::access::mode::write);
+        usm_host_accessor<vec3> list(vertices, sycl::access::mode::write);
         for (std::size_t n = 0; n < list.size(); ++n) {
             const float* point = points + 3 * n;
             const float x = moved_off_rim(point[0], p.resolution.x);
@@ -25,6 +25,7 @@ struct Cloud {
             coordinates.push_back(static_cast<double>(y));
             list[n] = vec3(x, y, point[2]);
         }
+        list.hand_back();
     }
 
     Vertices vertices;
@@ -33,9 +34,10 @@ struct Cloud {
 
 Triangles upload_triangles(const std::vector<PointTriangle>& triangles, sycl::queue& queue) {
     Triangles result(sycl::range<1>(triangles.size()), queue);
-    const usm_host_accessor<uvec3> list(result, sycl::access::mode::write);
+    usm_host_accessor<uvec3> list(result, sycl::access::mode::write);
     for (std::size_t t = 0; t < list.size(); ++t)
         list[t] = uvec3(triangles[t][0], triangles[t][1], triangles[t][2]);
+    list.hand_back();
     return result;
 }
 

@@ -12,12 +12,13 @@ WorkExpansion::WorkExpansion(sycl::queue& queue, const Vertices& vertices, const
         const std::uint32_t cells = box_cells(vertices[corners.x()], vertices[corners.y()], vertices[corners.z()]);
         counts[index[0]] = is_limited && cells >= largest_box ? 0 : cells;
     });
-    const usm_host_accessor<std::uint32_t> list(sums_, sycl::access::mode::read_write);
+    usm_host_accessor<std::uint32_t> list(sums_, sycl::access::mode::read_write);
     std::uint64_t sum = 0;
     for (std::size_t t = 0; t < list.size(); ++t) {
         sum += list[t];
         list[t] = static_cast<std::uint32_t>(sum);
     }
+    list.hand_back();
     if (sum > INT32_MAX)
         throw sycl::exception(sycl::make_error_code(sycl::errc::nd_range), "the triangles' bounding boxes have " +
                                                                                std::to_string(sum) +
