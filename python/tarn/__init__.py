@@ -6,13 +6,12 @@
 
 `help(tarn.erode)` tells what a function takes and gives. What all of them take stands in `help(tarn.computations)`.
 """
-from ._library import Cancelled, Error, OutOfMemory
+from ._library import Cancelled, Error, OutOfMemory, devices
 from .computations import (
     bake,
     cells,
     colour,
     debris,
-    devices,
     displaced_mesh,
     dunes,
     erode,

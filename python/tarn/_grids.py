@@ -12,8 +12,8 @@ _RELAXATIONS = 16
 def fill_holes(cells: np.ndarray, missing: np.ndarray) -> np.ndarray:
     """The cells with those that are missing filled smoothly from their rims.
 
-    Pull and push over a pyramid (Gortler et al., The Lumigraph, 1996), each level relaxed to a membrane by red and black
-    sweeps. Takes time in proportion to the cells, however large the holes are.
+    Pull and push over a pyramid (Gortler et al., The Lumigraph, 1996), each level relaxed to a membrane by red and
+    black sweeps. Takes time in proportion to the cells, however large the holes are.
     """
     if not missing.any():
         return cells
@@ -86,14 +86,19 @@ class Grid:
         """A result with this grid's holes, as the DataArray that the grid was or as an array."""
         if self.missing is not None:
             cells = np.where(self.missing, np.float32(np.nan), cells)
-        if hasattr(self.source, "copy") and hasattr(self.source, "dims"):
-            return self.source.copy(data=cells)
-        return np.ascontiguousarray(cells, np.float32)
+        return like(self.source, cells)
+
+
+def like(source, cells: np.ndarray):
+    """Cells as the DataArray that their source was, or as an array."""
+    if hasattr(source, "copy") and hasattr(source, "dims"):
+        return source.copy(data=cells)
+    return np.ascontiguousarray(cells, np.float32)
 
 
 def take_grid(source, name: str = "heights", holes: float | None = None) -> Grid:
-    """Any two-dimensional array. Cells that are not finite are holes: filled smoothly, or with `holes` where that is given."""
-    cells = np.ascontiguousarray(source, dtype=np.float32)
+    """Any two-dimensional array. Cells that are masked or not finite are holes: filled smoothly, or with `holes`."""
+    cells = numbers(source, name)
     if cells.ndim != 2 or cells.size == 0:
         raise ValueError(f"{name} must be a grid of rows and columns, not of shape {cells.shape}")
     missing = ~np.isfinite(cells)
@@ -102,11 +107,23 @@ def take_grid(source, name: str = "heights", holes: float | None = None) -> Grid
     if missing.all():
         raise ValueError(f"{name} has no cell with a value")
     filled = np.where(missing, np.float32(0), cells)
-    return Grid(fill_holes(filled, missing) if holes is None else np.where(missing, np.float32(holes), cells), missing, source)
+    stand_ins = fill_holes(filled, missing) if holes is None else np.where(missing, np.float32(holes), cells)
+    return Grid(stand_ins, missing, source)
+
+
+def numbers(source, name: str) -> np.ndarray:
+    """Any array of real numbers as float32 in C order, without a copy where it is that. Masked ones become NaN."""
+    if np.ma.isMaskedArray(source):
+        source = source.astype(np.float32).filled(np.nan)
+    array = np.asarray(source)
+    if array.dtype.kind not in "buif":
+        raise TypeError(f"{name} must be an array of numbers, not of {array.dtype}")
+    with np.errstate(over="ignore"):  # what is too large for float32 is a hole
+        return np.ascontiguousarray(array, np.float32)
 
 
 def take_share(source, shape: tuple[int, int], name: str) -> np.ndarray | None:
-    """A grid of factors of the same shape; holes count as 0, and integers above 1 are scaled by their type's largest."""
+    """A grid of factors of the same shape. Holes count as 0; integers above 1 are scaled by their type's largest."""
     if source is None:
         return None
     grid = take_grid(source, name, holes=0.0)
@@ -136,3 +153,21 @@ def crop(cells: np.ndarray, shape: tuple[int, int]) -> np.ndarray:
 def halvings(feature_cells: float) -> int:
     """How often sides should halve evenly for a pyramid of features of so many cells."""
     return min(max(math.ceil(math.log2(feature_cells)) - 1, 0), 12)
+
+
+def resample(cells: np.ndarray, shape: tuple[int, int]) -> np.ndarray:
+    """Bilinear, between the centres of the cells."""
+
+    def positions(old: int, new: int):
+        place = np.clip((np.arange(new) + 0.5) * old / new - 0.5, 0.0, old - 1.0)
+        first = place.astype(int)
+        return first, np.minimum(first + 1, old - 1), (place - first).astype(np.float32)
+
+    def mix(a, b, weight):
+        return a + (b - a) * weight
+
+    top, bottom, down = positions(cells.shape[0], shape[0])
+    left, right, across = positions(cells.shape[1], shape[1])
+    upper = mix(cells[top][:, left], cells[top][:, right], across)
+    lower = mix(cells[bottom][:, left], cells[bottom][:, right], across)
+    return mix(upper, lower, down[:, None])

@@ -1,6 +1,9 @@
 """The C library: where it is found, its declarations, and one call of it from start to end."""
 from __future__ import annotations
 
+import collections
+import contextlib
+import logging
 import os
 import threading
 from collections.abc import Callable
@@ -17,7 +20,7 @@ _NAME = "libTarn.oneAPI.so"
 
 
 def _open():
-    """The library that TARN_LIBRARY names, else the one beside the package or in the build it stands in, else the loader's."""
+    """The library that TARN_LIBRARY names, else the one beside the package or in its build, else the loader's."""
     named = os.environ.get("TARN_LIBRARY")
     if named:
         return ffi.dlopen(named)
@@ -46,73 +49,113 @@ class Cancelled(Error):
     """The run was cancelled before its end."""
 
 
-# The library keeps one record of callbacks for the process, so calls come one at a time.
+_log = logging.getLogger("tarn")
+
+
+class _Run:
+    """What one call reports to, and what it has reported."""
+
+    def __init__(self, progress: Callable[[float], object] | None = None):
+        self.progress, self.percent = progress, 0.0
+        self.errors: list[str] = []
+        self.raised: BaseException | None = None
+
+    def report(self) -> None:
+        if self.progress is not None and self.raised is None:
+            self.progress(self.percent)
+
+
+# The library has one record of callbacks for the process and keeps it after a call, so there is one here too, which
+# lives as long as the process, and calls come one at a time. The callbacks tell the run under way.
+_run = _Run()
 _one_call = threading.Lock()
 
 
-class _Call:
-    """The callbacks of one call, and what they were told."""
-
-    def __init__(self, progress: Callable[[float], object] | None, log: Callable[[str], object] | None):
-        self.errors: list[str] = []
-        self.raised: BaseException | None = None
-        self._progress, self._log = progress, log
-        record = ffi.new("HostCallbacks*")
-        # The record does not own its functions: they live as long as this object.
-        self._functions = {
-            name: ffi.callback(signature, function, error=name == "is_cancelled" or None, onerror=self._on_exception)
-            for name, signature, function in (
-                ("progress", "void(double)", self._on_progress),
-                ("is_cancelled", "_Bool(void)", lambda: self.raised is not None),
-                ("log_info", "void(char*)", self._on_info),
-                ("log_error", "void(char*)", self._on_error),
-                ("acquire_memory", "void(size_t)", lambda _: None),
-                ("release_memory", "void(size_t)", lambda _: None),
-            )
-        }
-        for name, function in self._functions.items():
-            setattr(record, name, function)
-        self.record = record
-
-    def _on_exception(self, _kind, value, _traceback):
-        # Also KeyboardInterrupt: Python delivers it in the next callback. The run ends at its next question.
-        self.raised = self.raised or value
-
-    def _on_progress(self, percent: float) -> None:
-        if self._progress is not None and self.raised is None:
-            self._progress(percent)
-
-    def _on_info(self, text) -> None:
-        if self._log is not None:
-            self._log(ffi.string(text).decode("utf-8", "replace"))
-
-    def _on_error(self, text) -> None:
-        self.errors.append(ffi.string(text).decode("utf-8", "replace"))
+def _on_exception(_kind, value, _traceback) -> None:
+    # KeyboardInterrupt comes here too: Python delivers it in the next callback. The run ends at its next question.
+    _run.raised = _run.raised or value
 
 
-class Queue:
-    """A queue on a device: "cpu", or the identity string of one of `devices()`."""
+@ffi.callback("void(double)", onerror=_on_exception)
+def _on_progress(percent):
+    _run.percent = percent
+    _run.report()
 
-    def __init__(self, device: str = "cpu"):
-        self._callbacks = _Call(None, None)
-        with _one_call:
-            self.handle = lib.CreateSyclQueue(device.encode(), self._callbacks.record)
+
+@ffi.callback("_Bool(void)", error=True, onerror=_on_exception)
+def _is_cancelled():
+    _run.report()
+    return _run.raised is not None
+
+
+@ffi.callback("void(char*)", onerror=_on_exception)
+def _on_info(text):
+    _log.info("%s", ffi.string(text).decode("utf-8", "replace"))
+
+
+@ffi.callback("void(char*)", onerror=_on_exception)
+def _on_error(text):
+    _run.errors.append(ffi.string(text).decode("utf-8", "replace"))
+
+
+@ffi.callback("void(size_t)", onerror=_on_exception)
+def _on_memory(_bytes):
+    pass
+
+
+_callbacks = ffi.new(
+    "HostCallbacks*",
+    {
+        "progress": _on_progress,
+        "is_cancelled": _is_cancelled,
+        "log_info": _on_info,
+        "log_error": _on_error,
+        "acquire_memory": _on_memory,
+        "release_memory": _on_memory,
+    },
+)
+
+
+@contextlib.contextmanager
+def _alone(run: _Run):
+    """No other thread is in the library meanwhile, and its callbacks tell this run."""
+    global _run
+    if getattr(_thread, "is_inside", False):
+        raise Error("a progress function must not call the library: its own call is still under way")
+    with _one_call:
+        _thread.is_inside, before, _run = True, _run, run
+        try:
+            while _ended:
+                lib.DestroySyclQueue(_ended.popleft())
+            yield
+        finally:
+            _thread.is_inside, _run = False, before
+
+
+class _Queue:
+    def __init__(self, device: str):
+        if not isinstance(device, str):
+            raise TypeError(f"device is {device!r}; it must be a text")
+        with _alone(_Run()):
+            self.handle = lib.CreateSyclQueue(device.encode(), _callbacks)
         if self.handle == ffi.NULL:
-            raise Error(f"no queue can be made on device {device!r}")
+            raise Error(f"no queue can be made on device {device!r}; tarn.devices() lists them")
 
     def __del__(self):
+        # Perhaps in the middle of another thread's call, so the next call destroys it.
         if getattr(self, "handle", ffi.NULL) != ffi.NULL:
-            lib.DestroySyclQueue(self.handle)
+            _ended.append(self.handle)
 
 
-_queues = threading.local()
+_ended: collections.deque = collections.deque()
+_thread = threading.local()
 
 
-def queue(device: str = "cpu") -> Queue:
+def _queue(device: str) -> _Queue:
     """This thread's queue on a device, made at its first use."""
-    known = _queues.__dict__.setdefault("by_device", {})
+    known = _thread.__dict__.setdefault("queues", {})
     if device not in known:
-        known[device] = Queue(device)
+        known[device] = _Queue(device)
     return known[device]
 
 
@@ -121,25 +164,53 @@ def call(
     device: str,
     *arguments,
     progress: Callable[[float], object] | None = None,
-    log: Callable[[str], object] | None = None,
     takes_callbacks: bool = True,
+    has_status: bool = True,
 ) -> None:
     """Makes one computing call. Raises what a callback raised, or Error, OutOfMemory or Cancelled by the status.
 
     cffi lets other Python threads run while the library works.
     """
-    handle = queue(device).handle
-    run = _Call(progress, log)
-    with _one_call:
-        callbacks = (run.record,) if takes_callbacks else ()
+    handle = _queue(device).handle
+    run = _Run(progress)
+    with _alone(run):
+        callbacks = (_callbacks,) if takes_callbacks else ()
         status = getattr(lib, function)(handle, *arguments, *callbacks)
     if run.raised is not None:
         raise run.raised
-    if status == lib.status_ok:
-        return
     line = "; ".join(run.errors)
     if status == lib.status_cancelled:
         raise Cancelled(line or f"{function} was cancelled")
     if status == lib.status_out_of_memory:
         raise OutOfMemory(line or f"{function}: the device has not enough memory")
-    raise Error(line or f"{function} failed")
+    if status != lib.status_ok or (line and not has_status):
+        raise Error(line or f"{function} failed")
+    if line:
+        _log.warning("%s", line)
+
+
+def devices() -> list[dict]:
+    """The devices that can run the library: identity string, backend, vendor, name and kind of each.
+
+    `id` is what the computations take as `device`. A device with `needs_driver_update` cannot be used until then.
+    """
+    _queue("cpu")  # the scan logs through the callbacks of the first queue
+    records, count = ffi.new("DeviceInfo**"), ffi.new("int32_t*")
+    kinds = {1: "native-cpu", 2: "cpu", 3: "integrated-gpu", 4: "discrete-gpu", 5: "accelerator"}
+    with _alone(_Run()):
+        lib.GetDevices(records, count)
+        try:
+            found = []
+            for record in records[0][0 : count[0]]:
+                kind = kinds.get(record.kind, "other")
+                text = {
+                    name: ffi.string(getattr(record, name)).decode("utf-8", "replace")
+                    for name in ("backend", "vendor", "name", "vendor_id")
+                }
+                needs_update = bool(record.needs_driver_update)
+                found.append(
+                    {"id": "/".join((kind, *text.values())), "kind": kind, **text, "needs_driver_update": needs_update}
+                )
+            return found
+        finally:
+            lib.FreeDevices(records[0])

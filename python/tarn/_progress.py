@@ -8,7 +8,7 @@ import sys
 class _PlainBar:
     """One line on the terminal, for where tqdm is not installed."""
 
-    def __init__(self, total: float, desc: str):
+    def __init__(self, total: float, desc: str, bar_format: str):
         self.n, self.total, self.desc = 0.0, total, desc
 
     def update(self, step: float) -> None:
@@ -22,9 +22,13 @@ class _PlainBar:
 
 @contextlib.contextmanager
 def reporter(progress, name: str):
-    """What a call reports its percentage to: `progress` itself if it is a function, a bar if it is True, else None."""
+    """What a call reports its percentage to: `progress` itself if it is a function, a bar if it is True, else None.
+
+    A run that comes to its end has reported 100 at last.
+    """
     if callable(progress):
         yield progress
+        progress(100.0)
         return
     if not progress:
         yield None
@@ -33,8 +37,13 @@ def reporter(progress, name: str):
         from tqdm.auto import tqdm as bar_class
     except ImportError:
         bar_class = _PlainBar
-    bar = bar_class(total=100.0, desc=name)
+    bar = bar_class(total=100.0, desc=name, bar_format="{desc}: {percentage:3.0f}%|{bar}| {elapsed}<{remaining}")
+
+    def show(percent: float) -> None:
+        bar.update(max(min(percent, 100.0) - bar.n, 0.0))
+
     try:
-        yield lambda percent: bar.update(min(percent, 100.0) - bar.n)
+        yield show
+        show(100.0)
     finally:
         bar.close()
