@@ -13,6 +13,7 @@ packages=(
     python3 python3-cffi python3-numpy                      # the Python package
     libgtest-dev libbenchmark-dev python3-pytest            # tests and benchmarks
     python3-rasterio python3-xarray python3-matplotlib      # tests of the package and its examples
+    python3-dask python3-distributed                        # terrains in tiles
 )
 if [[ ${1-} == --checks ]]; then
     packages+=(clang-16 clang-format clang-tidy-16)
