@@ -32,10 +32,15 @@ def layout(header: str) -> dict:
     return records
 
 
+def version(header: str) -> str:
+    return ".".join(re.findall(r"^#define TARN_ONEAPI_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)$", header, re.M))
+
+
 def main(header_path: str, output_path: str) -> None:
     header = Path(header_path).read_text(encoding="utf-8")
     Path(output_path).write_text(
         '"""Generated from include/tarn/oneapi.h. Do not edit."""\n\n'
+        f'VERSION = "{version(header)}"\n\n'
         f'DECLARATIONS = """\n{strip(header)}"""\n\n'
         f"LAYOUT = {pprint.pformat(layout(header), width=110)}\n",
         encoding="utf-8",

@@ -15,11 +15,18 @@ using Grid = std::vector<float>;
 
 HostCallbacks quiet_callbacks() {
     HostCallbacks callbacks{};
-    callbacks.progress = [](double) {};
-    callbacks.is_cancelled = [] { return false; };
-    callbacks.log_info = [](const char*) {};
-    callbacks.log_error = [](const char* text) { std::fprintf(stderr, "%s\n", text); };
-    callbacks.acquire_memory = callbacks.release_memory = [](std::size_t) {};
+    callbacks.progress = [](double) {
+    };
+    callbacks.is_cancelled = [] {
+        return false;
+    };
+    callbacks.log_info = [](const char*) {
+    };
+    callbacks.log_error = [](const char* text) {
+        std::fprintf(stderr, "%s\n", text);
+    };
+    callbacks.acquire_memory = callbacks.release_memory = [](std::size_t) {
+    };
     return callbacks;
 }
 

@@ -6,6 +6,7 @@
 
 `help(tarn.erode)` tells what a function takes and gives. What all of them take stands in `help(tarn.computations)`.
 """
+from ._declarations import VERSION as __version__
 from ._library import Cancelled, Error, OutOfMemory, devices
 from .computations import (
     bake,

@@ -28,10 +28,12 @@ def _open():
     for path in (package / _NAME, package.parent.parent / "lib" / _NAME):
         if path.exists():
             return ffi.dlopen(str(path))
-    try:
-        return ffi.dlopen(_NAME)
-    except OSError as error:
-        raise ImportError(f"{_NAME} was not found; set TARN_LIBRARY to its path") from error
+    for name in (_NAME, f"{_NAME}.1"):
+        try:
+            return ffi.dlopen(name)
+        except OSError as error:
+            reason = error
+    raise ImportError(f"{_NAME} was not found; set TARN_LIBRARY to its path") from reason
 
 
 lib = _open()
