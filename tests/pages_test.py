@@ -60,4 +60,3 @@ with tempfile.TemporaryDirectory() as folder, Browser() as browser:
     assert browser.colours() > 1000, "the layers are blank"
     browser.picture(f"{pictures}/view_layers.png")
     assert browser.errors() == []
-print("all passed")

@@ -22,7 +22,8 @@ expect 64 "excludes" shade wall.asc wall.png --date 02-28 --azimuth 3
 expect 64 "requires" shade wall.asc wall.png --albedo-red ao.tif
 expect 64 "--rings" shade wall.asc wall.png --rings 18
 expect 3 "hybrid_ao_levels" shade even.asc wall.png --hybrid-levels 15
-expect 0 "" preview wall.asc flat.png --flat
+expect 0 "" preview wall.asc flat.png --flat --palette amounts --range 0 105 --legend
+expect 64 "the lower value first" preview wall.asc flat.png --range 3 3
 
 # A year of sun, and the darkest weeks of it.
 expect 0 "latitude 36.59, days 1 to 365" sunlight "$terrain" year.tif --preview year.png

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <numeric>
 #include <optional>
 #include <utility>
@@ -70,6 +71,22 @@ void CommonOptions::draw_preview(Outputs& outputs, Host& host, const Grid& grid,
     ShadeOptions shade;
     shade.height_unit = height_unit_of(grid);
     outputs.add_picture(preview, grid, shade_relief(host, grid, cell ? *cell : cell_of(grid), shade));
+}
+
+void add_range_option(Command& command, std::vector<float>& range) {
+    constexpr double most = static_cast<double>(std::numeric_limits<float>::max());
+    command
+        .number("--range", range, {-most, most}, "",
+                "Values of the lowest and the highest colour, so that pictures compare", 2)
+        .otherwise("those of the grid");
+}
+
+std::optional<Extremes> span_of(const std::vector<float>& range) {
+    if (range.empty())
+        return std::nullopt;
+    if (range[1] <= range[0])
+        throw ToolError(ExitCode::usage, "--range wants the lower value first");
+    return Extremes{range[0], range[1]};
 }
 
 void add_file_options(Command& command, bool writes_grids, bool draws) {

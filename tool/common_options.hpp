@@ -27,6 +27,11 @@ struct CommonOptions {
     void draw_preview(Outputs& outputs, Host& host, const Grid& grid, std::optional<CellSize> cell = {}) const;
 };
 
+/// `--range`: the values that the ends of the colours stand for. None or two numbers.
+void add_range_option(Command& command, std::vector<float>& range);
+/// Throws ToolError (usage) if the second is not above the first.
+std::optional<Extremes> span_of(const std::vector<float>& range);
+
 /// The options of all commands that write files: `--co` of those that write grids, `--world-file` of those that draw.
 void add_file_options(Command& command, bool writes_grids = true, bool draws = true);
 

@@ -177,16 +177,18 @@ void Outputs::add(const GridOutput& output, Grid grid) {
 }
 
 void Outputs::add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels) {
+    add_picture(path, grid, Pixels{grid.width, grid.height, std::move(pixels)});
+}
+
+void Outputs::add_picture(const std::string& path, const Grid& grid, Pixels picture) {
     if (path.empty())
         return;
     if (with_world_files && !grid.geotransform)
         print_note("'" + path + "' gets no world file: the place on the map is not known");
     const auto place = with_world_files ? grid.geotransform : std::nullopt;
-    files_.push_back(
-        {path, [=, width = grid.width, height = grid.height,
-                held = std::make_shared<std::vector<std::uint8_t>>(std::move(pixels))](const std::string& name) {
-             write_picture(name, width, height, *held, place);
-         }});
+    files_.push_back({path, [=, held = std::make_shared<Pixels>(std::move(picture))](const std::string& name) {
+                          write_picture(name, held->width, held->height, held->bytes, place);
+                      }});
 }
 
 void Outputs::add_text(const std::string& path, std::string text) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "grid.hpp"
+#include "legend.hpp"
 
 /// The unit of grids whose numbers are heights or depths: that of the input's heights.
 inline const std::string unit_of_heights = "height";
@@ -43,6 +44,8 @@ class Outputs {
     void add(const GridOutput& output, Grid grid);
     /// Hands over a picture of a grid's cells, 3 bytes of sRGB each, if it has a path.
     void add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels);
+    /// The same of a picture whose upper left corner shows the grid.
+    void add_picture(const std::string& path, const Grid& grid, Pixels picture);
     void add_text(const std::string& path, std::string text);
 
     /// Writes everything. Throws ToolError, also after Ctrl-C.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "command.hpp"
 #include "common_options.hpp"
@@ -20,25 +21,43 @@ struct PreviewCommand {
     bool flat = false;
     CommonOptions common;
     ShadeOptions shade;
+    std::vector<float> range;
+    std::string colours = "heights";
+    bool legend = false;
 
     void run(Outputs& outputs);
+
+  private:
+    void run_difference(Outputs& outputs, const Grid& grid) const;
+    void add(Outputs& outputs, const Grid& grid, std::vector<std::uint8_t> pixels, const Palette& strip,
+             Extremes span) const;
 };
+
+/// Adds the picture of values from the least to the greatest of `span`, with its legend if that is asked for.
+void PreviewCommand::add(Outputs& outputs, const Grid& grid, std::vector<std::uint8_t> pixels, const Palette& strip,
+                         Extremes span) const {
+    Pixels picture{grid.width, grid.height, std::move(pixels)};
+    outputs.add_picture(output, grid, legend ? with_legend(std::move(picture), strip, span, grid.unit) : picture);
+}
 
 void PreviewCommand::run(Outputs& outputs) {
     const Grid grid = read_grid(input);
-    if (before.empty()) {
-        if (flat) {
-            outputs.add_picture(output, grid, shade_heights(grid));
-            outputs.write();
-            return;
-        }
+    shade.span = span_of(range);
+    const Extremes span = shade.span.value_or(extremes(grid));
+    if (!before.empty()) {
+        run_difference(outputs, grid);
+    } else if (flat) {
+        add(outputs, grid, shade_values(grid, palette(colours), span), palette(colours), span);
+    } else {
         Host host(common.device);
         shade.tinted = !grey;
         shade.height_unit = common.height_unit_of(grid);
-        outputs.add_picture(output, grid, shade_relief(host, grid, common.cell_of(grid), shade));
-        outputs.write();
-        return;
+        add(outputs, grid, shade_relief(host, grid, common.cell_of(grid), shade), palette("heights"), span);
     }
+    outputs.write();
+}
+
+void PreviewCommand::run_difference(Outputs& outputs, const Grid& grid) const {
     const Grid earlier = read_grid(before);
     if (earlier.width != grid.width || earlier.height != grid.height)
         throw ToolError(ExitCode::usage,
@@ -46,11 +65,11 @@ void PreviewCommand::run(Outputs& outputs) {
                                     input.c_str(), grid.width, grid.height, before.c_str(), earlier.width,
                                     earlier.height));
     const Change change = measure_change(earlier, grid);
-    const double range = std::max({0.0, -change.least, change.greatest});
+    const double full = std::max({0.0, -change.least, change.greatest});
     print_note(format_text("heights change by %+g to %+g; the full colour stands for %g", change.least, change.greatest,
-                           range));
-    outputs.add_picture(output, grid, shade_difference(earlier, grid, range));
-    outputs.write();
+                           full));
+    const auto end = static_cast<float>(full);
+    add(outputs, grid, shade_difference(earlier, grid, full), difference_palette(), {-end, end});
 }
 
 } // namespace
@@ -67,6 +86,12 @@ void add_preview_command(CLI::App& app) {
     command.number("--exaggeration", settings->shade.exaggeration, above_0, "", "Factor on all heights");
     auto grey = command.flag("--grey", settings->grey, "No colours by height");
     command.flag("--flat", settings->flat, "Only the colours by height, no light").excludes(grey);
+    std::vector<std::pair<std::string, std::string>> words;
+    for (const Palette& each : palettes())
+        words.emplace_back(each.name, each.name);
+    command.choice("--palette", settings->colours, words, "Colours of --flat");
+    add_range_option(command, settings->range);
+    command.flag("--legend", settings->legend, "Add a strip below with the values that the colours stand for");
     command.input("--difference", settings->before, "grid", unit_of_heights,
                   "Draw IN minus this grid instead: red is loss, blue gain");
     settings->common.add_scale(command);

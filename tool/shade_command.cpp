@@ -22,6 +22,7 @@ struct ShadeCommand {
     std::string output;
     CommonOptions common;
     double exaggeration = 1;
+    std::vector<float> range;
 
     SunPosition sun;
     std::string date; ///< empty: the sun stands where `sun` says
@@ -95,7 +96,7 @@ Surface ShadeCommand::surface(const Grid& grid) const {
     if (albedo)
         return {};
     if (albedo_grids[0].empty())
-        return tinted_surface(grid);
+        return tinted_surface(grid, span_of(range));
     const auto read = [&](const std::string& name) {
         return read_mask(name, {grid.width, grid.height});
     };
@@ -193,6 +194,7 @@ void add_shade_command(CLI::App& app) {
     command.output("--shadow-out", settings->shadow_output, "Also write the share of the sun's rays that arrive");
     command.output("--ao-out", settings->ao_output, "Also write the ambient occlusion");
     command.number("--exaggeration", settings->exaggeration, above_0, "", "Factor on all heights");
+    add_range_option(command, settings->range);
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);

@@ -56,7 +56,7 @@ void SunlightCommand::run(Outputs& outputs) {
     grid.cells = std::move(result);
     const auto [least, greatest] = extremes(grid);
     print_note(format_text("cells receive %.3g to %.3g", static_cast<double>(least), static_cast<double>(greatest)));
-    outputs.add_picture(common.preview, grid, shade_sunlight(grid));
+    outputs.add_picture(common.preview, grid, shade_values(grid, palette("sunlight")));
     outputs.add(output, std::move(grid));
     outputs.write();
 }
