@@ -6,8 +6,8 @@ source "$(dirname "$0")/tool_support.sh"
 asc 64 64 10 '(x - 32) * (y - 32)' >even.asc
 expect 64 "a command is missing"
 expect 64 "did you mean \`tarn shape\`?" shap "$terrain" out.tif
-expect 64 "did you mean --rate?" shape "$terrain" out.tif --ratee=3
-expect 0 "--restitution NUMBER [0.3]" help debris
+expect 64 "did you mean --rate?" shape "$terrain" --ratee 3
+expect 64 "one argument too many" info "$terrain" "$terrain"
 expect 0 '"default":-0.5' options --json
 expect 64 "OUT" shape "$terrain"
 expect 64 "not a finite number" shape "$terrain" out.tif --rate nan

@@ -116,5 +116,9 @@ void add_bake_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn bake model.obj land.tif normals.png --fit-heights",
+                    "The relief of the terrain as a normal map of a coarse model");
+    command.example("tarn bake model.obj land.tif normals.png --fit-heights --up y --hit-x-out columns.tif",
+                    "The same of a model whose y axis points upwards; where the rays met the terrain");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -148,5 +148,8 @@ void add_cells_command(CLI::App& app) {
         command.number(name, *value, above_0, "", "Sets the library's parameter of scale")
             .otherwise("from the sizes")
             .advanced();
+    command.example("tarn cells land.tif rock.tif --density 60 --layers 8", "The terrain out of cells of rock");
+    command.example("tarn cells land.tif rock.tif --density 60 --layers 8 --gap 0.2 --random-out numbers.tif",
+                    "Cells with gaps, and a number for each");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

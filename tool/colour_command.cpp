@@ -89,5 +89,8 @@ void add_colour_command(CLI::App& app) {
     settings->trails.add_options(command);
     settings->common.add_device(command);
     add_file_options(command, false);
+    command.example("tarn colour land.tif --image picture.png washed.png", "The colours of a picture run downhill");
+    command.example("tarn colour land.tif --image picture.png washed.png --transport 0.3 --blend 0.5",
+                    "Less far, and mixed with the old ones");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

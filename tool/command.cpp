@@ -13,12 +13,13 @@
 #include <CLI/CLI.hpp>
 #include <cpl_json.h>
 
+#include "help.hpp"
 #include "message.hpp"
 
 namespace {
 
-std::vector<std::unique_ptr<CommandRecord>>& table() {
-    static std::vector<std::unique_ptr<CommandRecord>> commands;
+std::vector<std::shared_ptr<CommandRecord>>& table() {
+    static std::vector<std::shared_ptr<CommandRecord>> commands;
     return commands;
 }
 
@@ -33,6 +34,8 @@ std::string upper(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
     return text;
 }
+
+} // namespace
 
 std::string placeholder_of(const OptionRecord& record) {
     if (!record.placeholder.empty())
@@ -51,16 +54,24 @@ std::string placeholder_of(const OptionRecord& record) {
     return upper(record.type);
 }
 
-/// What the help prints after the name of an option.
-std::string usage_of(const OptionRecord& record) {
-    std::string text = record.option.empty() ? "" : placeholder_of(record);
-    const std::string value = record.defaults.empty() ? record.default_text : joined(record.defaults, " ");
-    if (!value.empty() && record.type != "flag")
-        text += " [" + value + "]";
-    if (record.is_required && !record.option.empty())
-        text += ", required";
-    return text.empty() ? " " : text; // an empty text would bring back the parser's own
+std::string default_of(const OptionRecord& option) {
+    if (option.type == "flag")
+        return "";
+    return option.defaults.empty() ? option.default_text : joined(option.defaults, " ");
 }
+
+const std::vector<std::shared_ptr<CommandRecord>>& all_commands() {
+    return table();
+}
+
+const CommandRecord* find_command(const std::string& name) {
+    for (const auto& command : table())
+        if (command->name == name)
+            return command.get();
+    return nullptr;
+}
+
+namespace {
 
 /// The number of single-character changes between two words (V. I. Levenshtein, 1966).
 std::size_t distance(const std::string& a, const std::string& b) {
@@ -197,6 +208,8 @@ CPLJSONObject json_of(const OptionRecord& record) {
             members.Add(member);
         json.Add("members", members);
     }
+    if (const std::string placeholder = placeholder_of(record); !placeholder.empty())
+        json.Add("placeholder", placeholder);
     if (!record.choices.empty())
         json.Add("choices", array_of(record.choices));
     if (!record.contents.empty())
@@ -219,9 +232,25 @@ void print_json() {
         for (const OptionRecord& option : command->options)
             options.Add(json_of(option));
         json.Add("options", options);
+        CPLJSONArray examples;
+        for (const Example& example : command->examples) {
+            CPLJSONObject line;
+            line.Add("line", example.line);
+            line.Add("text", example.text);
+            examples.Add(line);
+        }
+        json.Add("examples", examples);
         commands.Add(json);
     }
+    CPLJSONArray flags;
+    for (const CommonFlag& flag : common_flags) {
+        CPLJSONObject json;
+        json.Add("names", flag.names);
+        json.Add("help", flag.help);
+        flags.Add(json);
+    }
     CPLJSONObject root;
+    root.Add("common_flags", flags);
     root.Add("version", std::string(TARN_VERSION));
     root.Add("commands", commands);
     std::printf("%s\n", root.Format(CPLJSONObject::PrettyFormat::Pretty).c_str());
@@ -232,39 +261,41 @@ void print_json() {
 Entry& Entry::otherwise(const std::string& text) {
     record().default_text = text;
     record().defaults.clear();
-    record().parser->option_text(usage_of(record()));
     return *this;
 }
 
 Entry& Entry::required() {
     record().is_required = true;
-    record().parser->required()->option_text(usage_of(record()));
+    record().parser->required();
+    return *this;
+}
+
+Entry& Entry::optional() {
+    record().is_required = false;
+    record().parser->required(false);
     return *this;
 }
 
 Entry& Entry::advanced() {
     record().is_advanced = true;
-    record().parser->group("Advanced options");
     return *this;
 }
 
 Entry& Entry::needs(const Entry& other) {
     record().parser->needs(other.record().parser);
-    record().parser->description(record().parser->get_description() + "; goes with " + other.record().option);
     return *this;
 }
 
 Entry& Entry::excludes(const Entry& other) {
     record().parser->excludes(other.record().parser);
-    record().parser->description(record().parser->get_description() + "; not with " + other.record().option);
     return *this;
 }
 
 Command::Command(CLI::App& app, const std::string& name, const std::string& summary,
                  const std::vector<std::string>& functions)
     : parser_(app.add_subcommand(name, summary)), outputs_(std::make_shared<Outputs>()) {
-    table().push_back(std::make_unique<CommandRecord>(CommandRecord{name, summary, functions, {}}));
-    record_ = table().back().get();
+    table().push_back(std::make_shared<CommandRecord>(CommandRecord{name, summary, functions, {}, {}}));
+    record_ = table().back();
 }
 
 Entry Command::add(CLI::Option* parser, OptionRecord record) {
@@ -281,7 +312,6 @@ Entry Command::add(CLI::Option* parser, OptionRecord record) {
     record.is_required = is_positional;
     if (is_positional)
         parser->required();
-    parser->description(record.help)->option_text(usage_of(record));
     record_->options.push_back(std::move(record));
     return {*record_, record_->options.size() - 1};
 }
@@ -449,48 +479,53 @@ void Command::runs(const std::function<void(Outputs&)>& run) {
     });
 }
 
-void check_command(const CLI::App& app, const std::string& name) {
-    std::vector<std::string> names;
-    for (const CLI::App* const command : app.get_subcommands({}))
-        names.push_back(command->get_name());
-    if (std::find(names.begin(), names.end(), name) != names.end())
+void clear_table() {
+    table().clear();
+}
+
+void check_command(const std::string& name) {
+    if (find_command(name) != nullptr)
         return;
+    std::vector<std::string> names;
+    for (const auto& command : table())
+        names.push_back(command->name);
     const std::string nearest = nearest_name(name, names);
     throw ToolError(ExitCode::usage,
                     "there is no command '" + name + "'" +
                         (nearest.empty() ? "; `tarn help` lists them" : "; did you mean `tarn " + nearest + "`?"));
 }
 
-void refuse_arguments(const CLI::App& app) {
-    for (const CLI::App* const command : app.get_subcommands())
-        for (const std::string& argument : app.remaining(true))
-            if (argument.starts_with("-")) {
-                const std::string name = argument.substr(0, argument.find('='));
-                std::vector<std::string> names{"--quiet", "--verbose", "--help", "--version"};
-                for (const CLI::Option* const option : command->get_options())
-                    names.push_back(option->get_name());
-                const std::string nearest = nearest_name(name, names);
-                throw ToolError(ExitCode::usage, "`tarn " + command->get_name() + "` has no option '" + name + "'" +
-                                                     (nearest.empty() ? " (see `tarn help " + command->get_name() + "`)"
-                                                                      : "; did you mean " + nearest + "?"));
-            }
-    throw ToolError(ExitCode::usage, "'" + app.remaining(true).front() + "' is one argument too many");
-}
-
-void print_help(CLI::App& app, const std::string& name) {
-    if (!name.empty())
-        check_command(app, name);
-    std::fputs((name.empty() ? app.help() : app.get_subcommand(name)->help(app.get_name())).c_str(), stdout);
+void check_options(const std::string& command, const std::vector<std::string>& arguments) {
+    std::vector<std::string> names{"-q", "-v", "-h", "--quiet", "--verbose", "--help", "--version"};
+    for (const OptionRecord& option : find_command(command)->options)
+        for (const std::string& name : {option.option, option.alias})
+            if (!name.empty())
+                names.push_back(name);
+    for (const std::string& argument : arguments) {
+        const std::string name = argument.substr(0, argument.find('='));
+        if (name == "--")
+            return;
+        const bool is_option = name.size() > 1 && name[0] == '-' && (name[1] == '-' || std::isalpha(name[1]) != 0);
+        if (!is_option || std::find(names.begin(), names.end(), name) != names.end())
+            continue;
+        const std::string nearest = name.size() > 2 ? nearest_name(name, names) : "";
+        throw ToolError(ExitCode::usage, "`tarn " + command + "` has no option '" + name + "'" +
+                                             (nearest.empty() ? " (see `tarn help " + command + "`)"
+                                                              : "; did you mean " + nearest + "?"));
+    }
 }
 
 void add_options_command(CLI::App& app) {
-    CLI::App* const options = app.add_subcommand("options", "List all options of all commands");
     const auto as_json = std::make_shared<bool>(false);
-    options->add_flag("--json", *as_json, "As JSON: names, types, units, defaults, ranges and helps");
-    options->callback([&app, as_json] {
+    Command command(app, "options", "List all options of all commands", {});
+    command.flag("--json", *as_json, "As JSON: names, types, units, defaults, ranges and helps");
+    command.example("tarn options", "The helps of all commands, one after the other");
+    command.example("tarn options --json > options.json", "The same table for another program");
+    command.runs([as_json](Outputs&) {
         if (*as_json)
             print_json();
         else
-            std::fputs(app.help("", CLI::AppFormatMode::All).c_str(), stdout);
+            for (const auto& record : table())
+                std::printf("%s\n", help_text(*record).c_str());
     });
 }

@@ -48,13 +48,39 @@ struct OptionRecord {
     CLI::Option* parser = nullptr;
 };
 
+/// A command line, and what comes of it.
+struct Example {
+    std::string line;
+    std::string text;
+};
+
 /// A command as the table tells it.
 struct CommandRecord {
     std::string name;
     std::string summary;
     std::vector<std::string> functions; ///< of the library
     std::vector<OptionRecord> options;
+    std::vector<Example> examples;
 };
+
+/// An option that goes with every command.
+struct CommonFlag {
+    std::string names; ///< with a comma, the short one first
+    std::string help;
+};
+inline const std::vector<CommonFlag> common_flags{{"-q,--quiet", "No notes and no progress bar"},
+                                                  {"-v,--verbose", "Also what the library reports"},
+                                                  {"-h,--help", "Print this text"},
+                                                  {"--version", "Print the version"}};
+
+/// The table of all commands, in the order in which they were added.
+const std::vector<std::shared_ptr<CommandRecord>>& all_commands();
+/// The record of a command, or null.
+const CommandRecord* find_command(const std::string& name);
+/// What stands for the value of an option: METRES, GRID, pad|resample...; empty for a flag.
+std::string placeholder_of(const OptionRecord& option);
+/// The value of an option that is not given, in words; empty if there is none to tell.
+std::string default_of(const OptionRecord& option);
 
 /// An option that was just added, to say more about it.
 class Entry {
@@ -64,6 +90,8 @@ class Entry {
     /// What is taken if the option is not given, where that follows from the input.
     Entry& otherwise(const std::string& text);
     Entry& required();
+    /// Of a positional.
+    Entry& optional();
     /// An option for those who know the library's parameters: the help lists it last.
     Entry& advanced();
     Entry& needs(const Entry& other);
@@ -123,6 +151,9 @@ class Command {
 
     Outputs& outputs() { return *outputs_; }
 
+    /// A line for the help, with files that the reader may have: land.tif for a grid, and so on.
+    void example(const std::string& line, const std::string& text) { record_->examples.push_back({line, text}); }
+
     /// What the command does. Before it starts, the names of its outputs are checked.
     void runs(const std::function<void(Outputs&)>& run);
 
@@ -134,17 +165,17 @@ class Command {
                  const std::string& help, const std::function<void(std::size_t)>& choose);
 
     CLI::App* parser_;
-    CommandRecord* record_;
+    std::shared_ptr<CommandRecord> record_;
     std::shared_ptr<Outputs> outputs_;
 };
 
 /// `tarn options [--json]`.
 void add_options_command(CLI::App& app);
 
-/// `tarn help [COMMAND]`; without a name it tells about all commands.
-void print_help(CLI::App& app, const std::string& name);
+/// Forgets all commands of the table.
+void clear_table();
 
-/// Both throw ToolError (usage), with the name that was probably meant: if there is no such command, and on the
-/// arguments that the parser has left over.
-void check_command(const CLI::App& app, const std::string& name);
-[[noreturn]] void refuse_arguments(const CLI::App& app);
+/// Both throw ToolError (usage), with the name that was probably meant: if there is no such command, and if one of the
+/// arguments is no option of the command.
+void check_command(const std::string& name);
+void check_options(const std::string& command, const std::vector<std::string>& arguments);

@@ -13,6 +13,7 @@ void add_devices_command(CLI::App& app);
 void add_dunes_command(CLI::App& app);
 void add_erode_command(CLI::App& app);
 void add_flow_command(CLI::App& app);
+void add_info_command(CLI::App& app);
 void add_median_command(CLI::App& app);
 void add_mesh_command(CLI::App& app);
 void add_points_command(CLI::App& app);

@@ -196,5 +196,9 @@ void add_debris_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn debris land.tif rocks.tif --count 2000 --favour-small",
+                    "Two thousand rocks that have come to rest");
+    command.example("tarn debris land.tif rocks.tif --window 173 96 6 5 --resolution 512 --max-size 60",
+                    "Rocks up to 60 m on a close-up of six by five cells");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

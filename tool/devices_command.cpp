@@ -30,5 +30,7 @@ void run_devices() {
 
 void add_devices_command(CLI::App& app) {
     Command command(app, "devices", "List the compute devices and their identity strings", {"GetDevices"});
+    command.example("tarn devices", "Each with the option that picks it");
+    command.example("tarn shape land.tif shaped.tif --device cpu", "Run on one of them");
     command.runs([](Outputs&) { run_devices(); });
 }

@@ -107,5 +107,9 @@ void add_dunes_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn dunes land.tif dunes.tif --sand 3 --duration 0.05",
+                    "Wind moves sand that lay 3 m deep everywhere");
+    command.example("tarn dunes land.tif dunes.tif --sand sand.tif --sand-out moved.tif --duration 0.05",
+                    "Sand of a map of depths; how deep it lies afterwards");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -154,5 +154,9 @@ void add_erode_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn erode land.tif eroded.tif --flow-out flow.tif", "Streams cut valleys; where the water ran");
+    command.example(
+        "tarn erode land.tif mountains.tif --columns 512 --iterations 15 --erosion-strength 0.9 --plain-deposition 0",
+        "Young mountains with sharp ridges, on a finer grid");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

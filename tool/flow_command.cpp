@@ -85,5 +85,7 @@ void add_flow_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn flow land.tif flow.tif --preview flow.png", "Where water gathers, and a picture of it");
+    command.example("tarn flow land.tif flow.tif --flow-length 0.3 --spread 3", "Shorter and wider rivers");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -9,8 +9,8 @@
 #include "grid.hpp"
 
 /// What becomes of cells without a value while a grid is worked on: they continue the ground around them smoothly, or
-/// they count as 0, where no value means nothing there.
-enum class Holes { are_filled, are_zero };
+/// they count as 0, where no value means nothing there, or nobody looks at what they hold.
+enum class Holes { are_filled, are_zero, are_left };
 
 /// Reads the first band of a raster file. Anything that GDAL opens is taken, and EXR (first of the channels Y, Z, R, or
 /// else the first one). Rows that run from south to north are turned. Throws ToolError (unreadable_input).

@@ -116,5 +116,7 @@ void add_median_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn median land.tif smooth.tif --radius 2", "Spikes and pits go, edges stay");
+    command.example("tarn median land.tif rounder.tif --radius 6 --iterations 3", "Only the large forms are left");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -283,5 +283,8 @@ void add_mesh_command(CLI::App& app) {
     settings->common.add_preview(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn mesh model.obj heights.tif --size 512", "The model from above, as heights");
+    command.example("tarn mesh model.obj heights.tif --floor land.tif --scale 0.2 --offset-z 500",
+                    "A small copy of it that stands on the terrain");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

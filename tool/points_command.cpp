@@ -159,5 +159,7 @@ void add_points_command(CLI::App& app) {
     settings->common.add_preview(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn points points.csv surface.tif --columns 512", "Heights between scattered points");
+    command.example("tarn points points.csv surface.tif --columns 512 --floor 200", "200 outside of the points");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

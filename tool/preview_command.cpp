@@ -97,5 +97,8 @@ void add_preview_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command, false);
+    command.example("tarn preview land.tif picture.png --exaggeration 3", "A quick picture");
+    command.example("tarn preview shaped.tif change.png --difference land.tif",
+                    "What a command has changed: red is loss, blue gain");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

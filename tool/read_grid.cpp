@@ -83,7 +83,7 @@ void replace_missing(const std::string& path, Grid& grid, Holes holes) {
         print_note(
             format_text("'%s': %td cells have no value; they are worked on as a smooth continuation of the others",
                         path.c_str(), count));
-    } else {
+    } else if (holes == Holes::are_zero) {
         for (std::size_t i = 0; i < grid.size(); ++i)
             if (grid.is_missing(i))
                 grid.cells[i] = 0;

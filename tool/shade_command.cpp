@@ -198,5 +198,9 @@ void add_shade_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn shade land.tif picture.png --exaggeration 2",
+                    "A picture in the light of an afternoon, heights doubled");
+    command.example("tarn shade land.tif winter.png --date 12-21 --time 15:30",
+                    "The sun of that day at the latitude of the file");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

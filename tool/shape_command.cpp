@@ -171,5 +171,9 @@ void add_shape_command(CLI::App& app) {
         command.number(name, *value, above_0, "", "Sets the library's parameter of scale")
             .otherwise("from the sizes")
             .advanced();
+    command.example("tarn shape land.tif shaped.tif --preview shaped.png",
+                    "Slopes wear back from their crests; a picture of the result");
+    command.example("tarn shape land.tif filled.tif --rate 0.5 --feature-size 500",
+                    "Slopes fill up from their feet, on forms up to 500 m wide");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -156,5 +156,9 @@ void add_stamp_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn stamp land.tif hills.tif --stamps hill.tif --count 100",
+                    "A hundred copies of a patch, scattered");
+    command.example("tarn stamp land.tif hills.tif --stamps hill.tif --points places.txt",
+                    "Copies where a text file says");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

@@ -80,5 +80,7 @@ void add_sunlight_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn sunlight land.tif light.tif --preview light.png", "The light of a year, and a picture of it");
+    command.example("tarn sunlight land.tif june.tif --first-day 06-01 --last-day 06-30", "The light of June");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

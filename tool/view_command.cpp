@@ -151,5 +151,8 @@ void add_view_command(CLI::App& app) {
     command.text("--title", settings->title, "text", "TEXT", "Title of the page").otherwise("the name of IN");
     settings->common.add_scale(command);
     settings->common.add_device(command);
+    command.example("tarn view land.tif land.html", "A page to turn the terrain in");
+    command.example("tarn view eroded.tif eroded.html --drape picture.png --exaggeration 2",
+                    "With a picture laid over it");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }

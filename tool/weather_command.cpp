@@ -125,5 +125,9 @@ void add_weather_command(CLI::App& app) {
     settings->common.add_scale(command);
     settings->common.add_device(command);
     add_file_options(command);
+    command.example("tarn weather land.tif weathered.tif --depth-out cover.tif",
+                    "Steep ground crumbles; the depth of what lies loose");
+    command.example("tarn weather land.tif weathered.tif --duration 0.1 --repose-angle 30",
+                    "A longer run that leaves slopes below about 28 degrees alone");
     command.runs([settings](Outputs& outputs) { settings->run(outputs); });
 }
