@@ -112,6 +112,7 @@ CLI::Validator range_check(const Range& range) {
             };
             if (!range.members.empty()) {
                 std::vector<std::string> members;
+                members.reserve(range.members.size());
                 for (const int member : range.members)
                     members.push_back(std::to_string(member));
                 return std::any_of(range.members.begin(), range.members.end(), is_value)
@@ -163,6 +164,7 @@ void add_value(CPLJSONArray& array, const OptionRecord& record, const std::strin
 
 std::vector<std::string> names_of(const std::set<CLI::Option*>& options) {
     std::vector<std::string> names;
+    names.reserve(options.size());
     for (const CLI::Option* const option : options)
         names.push_back(option->get_name());
     std::sort(names.begin(), names.end());
@@ -458,8 +460,10 @@ Entry Command::choice(const std::string& name, const std::vector<std::string>& w
     record.help = help;
     record.choices = words;
     record.defaults = {current};
-    CLI::Option* const parser = parser_->add_option_function<std::string>(
-        name, [=](const std::string& text) { choose(static_cast<std::size_t>(find(text))); });
+    CLI::Option* const parser = parser_->add_option(name, [=](const CLI::results_t& texts) {
+        choose(static_cast<std::size_t>(find(texts[0])));
+        return true;
+    });
     return add(parser->check(CLI::Validator(
                    [=](const std::string& text) {
                        return find(text) < std::ssize(words) ? ""
@@ -509,9 +513,10 @@ void check_options(const std::string& command, const std::vector<std::string>& a
         if (!is_option || std::find(names.begin(), names.end(), name) != names.end())
             continue;
         const std::string nearest = name.size() > 2 ? nearest_name(name, names) : "";
-        throw ToolError(ExitCode::usage, "`tarn " + command + "` has no option '" + name + "'" +
-                                             (nearest.empty() ? " (see `tarn help " + command + "`)"
-                                                              : "; did you mean " + nearest + "?"));
+        const std::string hint =
+            nearest.empty() ? format_text(" (see `tarn help %s`)", command.c_str()) : "; did you mean " + nearest + "?";
+        throw ToolError(ExitCode::usage,
+                        format_text("`tarn %s` has no option '%s'%s", command.c_str(), name.c_str(), hint.c_str()));
     }
 }
 

@@ -26,7 +26,7 @@ bool is_name(const std::string& argument) {
 
 std::shared_ptr<CLI::App> make_parser() {
     clear_table();
-    const auto parser = std::make_shared<CLI::App>("", "tarn");
+    auto parser = std::make_shared<CLI::App>("", "tarn");
     CLI::App& app = *parser;
     use_help_text(app);
     app.fallthrough();
