@@ -79,9 +79,10 @@ _COMMON = {
 def _computation(function):
     """Ends a docstring with what many computations take."""
     taken = inspect.signature(function).parameters
-    common = "".join(f"{name}: {text}\n" for name, text in _COMMON.items() if name in taken)
+    own = function.__doc__
+    common = "".join(f"{name}: {text}\n" for name, text in _COMMON.items() if name in taken and f" {name}: " not in own)
     refusals = "Raises ValueError, TypeError, tarn.Error, tarn.OutOfMemory or tarn.Cancelled.\n"
-    function.__doc__ = f"{inspect.cleandoc(function.__doc__)}\n\nCommon to the computations:\n\n{common}\n{refusals}"
+    function.__doc__ = f"{inspect.cleandoc(own)}\n\nCommon to the computations:\n\n{common}\n{refusals}"
     return function
 
 
@@ -803,7 +804,7 @@ _GENERATORS = {"congruential": 0, "xorshift": 1}
 def cells(
     heights,
     *,
-    cell_size: float = 1.0,
+    cell_size: float | tuple[float, float] = 1.0,
     height_unit: float = 1.0,
     density: float = 48.0,
     layers: float | None = None,
@@ -819,6 +820,7 @@ def cells(
 ) -> Cells:
     """Rebuilds the terrain out of three-dimensional Voronoi cells (Worley, 1996).
 
+    cell_size: size of a cell of the grid on the ground, metres, above 0; a pair for its width and its height.
     density: cells along the longer side of the terrain, above 0, up to 512.
     layers: layers of cells from the lowest height to the highest, above 0; cells as high as wide if None.
     gap: how far the cells draw back from one another; 0: they touch, 1: none.
@@ -829,7 +831,8 @@ def cells(
 
     Returns a tuple of `heights` and `random` (random number of the cell, 0 to 1).
     """
-    _above_zero(cell_size=cell_size, height_unit=height_unit, density=density)
+    cell_width, cell_height = (cell_size, cell_size) if np.ndim(cell_size) == 0 else map(float, cell_size)
+    _above_zero(cell_width=cell_width, cell_height=cell_height, height_unit=height_unit, density=density)
     if layers is not None:
         _above_zero(layers=layers)
     if generator not in _GENERATORS:
@@ -839,7 +842,7 @@ def cells(
     base = grid.cells.min()
     extent = grid.cells.max() - base if grid.cells.max() > base else np.float32(1)
     work = (grid.cells - base) / extent
-    width, height = grid.width * cell_size, grid.height * cell_size
+    width, height = grid.width * cell_width, grid.height * cell_height
     unit = np.float32(max(width, height))
     z_range = np.float32(float(extent) * height_unit)
     stretch = 1.0 if layers is None else layers * float(unit) / (float(z_range) * density)
