@@ -472,11 +472,10 @@ _HEIGHT_TINTS = np.array(
 )
 
 
-def _tints(cells: np.ndarray) -> np.ndarray:
+def _tints(cells: np.ndarray, lowest: float, highest: float) -> np.ndarray:
     """Colours by height, in linear light."""
-    heights = cells.astype(np.float64)
-    extent = max(heights.max() - heights.min(), np.finfo(np.float64).tiny)
-    place = (heights - heights.min()) / extent * (len(_HEIGHT_TINTS) - 1)
+    extent = max(float(highest) - float(lowest), np.finfo(np.float64).tiny)
+    place = (cells.astype(np.float64) - float(lowest)) / extent * (len(_HEIGHT_TINTS) - 1)
     first = np.minimum(place.astype(int), len(_HEIGHT_TINTS) - 2)
     low, high = _HEIGHT_TINTS[first], _HEIGHT_TINTS[first + 1]
     code = (low + (high - low) * (place - first)[:, :, None]) / 255
@@ -632,7 +631,7 @@ def shade(
 
     reflected: list = [None] * 3
     if not is_grey:
-        surface = _tints(grid.cells) if albedo is None else numbers(albedo, "albedo")
+        surface = _tints(grid.cells, grid.cells.min(), grid.cells.max()) if albedo is None else numbers(albedo, "albedo")
         if surface.shape != (*grid.cells.shape, 3):
             raise ValueError(f"albedo is of shape {surface.shape}; it must be a number or {(*grid.cells.shape, 3)}")
         reflected = [np.ascontiguousarray(surface[:, :, n]) for n in range(3)]

@@ -120,7 +120,7 @@ def test_what_does_not_fit_is_refused_before_the_run(tmp_path):
     out = str(tmp_path / "out.vrt")
     assert tiles.plan("weather", SAMPLE, memory="2GiB").planned_bytes < 0.8 * 2**31
     with pytest.raises(ValueError, match="tiles of 403 cells .* take"):
-        tiles.run("erode", SAMPLE, out, tile=403, memory="250MiB")
+        tiles.run("erode", SAMPLE, out, tile=403, memory="150MiB")
     with pytest.raises(ValueError, match="multiples of 16 cells"):
         tiles.run("shape", SAMPLE, out, tile=8, feature_size=2000.0)
     refused = subprocess.run([sys.executable, "-m", "tarn.tiles", "flow", SAMPLE, out], capture_output=True, text=True)

@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import argparse
+import contextlib
 import inspect
 import sys
 
@@ -27,6 +28,8 @@ def _add_options(parser: argparse.ArgumentParser, command: str) -> None:
             parser.add_argument(flag, metavar="FILE", required=required)
         elif "tuple" in kind:
             parser.add_argument(flag, type=float, nargs=3)
+        elif "str" in kind:
+            parser.add_argument(flag, type=_number_or_text if "int" in kind else str)
         else:
             parser.add_argument(flag, type=int if kind.startswith("int") else float, required=required)
     for name in how.outputs:
@@ -51,11 +54,11 @@ def _parser() -> argparse.ArgumentParser:
     return parser
 
 
-def _number_or_path(text: str):
-    try:
-        return float(text)
-    except ValueError:
-        return text
+def _number_or_text(text: str):
+    for kind in (int, float):
+        with contextlib.suppress(ValueError):
+            return kind(text)
+    return text
 
 
 def main(arguments: list[str] | None = None) -> int:
@@ -66,12 +69,13 @@ def main(arguments: list[str] | None = None) -> int:
     options = {name: value for name, value in vars(_parser().parse_args(arguments)).items() if value is not None}
     try:
         if "sand" in options:
-            options["sand"] = _number_or_path(options["sand"])
+            options["sand"] = _number_or_text(options["sand"])
         if "stamps" in options:
             from ._raster import opened
 
             with opened(options["stamps"]) as file:
                 options["stamps"] = file.read(1, out_dtype=np.float32)
+        if "points" in options:
             options["points"] = np.loadtxt(options["points"], ndmin=2)
         report = run(
             options.pop("command"), options.pop("source"), options.pop("out"),

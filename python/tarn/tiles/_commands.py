@@ -10,6 +10,7 @@ from __future__ import annotations
 import math
 from collections.abc import Callable, Iterable
 from dataclasses import dataclass, field
+from types import SimpleNamespace
 from typing import Any
 
 import numpy as np
@@ -17,7 +18,7 @@ import numpy as np
 import tarn
 
 from .._grids import halvings, round_up
-from ..computations import _steep_slope
+from ..computations import _day, _hour, _scatter, _steep_slope, _sun_at, _tints
 from ._layout import Tile, place_number
 
 F = np.float32
@@ -31,8 +32,9 @@ class Whole:
     shape: tuple[int, int]
     cell_size: float
     height_unit: float
+    has_holes: bool
     tile: int  # the side that is asked for, which features that nobody has named follow
-    relief: float  # highest less lowest cell, in the unit of the heights, for commands that ask for it
+    range: tuple[float, float]  # lowest and highest cell, for commands that ask for it
 
     @property
     def longer(self) -> int:
@@ -45,7 +47,6 @@ class Plan:
     align: int  # tiles and overlaps are multiples of it
     reach: float  # cells around a cell that its result depends on
     overlap: int  # what is taken unless the caller says otherwise
-    options: dict[str, Any] = field(default_factory=dict)  # those that follow from the whole, for all tiles
 
 
 Options = dict[str, Any]
@@ -62,12 +63,12 @@ class Command:
     outputs: dict[str, str] = field(default_factory=dict)  # further fields, by the option that names their file
     grids: tuple[str, ...] = ()  # options that are rasters of the same size
     #: Options that differ from tile to tile.
-    vary: Callable[[Tile, Options], Options] = lambda tile, options: {}
+    vary: Callable[[Tile, Options, np.ndarray], Options] = lambda tile, options, cells: {}
     owned: Callable | None = None  # keeps of a window's result what belongs to the tile
     highest: bool = False  # parts are merged by the highest cell, not by their weights
     unmixed: tuple[str, ...] = ()  # fields that are taken from one tile each, since a mean of them means nothing
     scaled: bool = True  # takes cell_size and height_unit
-    needs_relief: bool = False
+    needs_range: bool = False
     needs_slopes: bool = False
     wider: int = 0
 
@@ -211,7 +212,7 @@ def _plan_weather(whole: Whole, options: Options) -> Plan:
 
     # A cell's inflow depends on what its neighbours shed, which depends on theirs: two cells an iteration.
     reach = _pyramid_reach([2 * iterations(k) for k in range(count)])
-    overlap = min(_multiple(reach, align), _multiple(4 * features, align))
+    overlap = min(_multiple(reach, align), _multiple(8 * features, align))
     return Plan(round_up(whole.shape, align), align, reach, overlap)
 
 
@@ -245,6 +246,12 @@ def _sun(options: Options) -> tuple[float, float, float]:
 
 
 def _plan_shade(whole: Whole, options: Options) -> Plan:
+    if "date" in options:
+        if "latitude" not in options:
+            raise ValueError("date needs latitude")
+        place = options.pop("latitude"), _day(options.pop("date"), "date"), _hour(options.pop("time", "12:00"))
+        options["azimuth"], options["elevation"] = _sun_at(*place)
+    options["range"] = whole.range
     align = 1 << max(options.get("hybrid_levels", 0) - 1, 0)
     sunlit = not options.get("no_sun") and not options.get("no_shadows")
     occluded = not options.get("no_sky") and not options.get("no_occlusion") and "ao" not in options
@@ -253,7 +260,7 @@ def _plan_shade(whole: Whole, options: Options) -> Plan:
         x, y, z = _sun(options)
         along, athwart = sorted(abs(side) for side in map(F, (x, y)))[::-1]
         fall = z / max(along, F(1e-6)) * whole.cell_size / whole.height_unit / options.get("exaggeration", 1.0)
-        overlap = whole.relief / fall + 2 if fall > 0 else whole.longer
+        overlap = (whole.range[1] - whole.range[0]) / fall + 2 if fall > 0 else whole.longer
         # Lines of sight go through the same points of the cells from every start only along the axes and diagonals.
         is_parallel = options.get("rings", -8) <= 0
         on_lattice = int(F(athwart / along) * F(65536)) in (0, 65536)
@@ -269,28 +276,43 @@ def _plan_sunlight(whole: Whole, options: Options) -> Plan:
     return Plan(whole.shape, 2, UNBOUNDED, 512)
 
 
+def _tinted(tile: Tile, options: Options, cells: np.ndarray) -> Options:
+    """Colours by height follow the range of the whole."""
+    if "albedo" in options:
+        return {}
+    lowest, highest = options["range"]
+    known = np.nan_to_num(cells, nan=lowest)
+    rows = range(0, len(cells), 256)
+    return {"albedo": np.concatenate([_tints(known[row : row + 256], lowest, highest) for row in rows])}
+
+
 def _plan_stamp(whole: Whole, options: Options) -> Plan:
     sheet = np.asarray(options["stamps"])
     rows = options.get("stamp_height") or sheet.shape[0]
+    if ("points" in options) == ("count" in options):
+        raise ValueError("either points or count must say where the stamps go")
+    if "count" in options:
+        grid = SimpleNamespace(height=whole.shape[0], width=whole.shape[1])
+        options["points"] = _scatter(options.pop("count"), options.pop("seed", 1), grid, sheet.shape[0] // rows)
     # A stamp's height is that of the ground at its centre.
     reach = max(rows, sheet.shape[1]) // 2 + 2
     return Plan(whole.shape, 1, reach, reach)
 
 
-def _shifted_points(tile: Tile, options: Options) -> Options:
+def _shifted_points(tile: Tile, options: Options, cells: np.ndarray) -> Options:
     """All stamps, since the number of a stamp in the list gives it its random number."""
     places = np.array(options["points"], np.float64, ndmin=2)
     places[:, :2] = places[:, :2].astype(F) - np.array([tile.window.left, tile.window.top], np.float64)
     return {"points": places}
 
 
-def _seed(tile: Tile, options: Options) -> Options:
+def _seed(tile: Tile, options: Options, cells: np.ndarray) -> Options:
     return {"seed": place_number(options.get("seed", 1), tile.row, tile.column)}
 
 
-def _rocks(tile: Tile, options: Options) -> Options:
+def _rocks(tile: Tile, options: Options, cells: np.ndarray) -> Options:
     height, width = tile.window.shape
-    return _seed(tile, options) | {"count": round(options["rocks_per_cell"] * height * width)}
+    return _seed(tile, options, cells) | {"count": round(options["rocks_per_cell"] * height * width)}
 
 
 def _own_rocks(tile: Tile, ground: np.ndarray, strewn):
@@ -311,11 +333,11 @@ def _own_rocks(tile: Tile, ground: np.ndarray, strewn):
 
 
 COMMANDS = {
-    "shape": Command(tarn.shape, _plan_shape, 60, _shaper_like_whole, main=None, grids=("mask",)),
+    "shape": Command(tarn.shape, _plan_shape, 28, _shaper_like_whole, main=None, grids=("mask",)),
     "weather": Command(
         tarn.weather,
         _plan_weather,
-        80,
+        42,
         _pyramid_like_whole,
         outputs={"depth_out": "depth", "wear_out": "wear"},
         grids=("erosion_mask", "absorption_mask"),
@@ -323,7 +345,7 @@ COMMANDS = {
     "erode": Command(
         tarn.erode,
         _plan_erode,
-        80,
+        50,
         outputs={"flow_out": "flow", "sediment_out": "sediment", "wear_out": "wear"},
         grids=("spawn_map",),
         vary=_seed,
@@ -331,7 +353,7 @@ COMMANDS = {
     "dunes": Command(
         tarn.dunes,
         _plan_dunes,
-        80,
+        60,
         outputs={"sand_out": "sand", "wind_trace": "wind_trace"},
         grids=("sand",),
         unmixed=("wind_trace",),
@@ -340,7 +362,7 @@ COMMANDS = {
     "debris": Command(
         tarn.debris,
         _plan_debris,
-        60,
+        30,
         outputs={"rock_id_out": "rock_id", "coverage_out": "coverage", "speed_out": "speed"},
         vary=_rocks,
         owned=_own_rocks,
@@ -350,19 +372,20 @@ COMMANDS = {
     "shade": Command(
         tarn.shade,
         _plan_shade,
-        100,
+        120,
         _light_like_whole,
         main="image",
         outputs={"diffuse_out": "diffuse", "shadow_out": "shadow", "ao_out": "ao"},
         grids=("ao",),
-        needs_relief=True,
+        vary=_tinted,
+        needs_range=True,
     ),
-    "sunlight": Command(tarn.sunlight, _plan_sunlight, 60, main=None),
-    "median": Command(tarn.median, _plan_median, 40, main=None, scaled=False),
+    "sunlight": Command(tarn.sunlight, _plan_sunlight, 26, main=None),
+    "median": Command(tarn.median, _plan_median, 20, main=None, scaled=False),
     "stamp": Command(
         tarn.stamp,
         _plan_stamp,
-        40,
+        20,
         outputs={"ids_out": "ids"},
         vary=_shifted_points,
         unmixed=("ids",),
@@ -382,4 +405,3 @@ REASONS = {
     "bake": "the normals are those of one model; run `tarn bake`",
     "preview": "a preview is small; run `tarn preview` on an overview, or `tarn-tiles shade`",
 }
-steep_slope = _steep_slope

@@ -30,12 +30,9 @@ class Box(NamedTuple):
         )
 
     def common(self, other: Box) -> Box:
-        return Box(
-            max(self.top, other.top),
-            max(self.left, other.left),
-            min(self.bottom, other.bottom),
-            min(self.right, other.right),
-        )
+        """What both have; without rows or columns where they have nothing."""
+        top, left = max(self.top, other.top), max(self.left, other.left)
+        return Box(top, left, max(min(self.bottom, other.bottom), top), max(min(self.right, other.right), left))
 
     def within(self, outer: Box) -> tuple[slice, slice]:
         """Where this box lies in an array of the cells of `outer`."""
@@ -115,11 +112,10 @@ class Layout:
         )
         return [other for other in near if min(self.part(other).common(tile.core).shape) > 0]
 
-    def weights(self, tile: Tile) -> np.ndarray:
-        """What a tile's say counts in each cell of its part: 1 inside, falling smoothly to 0 across its borders."""
-        part = self.part(tile)
-        down = self._weights(part.top, part.bottom, tile.core.top, tile.core.bottom, self.raster[0])
-        across = self._weights(part.left, part.right, tile.core.left, tile.core.right, self.raster[1])
+    def weights(self, tile: Tile, box: Box) -> np.ndarray:
+        """What a tile's say counts in the cells of a box in its part: 1 inside, falling smoothly to 0 across borders."""
+        down = self._weights(box.top, box.bottom, tile.core.top, tile.core.bottom, self.raster[0])
+        across = self._weights(box.left, box.right, tile.core.left, tile.core.right, self.raster[1])
         return down[:, None] * across
 
     def _weights(self, start: int, stop: int, first: int, last: int, length: int) -> np.ndarray:

@@ -115,12 +115,13 @@ def read(path: str, box: Box) -> np.ndarray:
     return np.pad(cells, ((0, below), (0, beyond)), mode="edge") if below or beyond else cells
 
 
-def write_whole(path: str, content) -> int:
+def write_whole(path: str, *contents) -> int:
     """A file that appears under its name when it is complete. Returns the checksum of its bytes."""
     partial = f"{path}.{os.getpid()}.partial"
     try:
         with open(partial, "wb") as file:
-            file.write(content)
+            for content in contents:
+                file.write(content)
             file.flush()
             os.fsync(file.fileno())
         os.replace(partial, path)
@@ -130,7 +131,10 @@ def write_whole(path: str, content) -> int:
         if isinstance(error, OSError):  # of a write it does not know the file
             raise OSError(error.errno, error.strerror, path) from None
         raise
-    return zlib.crc32(content)
+    value = 0
+    for content in contents:
+        value = zlib.crc32(content, value)
+    return value
 
 
 def checksum(path: str) -> int | None:

@@ -26,7 +26,9 @@ from ._layout import Layout, Tile, cut
 from ._work import Job, TileError
 
 #: Of a worker before its first tile: Python, numpy, GDAL, Dask and the library.
-BASE_BYTES = 220 << 20
+BASE_BYTES = 160 << 20
+#: Of each cell of a window where cells may have no value: to fill them takes lists of them.
+HOLE_BYTES = 90
 #: Of a worker's limit that a plan may fill.
 USABLE = 0.8
 TILE = 4096
@@ -70,9 +72,9 @@ def parse_bytes(text: str | int | None) -> int | None:
     return parse(text)
 
 
-def _window_bytes(command: str, layout: Layout) -> int:
+def _window_bytes(command: str, layout: Layout, has_holes: bool) -> int:
     rows, columns = layout.window_shape
-    return BASE_BYTES + COMMANDS[command].bytes_per_cell * rows * columns
+    return BASE_BYTES + (COMMANDS[command].bytes_per_cell + has_holes * HOLE_BYTES) * rows * columns
 
 
 def _layout(command: str, whole: Whole, options: dict, tile: int, overlap: int | None) -> Planned:
@@ -98,7 +100,7 @@ def _layout(command: str, whole: Whole, options: dict, tile: int, overlap: int |
     options |= like_whole or {}
     if "count" in options and how.needs_slopes:
         options["rocks_per_cell"] = options.pop("count") / (whole.shape[0] * whole.shape[1])
-    return Planned(layout, is_exact, plan.reach, _window_bytes(command, layout), options)
+    return Planned(layout, is_exact, plan.reach, _window_bytes(command, layout, whole.has_holes), options)
 
 
 def plan(
@@ -108,12 +110,12 @@ def plan(
     tile: int | None = None,
     overlap: int | None = None,
     memory: str | int | None = None,
-    relief: float = 0.0,
+    range: tuple[float, float] = (0.0, 0.0),
     **options,
 ) -> Planned:
     """How `run` would cut a raster: whether the result is exact, the overlap, and the memory of a worker.
 
-    relief: highest less lowest cell, which shadows follow from; `run` finds it.
+    range: lowest and highest cell, which the length of shadows follows from; `run` finds them.
     """
     if command in REASONS:
         raise ValueError(f"{command} is not run in tiles: {REASONS[command]}")
@@ -132,18 +134,16 @@ def plan(
         raise ValueError(f"tile is {tile}; it must be 1 or more")
     side = first
     while True:
-        whole = Whole(raster.shape, cell_size, height_unit, side, relief)
+        whole = Whole(raster.shape, cell_size, height_unit, raster.has_holes, side, range)
         planned = _layout(command, whole, options, side, overlap)
         if limit is None or planned.planned_bytes <= USABLE * limit:
             return planned
         needs = f"{planned.planned_bytes / 2**30:.2f} GiB of a worker, more than {USABLE:.0%} of its {limit / 2**30:.2f} GiB"
         if tile is not None:
             raise ValueError(f"tiles of {tile} cells with an overlap of {planned.layout.overlap} take {needs}")
-        try:
-            cut(raster.shape, side // 2, 1)
-            side //= 2
-        except (ValueError, ZeroDivisionError):
-            raise ValueError(f"even the smallest tiles with an overlap of {planned.layout.overlap} take {needs}") from None
+        if side < 64:
+            raise ValueError(f"even small tiles with an overlap of {planned.layout.overlap} take {needs}")
+        side -= side // 4
 
 
 class Manifest:
@@ -281,19 +281,19 @@ def _results(client, futures: Iterable, follow: Callable[[dict], Iterable] = lam
         raise
 
 
-def _survey(client, job: Job) -> tuple[float, float, dict[str, float]]:
-    """Relief and steepness of the whole, and the factors that rasters of integers are scaled by."""
+def _survey(client, job: Job) -> tuple[tuple[float, float], float, dict[str, float]]:
+    """Range and steepness of the whole, and the factors that rasters of integers are scaled by."""
     futures = [client.submit(_work.survey, job, tile, pure=False) for tile in job.layout.tiles()]
     records = list(_results(client, futures))
     ranges = [record["range"] for record in records if record["range"]]
-    relief = max(high for _, high in ranges) - min(low for low, _ in ranges) if ranges else 0.0
+    low, high = min((low for low, _ in ranges), default=0.0), max((high for _, high in ranges), default=0.0)
     slopes = [record["slope"] for record in records if "slope" in record]
     scales = {
         name: 1.0 / grid.largest_integer
         for name, grid in job.grids.items()
         if grid.largest_integer and max(record["highest"][name] for record in records) > 1
     }
-    return relief, float(np.mean(slopes)) if slopes else 0.5, scales
+    return (low, high), float(np.mean(slopes)) if slopes else 0.5, scales
 
 
 def run(
@@ -354,11 +354,11 @@ def run(
         planned = plan(command, source, memory=limit, **sizes, **plan_options)
         paths = {how.main or "result": out, **extra}
         job = _job(command, raster, planned, paths, grids, {})
-        if how.needs_relief or how.needs_slopes or any(grid.largest_integer for grid in grids.values()):
-            relief, slope, scales = _survey(workers_of, job)
+        if how.needs_range or how.needs_slopes or any(grid.largest_integer for grid in grids.values()):
+            extent, slope, scales = _survey(workers_of, job)
             if how.needs_slopes and not plan_options.get("max_size"):
                 plan_options.setdefault("friction", min(0.5, slope))
-            planned = plan(command, source, memory=limit, relief=relief, **sizes, **plan_options)
+            planned = plan(command, source, memory=limit, range=extent, **sizes, **plan_options)
             job = _job(command, raster, planned, paths, grids, scales)
         if log is not None:
             log(f"{command}: {planned}")

@@ -7,13 +7,15 @@ import os
 import resource
 import threading
 import time
+from collections.abc import Iterator
 from dataclasses import dataclass
 from typing import Any
 
 import numpy as np
 
+from ..computations import _steep_slope
 from . import _raster
-from ._commands import COMMANDS, Command, steep_slope
+from ._commands import COMMANDS, Command
 from ._layout import Box, Layout, Tile
 from ._raster import Source
 
@@ -109,7 +111,7 @@ def _survey(job: Job, tile: Tile) -> dict:
     if job.how.needs_slopes and finite.size:
         filled = np.where(np.isfinite(cells), cells, finite.mean()).astype(np.float32)
         scale = np.float32(job.options["height_unit"] / job.options["cell_size"])
-        result["slope"] = steep_slope(filled, np.float32(8), scale)
+        result["slope"] = _steep_slope(filled, np.float32(8), scale)
     result["highest"] = {
         name: float(np.nanmax(_read(grid, tile.core), initial=0)) for name, grid in job.grids.items() if grid.largest_integer
     }
@@ -127,13 +129,16 @@ def _results(job: Job, tile: Tile) -> dict[str, np.ndarray]:
     options = dict(job.options)
     for name, grid in job.grids.items():
         options[name] = _read(grid, tile.window) * np.float32(job.scales.get(name, 1.0))
-    options.update(how.vary(tile, options))
-    options.pop("rocks_per_cell", None)
+    options.update(how.vary(tile, options, cells))
+    for name in ("rocks_per_cell", "range"):  # which `vary` alone asks for
+        options.pop(name, None)
     result = how.function(cells, **options)
     if how.owned is not None:
         result = how.owned(tile, cells, result)
     if how.main is None:
         return {job.main: result}
+    if how.main == "image":
+        result.image[np.isnan(cells)] = np.nan
     return {field: getattr(result, field) for field in job.folders}
 
 
@@ -164,10 +169,11 @@ def _make(job: Job, tile: Tile) -> dict:
     inner = job.layout.part(tile).within(tile.window)
     written = {}
     for field in job.folders:
-        content = io.BytesIO()
-        np.save(content, results.pop(field)[inner])
+        cells = np.ascontiguousarray(results.pop(field)[inner])
+        header = io.BytesIO()
+        np.lib.format.write_array_header_1_0(header, np.lib.format.header_data_from_array_1_0(cells))
         path = job.part_path(field, tile)
-        written[path] = _raster.write_whole(path, content.getbuffer())
+        written[path] = _raster.write_whole(path, header.getbuffer(), cells.data.cast("B"))
     return {"key": part_key(tile), "files": written}
 
 
@@ -179,64 +185,50 @@ def _merge(job: Job, tile: Tile) -> dict:
         return [np.load(job.part_path(field, other), mmap_mode="r") for other in around]
 
     own = around.index(tile)
-    best = _highest(job, tile, around, parts(job.main)) if job.how.highest else None
     files = {}
+    heights = parts(job.main)
     for field in job.folders:
-        if field in job.how.unmixed:
-            merged = np.array(parts(field)[own][tile.core.within(job.layout.part(tile))])
-        elif best is not None:
-            merged = _chosen(job, tile, around, parts(field), best)
-        else:
-            merged = _mean(job, tile, around, parts(field))
+        says = parts(field)
+        merged = np.empty(tile.core.shape + says[own].shape[2:], np.float32)
+        for strip in _strips(tile.core):
+            into = merged[strip.within(tile.core)]
+            common = [job.layout.part(other).common(strip) for other in around]
+            here = [box.within(strip) for box in common]
+            there = [box.within(job.layout.part(other)) for box, other in zip(common, around)]
+            cells = [part[place] for part, place in zip(says, there)]
+            if field in job.how.unmixed:
+                into[...] = cells[own]
+            elif job.how.highest:
+                _choose_highest(into, here, cells, [part[place] for part, place in zip(heights, there)], own)
+            else:
+                _mix(into, here, cells, [job.layout.weights(*pair) for pair in zip(around, common)])
         path, checksum = _write(job, tile, field, merged)
         files[path] = checksum
     return {"key": tile_key(tile), "files": files}
 
 
-def _shared(job: Job, tile: Tile, other: Tile) -> tuple[tuple[slice, slice], tuple[slice, slice]]:
-    """The cells of a tile that another has a say in: where they lie in the tile, and in the other's part."""
-    part = job.layout.part(other)
-    common = part.common(tile.core)
-    return common.within(tile.core), common.within(part)
+def _strips(box: Box) -> Iterator[Box]:
+    """A box in pieces that take little memory."""
+    for top in range(box.top, box.bottom, 256):
+        yield Box(top, box.left, min(top + 256, box.bottom), box.right)
 
 
-def _mean(job: Job, tile: Tile, around: list[Tile], parts: list[np.ndarray]) -> np.ndarray:
-    total = weight = None
-    for other, part in zip(around, parts):
-        here, there = _shared(job, tile, other)
-        cells = part[there].astype(np.float64)
-        share = job.layout.weights(other)[there].reshape(cells.shape[:2] + (1,) * (cells.ndim - 2))
-        if total is None:
-            total = np.zeros(tile.core.shape + cells.shape[2:])
-            weight = np.zeros(tile.core.shape + (1,) * (cells.ndim - 2))
-        total[here] += cells * share
-        weight[here] += share
-    return (total / weight).astype(np.float32)
+def _mix(into: np.ndarray, places: list, cells: list[np.ndarray], weights: list[np.ndarray]) -> None:
+    total, weight = np.zeros(into.shape), np.zeros(into.shape[:2] + (1,) * (into.ndim - 2))
+    for place, part, share in zip(places, cells, weights):
+        share = share.reshape(part.shape[:2] + (1,) * (into.ndim - 2))
+        total[place] += part * share
+        weight[place] += share
+    into[...] = total / weight
 
 
-def _highest(job: Job, tile: Tile, around: list[Tile], parts: list[np.ndarray]) -> np.ndarray:
-    """Which of the parts has the highest cell; the tile's own where they are equal."""
-    own = around.index(tile)
-    best = np.full(tile.core.shape, own)
-    top = np.array(parts[own][tile.core.within(job.layout.part(tile))])
-    for number, (other, part) in enumerate(zip(around, parts)):
-        here, there = _shared(job, tile, other)
-        cells = part[there]
-        higher = cells > top[here]
-        best[here][higher] = number
-        top[here][higher] = cells[higher]
-    return best
-
-
-def _chosen(
-    job: Job, tile: Tile, around: list[Tile], parts: list[np.ndarray], best: np.ndarray
-) -> np.ndarray:
-    result = np.empty(tile.core.shape, np.float32)
-    for number, (other, part) in enumerate(zip(around, parts)):
-        here, there = _shared(job, tile, other)
-        chosen = best[here] == number
-        result[here][chosen] = part[there][chosen]
-    return result
+def _choose_highest(into: np.ndarray, places: list, cells: list[np.ndarray], tops: list[np.ndarray], own: int) -> None:
+    """From the part with the highest cell; from the tile's own where they are equal."""
+    highest = np.full(into.shape, -np.inf, np.float32)
+    for number in (own, *range(len(places))):
+        higher = ~(tops[number] <= highest[places[number]])
+        into[places[number]][higher] = cells[number][higher]
+        highest[places[number]][higher] = tops[number][higher]
 
 
 survey, make, merge = _on_worker(_survey), _on_worker(_make), _on_worker(_merge)
