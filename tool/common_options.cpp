@@ -32,7 +32,8 @@ bool is_day(int month, int day) {
 } // namespace
 
 void CommonOptions::add_device(Command& command) {
-    command.text("--device", device, "device", "ID", "Identity string of a device, from `tarn devices`, or cpu");
+    command.text("--device", device, "device", "ID", "Identity string of a device, from `tarn devices`, or cpu")
+        .advanced();
 }
 
 void CommonOptions::add_scale(Command& command) {

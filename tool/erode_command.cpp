@@ -119,16 +119,21 @@ void add_erode_command(CLI::App& app) {
         .otherwise("1/20 of the longer side");
     command.number("--erosion-strength", p.erosion_strength, {0, 100}, "",
                    "How much the water carries; above 1 it digs pits and heaps");
-    command.number("--constant-capacity", p.constant_capacity, from_0_to_1, "",
-                   "0: water carries in proportion to its fall; 1: the same everywhere");
+    command
+        .number("--constant-capacity", p.constant_capacity, from_0_to_1, "",
+                "0: water carries in proportion to its fall; 1: the same everywhere")
+        .advanced();
     command.number("--shaping-strength", p.shaping_strength, from_0_to_1, "",
                    "Strength of the shaping after each round");
     command.number("--shaping-sharpness", p.shaping_sharpness, from_0_to_1, "",
                    "0: shaping smooths; 1: it only cuts steep faces");
-    command.number("--shaping-detail", p.shaping_detail, from_0_to_1, "",
-                   "Shaping fades on features smaller than this share of the largest; 0: on none");
+    command
+        .number("--shaping-detail", p.shaping_detail, from_0_to_1, "",
+                "Shaping fades on features smaller than this share of the largest; 0: on none")
+        .advanced();
     const Range angle{0, 90};
-    command.number("--fill-angle", p.fill_angle, angle, "degrees", "Hollows on gentler slopes are filled in full");
+    command.number("--fill-angle", p.fill_angle, angle, "degrees", "Hollows on gentler slopes are filled in full")
+        .advanced();
     command
         .number("--fill-slope-scale", p.fill_slope_scale, {0, 1000}, "",
                 "Factor on the slope that is held against fill-angle")

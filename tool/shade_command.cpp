@@ -163,17 +163,26 @@ void add_shade_command(CLI::App& app) {
     command.number("--rings", settings->rings,
                    {-8, 17, false, {-8, -4, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17}}, "",
                    "Rings of rays over the sun's disc, or -4 or -8 parallel rays");
-    command.number("--diameter", settings->diameter, {0, 180}, "degrees", "Apparent diameter of the sun for --rings");
-    command.number("--ambient-subdivisions", settings->ambient_subdivisions, {0, 3}, "",
-                   "Rays of the sky: 0 to 3 for 7, 23, 94 or 371");
-    command.number("--hybrid-levels", settings->hybrid_levels, {0, 15}, "",
-                   "Trace ambient occlusion at the coarsest of so many levels; 0 is full size");
+    command.number("--diameter", settings->diameter, {0, 180}, "degrees", "Apparent diameter of the sun for --rings")
+        .advanced();
+    command
+        .number("--ambient-subdivisions", settings->ambient_subdivisions, {0, 3}, "",
+                "Rays of the sky: 0 to 3 for 7, 23, 94 or 371")
+        .advanced();
+    command
+        .number("--hybrid-levels", settings->hybrid_levels, {0, 15}, "",
+                "Trace ambient occlusion at the coarsest of so many levels; 0 is full size")
+        .advanced();
     command.number("--exposure", settings->exposure, factor, "", "Factor on all light");
     command.number("--sun-intensity", settings->sun_intensity, factor, "", "Light of the sun")
-        .otherwise("so that level ground is as light as its albedo");
-    command.number("--ambient-intensity", settings->ambient_intensity, factor, "", "Light of the sky").otherwise("0.3");
-    command.number("--sun-colour", settings->sun_colour, factor, "", "Red, green and blue of the sun", 3);
-    command.number("--ambient-colour", settings->ambient_colour, factor, "", "Red, green and blue of the sky", 3);
+        .otherwise("so that level ground is as light as its albedo")
+        .advanced();
+    command.number("--ambient-intensity", settings->ambient_intensity, factor, "", "Light of the sky")
+        .otherwise("0.3")
+        .advanced();
+    command.number("--sun-colour", settings->sun_colour, factor, "", "Red, green and blue of the sun", 3).advanced();
+    command.number("--ambient-colour", settings->ambient_colour, factor, "", "Red, green and blue of the sky", 3)
+        .advanced();
     auto albedo = command.number("--albedo", settings->albedo, from_0_to_1, "", "Grey ground that reflects so much")
                       .otherwise("colours by height");
     std::vector<Entry> grids;

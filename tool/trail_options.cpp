@@ -5,9 +5,11 @@
 void TrailOptions::add_options(Command& command) {
     command.number("--flow-length", flow_length, {0, 100}, "",
                    "Length of the long trails, which carry rivers, as a fraction of the width");
-    command.number("--spread", spread, {-1e6, 1e6}, "",
-                   "How far ground rises at each visit, in hundred-thousandths of the terrain's height: above 0, later "
-                   "trails run beside earlier ones");
+    command
+        .number("--spread", spread, {-1e6, 1e6}, "",
+                "How far ground rises at each visit, in hundred-thousandths of the terrain's height: above 0, later "
+                "trails run beside earlier ones")
+        .advanced();
     command.number("--seed", seed, any_seed, "", "Of the random numbers");
     command.input("--mask", mask, "grid", "share", "Chance that a cell starts a trail");
 }

@@ -107,8 +107,10 @@ void add_weather_command(CLI::App& app) {
     command.number("--duration", settings->duration, {0, 1000}, "",
                    "Length of the run; 1 is 2560 iterations at coarse levels");
     command.number("--erosion-rate", settings->erosion_rate, {0, 1e6}, "", "Strength of the loosening");
-    command.number("--curvature-bias", settings->curvature_bias, from_0_to_1, "",
-                   "0: all slopes above the repose angle loosen alike; 1: steep and convex ones more");
+    command
+        .number("--curvature-bias", settings->curvature_bias, from_0_to_1, "",
+                "0: all slopes above the repose angle loosen alike; 1: steep and convex ones more")
+        .advanced();
     command.number("--repose-angle", settings->repose_angle, {0, 90}, "degrees",
                    "Slopes above the arc tangent of this angle in radians slide");
     command
