@@ -475,7 +475,8 @@ _HEIGHT_TINTS = np.array(
 def _tints(cells: np.ndarray, lowest: float, highest: float) -> np.ndarray:
     """Colours by height, in linear light."""
     extent = max(float(highest) - float(lowest), np.finfo(np.float64).tiny)
-    place = (cells.astype(np.float64) - float(lowest)) / extent * (len(_HEIGHT_TINTS) - 1)
+    fraction = np.clip((cells.astype(np.float64) - float(lowest)) / extent, 0, 1)
+    place = fraction * (len(_HEIGHT_TINTS) - 1)
     first = np.minimum(place.astype(int), len(_HEIGHT_TINTS) - 2)
     low, high = _HEIGHT_TINTS[first], _HEIGHT_TINTS[first + 1]
     code = (low + (high - low) * (place - first)[:, :, None]) / 255
@@ -551,6 +552,7 @@ def shade(
     sun_colour: tuple[float, float, float] = (1.04, 1.0, 0.9),
     ambient_colour: tuple[float, float, float] = (0.86, 1.0, 1.2),
     albedo=None,
+    range: tuple[float, float] | None = None,
     ao=None,
     no_sun: bool = False,
     no_sky: bool = False,
@@ -577,6 +579,7 @@ def shade(
     sun_colour: red, green and blue of the sun, from 0.
     ambient_colour: red, green and blue of the sky, from 0.
     albedo: what the ground reflects, 0 to 1: a number, or rows x columns x 3; colours by height if None.
+    range: heights of the lowest and the highest colour, so that pictures compare; those of the grid if None.
     ao: ambient occlusion to use instead of tracing it, of the shape of the heights.
     no_sun: no light of the sun.
     no_sky: no light of the sky.
@@ -631,14 +634,17 @@ def shade(
 
     reflected: list = [None] * 3
     if not is_grey:
-        surface = _tints(grid.cells, grid.cells.min(), grid.cells.max()) if albedo is None else numbers(albedo, "albedo")
+        lowest, highest = (grid.cells.min(), grid.cells.max()) if range is None else map(np.float32, range)
+        if not lowest <= highest:
+            raise ValueError(f"range is {lowest} to {highest}; it must rise")
+        surface = _tints(grid.cells, lowest, highest) if albedo is None else numbers(albedo, "albedo")
         if surface.shape != (*grid.cells.shape, 3):
             raise ValueError(f"albedo is of shape {surface.shape}; it must be a number or {(*grid.cells.shape, 3)}")
-        reflected = [np.ascontiguousarray(surface[:, :, n]) for n in range(3)]
+        reflected = [np.ascontiguousarray(surface[:, :, n]) for n in (0, 1, 2)]
     stages = [blank(not no_sun), blank(not (no_sun or no_shadows)), blank(occluded)]
     if given_ao is not None:
         stages[2] = given_ao.copy()
-    channels = [blank(True) for _ in range(3)]
+    channels = [blank(True) for _ in "rgb"]
     with reporter(progress, "shade") as report:
         call(
             "Shade", device, _data(grid.cells), *map(_data, stages), *map(_data, channels), *map(_data, reflected),

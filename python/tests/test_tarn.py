@@ -85,10 +85,11 @@ def test_results_are_those_of_the_tool(command, heights, tool):
 
 def test_light_is_that_of_the_tool(heights, tool, tmp_path):
     outputs = {"diffuse": "--diffuse-out", "shadow": "--shadow-out", "ao": "--ao-out"}
-    lit = tarn.shade(heights, cell_size=80.0, date="03-01", time="15:30", latitude=36.4, ambient_subdivisions=1)
+    sun = {"date": "03-01", "time": "15:30", "latitude": 36.4}
+    lit = tarn.shade(heights, cell_size=80.0, **sun, ambient_subdivisions=1, range=(300, 700))
     wanted = tool(
         "shade", SAMPLE, *SCALE, "--date", "03-01", "--time", "15:30", "--latitude", "36.4", "--ambient-subdivisions",
-        "1", outputs=outputs.values(), main="out.png",
+        "1", "--range", "300", "700", outputs=outputs.values(), main="out.png",
     )  # fmt: skip
     for field, option in outputs.items():
         np.testing.assert_array_equal(getattr(lit, field), wanted[option])

@@ -31,6 +31,7 @@ from qgis.core import (
     QgsProcessingParameterFile,
     QgsProcessingParameterMatrix,
     QgsProcessingParameterNumber,
+    QgsProcessingParameterRange,
     QgsProcessingParameterRasterDestination,
     QgsProcessingParameterRasterLayer,
     QgsProcessingParameterString,
@@ -172,6 +173,8 @@ class Algorithm(QgsProcessingAlgorithm):
         default, optional = option.get("default"), not option["required"]
         if kind in ("grid", "picture"):
             yield QgsProcessingParameterRasterLayer(name, text, optional=optional)
+        elif kind in NUMBERS and option["count"] == 2:
+            yield QgsProcessingParameterRange(name, text, NUMBERS[kind], default, optional)
         elif kind in NUMBERS and option["count"] > 1:
             yield QgsProcessingParameterMatrix(
                 name, text, 1, True, ["red", "green", "blue"], defaultValue=default, optional=True
@@ -326,6 +329,9 @@ class _Run:
             elif kind == "picture":
                 layer = self._layer(parameter)
                 values[argument] = None if layer is None else read_picture(layer, place)
+            elif kind in NUMBERS and option["count"] == 2:
+                ends = algorithm.parameterAsRange(self._parameters, parameter, self._context)
+                values[argument] = ends if np.isfinite(ends).all() else None
             elif kind in NUMBERS and option["count"] > 1:
                 values[argument] = [float(v) for v in self._matrix(parameter)] or None
             elif "members" in option:

@@ -73,7 +73,7 @@ CASES = {
     "colour": (["{sample}"], {"image": "{image}", "transport": 0.3, "flow-length": 0.1}, []),
     "shade": (
         ["{sample}"],
-        {"date": "10-05", "time": "09:30", "ambient-subdivisions": 1, "sun-colour": [1.1, 1.0, 0.8]},
+        {"date": "10-05", "time": "09:30", "ambient-subdivisions": 1, "sun-colour": [1.1, 1, 0.8], "range": [300, 700]},
         ["diffuse-out", "shadow-out", "ao-out"],
     ),
     "sunlight": (["{sample}"], {"first-day": "03-01", "haze": 0.1}, []),
