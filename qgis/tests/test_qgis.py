@@ -68,7 +68,7 @@ CASES = {
     "weather": (["{holed}"], {"duration": 0.005, "erosion-mask": "{share}"}, ["depth-out", "wear-out"]),
     "erode": (["{sample}"], {"iterations": 5, "spawn-map": "{share}"}, ["flow-out", "sediment-out", "wear-out"]),
     "dunes": (["{sample}"], {"sand": 3, "duration": 0.002}, ["sand-out"]),
-    "debris": (["{sample}"], {"count": 200, "favour-small": True}, ["rock-id-out", "coverage-out"]),
+    "debris": (["{sample}"], {"count": 200, "favour-small": True}, ["coverage-out"]),
     "flow": (["{sample}"], {"mask": "{share}", "seed": 4}, []),
     "colour": (["{sample}"], {"image": "{image}", "transport": 0.3, "flow-length": 0.1}, []),
     "shade": (
@@ -77,7 +77,7 @@ CASES = {
         ["diffuse-out", "shadow-out", "ao-out"],
     ),
     "sunlight": (["{sample}"], {"first-day": "03-01", "haze": 0.1}, []),
-    "mesh": (["{model}"], {"size": "64x48", "rotate-z": 30, "floor": -0.5}, ["noise-out"]),
+    "mesh": (["{model}"], {"size": "64x48", "rotate-z": 30, "floor": -0.5}, []),
     "displacedmesh": (["{model}"], {"displacement": "{share}", "rotate-x": 15, "size": "403x344"}, []),
     "points": (["{cloud}"], {"columns": 100, "floor": 1}, ["noise-out"]),
     "bake": (["{model}", "{sample}"], {"fit-heights": True}, ["hit-x-out", "hit-y-out"]),
