@@ -262,7 +262,8 @@ inline void sweep_tile(int x0, int y0, int tile_rows, const SweepGrids& grids, c
     const int first = maximum(y0 - spoilt_cells, 0), last = minimum(y1 + spoilt_cells, s.rows);
     const int count = right_edge - left_edge;
 
-    auto& [states, slides] = in_hand;
+    StateRows(&states)[passes_per_sweep + 1] = in_hand.states;
+    SlideRow(&slides)[passes_per_sweep][3] = in_hand.slides;
     for (StateRows& state : states)
         for (TileRow& height : state.height)
             set_off_grid(height);
