@@ -30,8 +30,9 @@ def heights() -> np.ndarray:
     return read(SAMPLE)[0].astype(np.float32)
 
 
-@pytest.fixture
+@pytest.fixture(scope="module")
 def client():
+    """For all tests. The last of them takes its scheduler away."""
     with distributed.LocalCluster(
         n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None, silence_logs=60
     ) as cluster, distributed.Client(cluster, timeout=2) as client:
@@ -68,6 +69,23 @@ def test_tiles_are_those_of_one_call(heights, client, tmp_path):
             np.testing.assert_array_equal(read(out)[0], getattr(result, "heights", result), err_msg=command)
         if field:
             np.testing.assert_array_equal(read(further)[0], getattr(result, field), err_msg=command)
+
+
+def test_seams_are_mixed_and_rocks_are_whole(heights, client, tmp_path):
+    def tiled(command, **options):
+        out, ids = str(tmp_path / f"{command}.vrt"), str(tmp_path / "ids.vrt")
+        extra = {"rock_id_out": ids} if command == "debris" else {}
+        assert not tiles.run(command, SAMPLE, out, tile=128, client=client, **options, **extra, **SCALE).is_exact
+        return read(out)[0], read(ids)[0] if extra else None
+
+    options = {"feature_size": 81.7 * 4, "duration": 0.01}
+    weathered, whole = tiled("weather", overlap=32, **options)[0], tarn.weather(heights, **options, **SCALE).heights
+    assert np.abs(weathered - whole).max() < 0.05 * np.abs(whole - heights).max()
+    windy = tiled("dunes", sand=4.0, duration=0.002)[0]
+    assert abs((windy - heights).mean() - 4.0) < 0.01
+    strewn, ids = tiled("debris", count=400, max_size=400.0, overlap=24)
+    assert (strewn >= heights).all() and ((strewn > heights) <= (ids > 0)).all()
+    assert 0.5 < len(np.unique(ids)) / len(np.unique(tarn.debris(heights, count=400, max_size=400.0, **SCALE).rock_id)) < 1.5
 
 
 def test_a_killed_worker_costs_its_tiles_alone(client, eroded, tmp_path):

@@ -87,7 +87,7 @@ def main(arguments: list[str] | None = None) -> int:
     except (TileError, ValueError, OSError) as error:
         print(f"tarn-tiles: {' '.join(str(error).split())}", file=sys.stderr)
         return 1
-    again = f", {report.reused} of them from before" if report.reused else ""
+    again = f" ({report.reused} of them or their parts from before)" if report.reused else ""
     print(
         f"{report.path}: {report.tiles} tiles{again}, {report.seconds:.1f} s, {report.processor_seconds:.1f} s of processors, "
         f"at most {report.peak_bytes / 2**30:.2f} GiB a worker",

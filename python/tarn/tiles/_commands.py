@@ -34,7 +34,7 @@ class Whole:
     height_unit: float
     has_holes: bool
     tile: int  # the side that is asked for, which features that nobody has named follow
-    range: tuple[float, float]  # lowest and highest cell, for commands that ask for it
+    extent: tuple[float, float]  # lowest and highest cell, for commands that ask for it
 
     @property
     def longer(self) -> int:
@@ -62,13 +62,14 @@ class Command:
     main: str | None = "heights"  # field of the result that OUT gets; None: the result itself
     outputs: dict[str, str] = field(default_factory=dict)  # further fields, by the option that names their file
     grids: tuple[str, ...] = ()  # options that are rasters of the same size
+    shares: bool = True  # whether these are factors from 0 to 1, which integers are scaled to
     #: Options that differ from tile to tile.
     vary: Callable[[Tile, Options, np.ndarray], Options] = lambda tile, options, cells: {}
     owned: Callable | None = None  # keeps of a window's result what belongs to the tile
     highest: bool = False  # parts are merged by the highest cell, not by their weights
     unmixed: tuple[str, ...] = ()  # fields that are taken from one tile each, since a mean of them means nothing
     scaled: bool = True  # takes cell_size and height_unit
-    needs_range: bool = False
+    needs_extent: bool = False
     needs_slopes: bool = False
     wider: int = 0
 
@@ -251,7 +252,7 @@ def _plan_shade(whole: Whole, options: Options) -> Plan:
             raise ValueError("date needs latitude")
         place = options.pop("latitude"), _day(options.pop("date"), "date"), _hour(options.pop("time", "12:00"))
         options["azimuth"], options["elevation"] = _sun_at(*place)
-    options["range"] = whole.range
+    options["extent"] = whole.extent
     align = 1 << max(options.get("hybrid_levels", 0) - 1, 0)
     sunlit = not options.get("no_sun") and not options.get("no_shadows")
     occluded = not options.get("no_sky") and not options.get("no_occlusion") and "ao" not in options
@@ -260,7 +261,7 @@ def _plan_shade(whole: Whole, options: Options) -> Plan:
         x, y, z = _sun(options)
         along, athwart = sorted(abs(side) for side in map(F, (x, y)))[::-1]
         fall = z / max(along, F(1e-6)) * whole.cell_size / whole.height_unit / options.get("exaggeration", 1.0)
-        overlap = (whole.range[1] - whole.range[0]) / fall + 2 if fall > 0 else whole.longer
+        overlap = (whole.extent[1] - whole.extent[0]) / fall + 2 if fall > 0 else whole.longer
         # Lines of sight go through the same points of the cells from every start only along the axes and diagonals.
         is_parallel = options.get("rings", -8) <= 0
         on_lattice = int(F(athwart / along) * F(65536)) in (0, 65536)
@@ -280,7 +281,7 @@ def _tinted(tile: Tile, options: Options, cells: np.ndarray) -> Options:
     """Colours by height follow the range of the whole."""
     if "albedo" in options:
         return {}
-    lowest, highest = options["range"]
+    lowest, highest = options["extent"]
     known = np.nan_to_num(cells, nan=lowest)
     rows = range(0, len(cells), 256)
     return {"albedo": np.concatenate([_tints(known[row : row + 256], lowest, highest) for row in rows])}
@@ -356,6 +357,7 @@ COMMANDS = {
         60,
         outputs={"sand_out": "sand", "wind_trace": "wind_trace"},
         grids=("sand",),
+        shares=False,
         unmixed=("wind_trace",),
         wider=61,
     ),
@@ -372,13 +374,13 @@ COMMANDS = {
     "shade": Command(
         tarn.shade,
         _plan_shade,
-        120,
+        105,
         _light_like_whole,
         main="image",
         outputs={"diffuse_out": "diffuse", "shadow_out": "shadow", "ao_out": "ao"},
         grids=("ao",),
         vary=_tinted,
-        needs_range=True,
+        needs_extent=True,
     ),
     "sunlight": Command(tarn.sunlight, _plan_sunlight, 26, main=None),
     "median": Command(tarn.median, _plan_median, 20, main=None, scaled=False),

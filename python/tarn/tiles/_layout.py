@@ -80,15 +80,17 @@ class Layout:
 
     @property
     def window_shape(self) -> tuple[int, int]:
-        rows, columns = (min(self.side + 2 * self.overlap, length) for length in self.whole)
-        return rows, min(columns + self.wider, self.whole[1])
+        """Of the largest."""
+        return self._window_shape(self.wider)
+
+    def _window_shape(self, wider: int) -> tuple[int, int]:
+        length = self.side + 2 * self.overlap
+        return min(length, self.whole[0]), min(length + wider, self.whole[1])
 
     def tile(self, row: int, column: int) -> Tile:
         top, left = row * self.side, column * self.side
         core = Box(top, left, top + self.side, left + self.side).grown(0, self.raster)
-        height, width = self.window_shape
-        if self.wider:
-            width = min(width - self.wider + int(place_number(0, row, column) % (self.wider + 1)), self.whole[1])
+        height, width = self._window_shape(place_number(0, row, column) % (self.wider + 1))
         above = min(max(top - self.overlap, 0), self.whole[0] - height)
         before = min(max(left - self.overlap, 0), self.whole[1] - width)
         return Tile(row, column, core, Box(above, before, above + height, before + width))

@@ -37,8 +37,8 @@ TILE = 4096
 class Report(NamedTuple):
     path: str  #: the VRT of the whole
     tiles: int
-    reused: int  #: tiles that an earlier run had finished
-    is_exact: bool  #: whether the cells are those of one call over the whole, to the bit
+    reused: int  #: tiles, and parts of tiles, that an earlier run had finished
+    is_exact: bool  #: whether the cells are those of one call over the whole, to the bit, out of the reach of holes
     overlap: int  #: cells around a tile that are worked on with it
     planned_bytes: int  #: what a worker was said to take
     peak_bytes: int  #: what the largest has taken
@@ -48,6 +48,7 @@ class Report(NamedTuple):
 
 class Planned(NamedTuple):
     layout: Layout
+    has_holes: bool
     is_exact: bool
     reach: float
     planned_bytes: int
@@ -56,7 +57,7 @@ class Planned(NamedTuple):
     def __str__(self) -> str:
         rows, columns = self.layout.rows, self.layout.columns
         width = self.layout.window_shape[1]
-        kind = "exact" if self.is_exact else "blended"
+        kind = "blended" if not self.is_exact else "exact out of the reach of holes" if self.has_holes else "exact"
         return (
             f"{rows * columns} tiles of {self.layout.side} cells a side, worked on {width} wide "
             f"(overlap {self.layout.overlap}), {kind}; a worker takes up to {self.planned_bytes / 2**30:.2f} GiB"
@@ -92,15 +93,15 @@ def _layout(command: str, whole: Whole, options: dict, tile: int, overlap: int |
         like_whole = how.like_whole(whole, plan, options, layout.window_shape[1])
         if like_whole is not None:
             break
-    is_exact = is_whole or (like_whole is not None and layout.overlap >= plan.reach)
+    is_exact = not how.highest and (is_whole or (like_whole is not None and layout.overlap >= plan.reach))
     if not is_exact:
         layout = Layout(whole.shape, plan.shape, side, layout.overlap, layout.overlap // 2, how.wider)
     if how.scaled:
         options |= {"cell_size": whole.cell_size, "height_unit": whole.height_unit}
     options |= like_whole or {}
     if "count" in options and how.needs_slopes:
-        options["rocks_per_cell"] = options.pop("count") / (whole.shape[0] * whole.shape[1])
-    return Planned(layout, is_exact, plan.reach, _window_bytes(command, layout, whole.has_holes), options)
+        options["rocks_per_cell"] = options.pop("count") / (plan.shape[0] * plan.shape[1])
+    return Planned(layout, whole.has_holes, is_exact, plan.reach, _window_bytes(command, layout, whole.has_holes), options)
 
 
 def plan(
@@ -110,12 +111,12 @@ def plan(
     tile: int | None = None,
     overlap: int | None = None,
     memory: str | int | None = None,
-    range: tuple[float, float] = (0.0, 0.0),
+    extent: tuple[float, float] = (0.0, 0.0),
     **options,
 ) -> Planned:
     """How `run` would cut a raster: whether the result is exact, the overlap, and the memory of a worker.
 
-    range: lowest and highest cell, which the length of shadows follows from; `run` finds them.
+    extent: lowest and highest cell, which the length of shadows follows from; `run` finds them.
     """
     if command in REASONS:
         raise ValueError(f"{command} is not run in tiles: {REASONS[command]}")
@@ -134,7 +135,7 @@ def plan(
         raise ValueError(f"tile is {tile}; it must be 1 or more")
     side = first
     while True:
-        whole = Whole(raster.shape, cell_size, height_unit, raster.has_holes, side, range)
+        whole = Whole(raster.shape, cell_size, height_unit, raster.has_holes, side, extent)
         planned = _layout(command, whole, options, side, overlap)
         if limit is None or planned.planned_bytes <= USABLE * limit:
             return planned
@@ -228,7 +229,7 @@ def _cluster(client, workers: int | None, memory: int | None):
             n_workers=workers or os.cpu_count(),
             threads_per_worker=1,
             memory_limit=memory or "auto",
-            dashboard_address=":0" if _has_dashboard() else None,
+            dashboard_address=":0",
             local_directory=scratch,
             silence_logs=logging.CRITICAL,
         ) as cluster, Client(cluster) as found:
@@ -281,17 +282,17 @@ def _results(client, futures: Iterable, follow: Callable[[dict], Iterable] = lam
         raise
 
 
-def _survey(client, job: Job) -> tuple[tuple[float, float], float, dict[str, float]]:
-    """Range and steepness of the whole, and the factors that rasters of integers are scaled by."""
+def _survey(client, job: Job) -> tuple[tuple[float, float], float, dict[str, int]]:
+    """Range and steepness of the whole, and what rasters of integers are divided by."""
     futures = [client.submit(_work.survey, job, tile, pure=False) for tile in job.layout.tiles()]
     records = list(_results(client, futures))
-    ranges = [record["range"] for record in records if record["range"]]
+    ranges = [record["extent"] for record in records if record["extent"]]
     low, high = min((low for low, _ in ranges), default=0.0), max((high for _, high in ranges), default=0.0)
     slopes = [record["slope"] for record in records if "slope" in record]
     scales = {
-        name: 1.0 / grid.largest_integer
+        name: grid.largest_integer
         for name, grid in job.grids.items()
-        if grid.largest_integer and max(record["highest"][name] for record in records) > 1
+        if job.how.shares and grid.largest_integer and max(record["highest"][name] for record in records) > 1
     }
     return (low, high), float(np.mean(slopes)) if slopes else 0.5, scales
 
@@ -354,11 +355,11 @@ def run(
         planned = plan(command, source, memory=limit, **sizes, **plan_options)
         paths = {how.main or "result": out, **extra}
         job = _job(command, raster, planned, paths, grids, {})
-        if how.needs_range or how.needs_slopes or any(grid.largest_integer for grid in grids.values()):
+        if how.needs_extent or how.needs_slopes or how.shares and any(grid.largest_integer for grid in grids.values()):
             extent, slope, scales = _survey(workers_of, job)
             if how.needs_slopes and not plan_options.get("max_size"):
                 plan_options.setdefault("friction", min(0.5, slope))
-            planned = plan(command, source, memory=limit, range=extent, **sizes, **plan_options)
+            planned = plan(command, source, memory=limit, extent=extent, **sizes, **plan_options)
             job = _job(command, raster, planned, paths, grids, scales)
         if log is not None:
             log(f"{command}: {planned}")
@@ -381,7 +382,7 @@ def run(
     )  # fmt: skip
 
 
-def _job(command: str, raster, planned: Planned, paths: dict[str, str], grids: dict, scales: dict[str, float]) -> Job:
+def _job(command: str, raster, planned: Planned, paths: dict[str, str], grids: dict, scales: dict[str, int]) -> Job:
     folders = {field: os.path.abspath(path[: -len(".vrt")] + ".tiles") for field, path in paths.items()}
     mixes = not planned.is_exact or COMMANDS[command].highest
     parts = os.path.join(next(iter(folders.values())), "parts") if mixes else None
@@ -403,7 +404,7 @@ def _run_tiles(client, job: Job, progress) -> Counter:
     checks = {key: client.submit(_work.intact, files, pure=False) for key, files in manifest.files.items()}
     done = {key for key, is_intact in client.gather(checks).items() if is_intact}
     unfinished = [tile for tile in tiles if _work.tile_key(tile) not in done]
-    totals = Counter(reused=len(tiles) - len(unfinished))
+    totals = Counter(reused=len(done))
     if job.parts is None:
         first, follow, steps = [submit(_work.make, tile) for tile in unfinished], lambda record: (), len(unfinished)
     else:

@@ -33,7 +33,7 @@ class Job:
     layout: Layout
     options: dict[str, Any]
     grids: dict[str, Source]  # options that are rasters
-    scales: dict[str, float]  # factors on those
+    scales: dict[str, int]  # what those of integers are divided by
     folders: dict[str, str]  # where the tiles of a field go
     parts: str | None  # where parts lie until they are merged; None: tiles do not mix
 
@@ -107,7 +107,7 @@ def _survey(job: Job, tile: Tile) -> dict:
     """What the whole has to be asked before tiles can work as it would."""
     cells = _read(job.source, tile.core)
     finite = cells[np.isfinite(cells)]
-    result: dict[str, Any] = {"range": (float(finite.min()), float(finite.max())) if finite.size else None}
+    result: dict[str, Any] = {"extent": (float(finite.min()), float(finite.max())) if finite.size else None}
     if job.how.needs_slopes and finite.size:
         filled = np.where(np.isfinite(cells), cells, finite.mean()).astype(np.float32)
         scale = np.float32(job.options["height_unit"] / job.options["cell_size"])
@@ -128,9 +128,9 @@ def _results(job: Job, tile: Tile) -> dict[str, np.ndarray]:
         return {field: np.stack([blank] * 3, axis=2) if field == "image" else blank for field in job.folders}
     options = dict(job.options)
     for name, grid in job.grids.items():
-        options[name] = _read(grid, tile.window) * np.float32(job.scales.get(name, 1.0))
+        options[name] = _read(grid, tile.window) / np.float32(job.scales.get(name, 1))
     options.update(how.vary(tile, options, cells))
-    for name in ("rocks_per_cell", "range"):  # which `vary` alone asks for
+    for name in ("rocks_per_cell", "extent"):  # which `vary` alone asks for
         options.pop(name, None)
     result = how.function(cells, **options)
     if how.owned is not None:
