@@ -8,7 +8,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     libtbb-dev libboost-context-dev                         # the bundled SYCL for CPUs
     libboost-dev                                            # the triangulation of point clouds
-    libassimp-dev libcli11-dev libgdal-dev libopenexr-dev   # the command-line tool
+    libassimp-dev libcli11-dev libgdal-dev libisal-dev libopenexr-dev   # the command-line tool
     libjs-three                                             # its pages that show terrain
     python3 python3-cffi python3-numpy                      # the Python package
     libgtest-dev libbenchmark-dev python3-pytest            # tests and benchmarks

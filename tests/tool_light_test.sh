@@ -8,6 +8,15 @@ expect 0 "latitude 36.59: the sun stands at 180.0 degrees from north, 76.9 above
 expect 0 "" shade "$terrain" lit.png --ao-out ao.tif --shadow-out shadow.tif --diffuse-out diffuse.tif --rings 2
 expect 0 "" shade "$terrain" again.png --ao ao.tif --rings 2
 cmp -s lit.png again.png || fail "ambient occlusion that was written and read gives another picture"
+# Without rays a picture is drawn band by band, and without colours it has one channel: it is as if drawn at once.
+asc 1024 600 10 '(x * y) % 97' >bands.asc
+hillshade=(shade bands.asc --no-sky --no-shadows --albedo 0.5)
+expect 0 "" "${hillshade[@]}" whole.png --diffuse-out diffuse.tif
+expect 0 "" "${hillshade[@]}" bands.png
+expect 0 "" "${hillshade[@]}" grey.png --sun-colour 1.04 1.04 1.04 --ambient-colour 1 1 1
+for picture in whole bands grey; do expect 0 "" shape $picture.png $picture.tif --blend 0; done
+expect_change 0 0 whole.tif bands.tif
+expect_change 0 0 whole.tif grey.tif
 expect 0 "" shade "$terrain" hybrid.png --hybrid-levels 4 --ambient-subdivisions 3 --sun-colour 1 0.5 0.2 --exposure 2
 asc 64 64 10 '(y > 30 && y < 34 ? 105 : 0)' >wall.asc
 expect 0 "" shade wall.asc wall.png --azimuth 180 --elevation 45 --rings 0 --shadow-out shadow.asc --albedo 0.5 --no-sky

@@ -78,15 +78,19 @@ void BakeCommand::run(Outputs& outputs) {
                                                          blue.data(), hits.data(), &parameters, callbacks);
     });
 
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(3 * grid.size());
-    for (std::size_t i = 0; i < grid.size(); ++i)
-        for (const float channel : {red[i], green[i], blue[i]}) {
-            const bool is_number = std::isfinite(channel);
-            pixels.push_back(
-                static_cast<std::uint8_t>(std::lround(255.0f * std::clamp(is_number ? channel : 0.5f, 0.0f, 1.0f))));
-        }
-    outputs.add_picture(output, grid, std::move(pixels));
+    outputs.add_picture(
+        output, grid,
+        {.width = grid.width,
+         .height = grid.height,
+         .draw = [&, width = static_cast<std::size_t>(grid.width)](int first, int rows, std::uint8_t* pixels) {
+             const std::size_t begin = static_cast<std::size_t>(first) * width;
+             for (std::size_t i = begin; i < begin + static_cast<std::size_t>(rows) * width; ++i)
+                 for (const float channel : {red[i], green[i], blue[i]}) {
+                     const bool is_number = std::isfinite(channel);
+                     *pixels++ = static_cast<std::uint8_t>(
+                         std::lround(255.0f * std::clamp(is_number ? channel : 0.5f, 0.0f, 1.0f)));
+                 }
+         }});
     const auto add_hits = [&](const GridOutput& place, float TarnFloat2::*axis) {
         std::vector<float> cells(hits.size());
         std::transform(hits.begin(), hits.end(), cells.begin(), [axis](const TarnFloat2& hit) { return hit.*axis; });

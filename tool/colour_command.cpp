@@ -66,7 +66,7 @@ void ColourCommand::run(Outputs& outputs) {
                                                  data_or_null(mask), data_or_null(lengths), &parameters, callbacks);
              });
     note_if_unchanged(before, picture.channels[0], "try a larger --transport, --persistence or --blend");
-    outputs.add_picture(output, terrain, srgb_pixels(picture));
+    outputs.add_picture(output, terrain, draw_picture(picture));
     outputs.write();
 }
 

@@ -36,14 +36,23 @@ void FlowCommand::draw(Outputs& outputs, Host& host, const Grid& terrain, const 
     shade.tinted = false;
     shade.exaggeration = 2;
     shade.height_unit = common.height_unit_of(terrain);
-    std::vector<std::uint8_t> pixels = shade_relief(host, terrain, common.cell_of(terrain), shade);
-    for (std::size_t i = 0; i < pixels.size(); ++i) {
-        // Brightened, and all the more so the colour of water as flow gathers.
-        const double share = std::sqrt(std::clamp(static_cast<double>(flow[i / 3]), 0.0, 1.0));
-        const double ground_colour = 128 + 0.5 * pixels[i];
-        pixels[i] = static_cast<std::uint8_t>(std::lround(ground_colour + (water[i % 3] - ground_colour) * share));
-    }
-    outputs.add_picture(common.preview, terrain, std::move(pixels));
+    Drawing drawing = shade_relief(host, terrain, common.cell_of(terrain), shade);
+    drawing.draw = [&, draw_relief = drawing.draw,
+                    width = static_cast<std::size_t>(terrain.width)](int first, int rows, std::uint8_t* pixels) {
+        draw_relief(first, rows, pixels);
+        const float* const share_of_water = flow.data() + static_cast<std::size_t>(first) * width;
+        for (std::size_t i = 0; i < static_cast<std::size_t>(rows) * width; ++i) {
+            // Brightened, and all the more so the colour of water as flow gathers.
+            const double share = std::sqrt(std::clamp(static_cast<double>(share_of_water[i]), 0.0, 1.0));
+            for (std::size_t channel = 0; channel < 3; ++channel) {
+                std::uint8_t& pixel = pixels[3 * i + channel];
+                const double ground_colour = 128 + 0.5 * pixel;
+                pixel =
+                    static_cast<std::uint8_t>(std::lround(ground_colour + (water[channel] - ground_colour) * share));
+            }
+        }
+    };
+    outputs.add_picture(common.preview, terrain, drawing);
 }
 
 void FlowCommand::run(Outputs& outputs) {

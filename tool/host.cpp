@@ -21,6 +21,7 @@ constexpr Kind kinds[] = {{"other", "other"},
 /// What the callbacks work on.
 struct Session {
     std::string label;
+    Host::Part part;
     std::vector<std::string> errors;
     bool has_host = false;
 };
@@ -33,7 +34,7 @@ std::string mebibytes(std::size_t bytes) {
 constexpr HostCallbacks make_callbacks() {
     HostCallbacks callbacks{};
     callbacks.progress = [](double percent) {
-        draw_progress(session.label, percent);
+        draw_progress(session.label, 100 * session.part.begin + percent * (session.part.end - session.part.begin));
     };
     callbacks.is_cancelled = [] {
         return is_interrupted();
@@ -85,10 +86,11 @@ Host::~Host() {
     session.has_host = false;
 }
 
-void Host::run(const std::string& label, const Computation& computation) {
+void Host::run(const std::string& label, const Computation& computation, Part part) {
     const InterruptGuard guard(InterruptGuard::Second::ends_program);
     session.label = label;
-    draw_progress(label, 0);
+    session.part = part;
+    draw_progress(label, 100 * part.begin);
     const std::uint32_t status = computation(queue_, &host_callbacks);
     clear_progress();
 

@@ -20,9 +20,14 @@ class Host {
     SyclQueue* queue() const { return queue_; }
 
     /// Runs one computation of the library, with `label` before its progress bar. Returns if it is finished, throws
-    /// ToolError with its status otherwise: also after Ctrl-C, whether the computation stops for it or not.
+    /// ToolError with its status otherwise: also after Ctrl-C, whether the computation stops for it or not. Of work in
+    /// several runs, each is a part of the bar.
     using Computation = std::function<std::uint32_t(SyclQueue* queue, const HostCallbacks* callbacks)>;
-    void run(const std::string& label, const Computation& computation);
+    struct Part {
+        double begin = 0, end = 1;
+    };
+    void run(const std::string& label, const Computation& computation, Part part);
+    void run(const std::string& label, const Computation& computation) { run(label, computation, {}); }
 
   private:
     SyclQueue* queue_;

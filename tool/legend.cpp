@@ -4,7 +4,9 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "message.hpp"
 
@@ -23,6 +25,12 @@ const std::vector<std::pair<char, std::array<std::uint8_t, digit_height>>> glyph
     {'9', {14, 17, 17, 15, 1, 2, 12}},   {'.', {0, 0, 0, 0, 0, 12, 12}},    {'-', {0, 0, 0, 31, 0, 0, 0}},
     {'+', {0, 4, 4, 31, 4, 4, 0}},       {'e', {0, 0, 14, 17, 31, 16, 14}}, {'m', {0, 0, 26, 21, 21, 21, 21}},
     {'f', {6, 9, 8, 28, 8, 8, 8}},       {'t', {8, 8, 28, 8, 8, 9, 6}}};
+
+/// 3 bytes a pixel.
+struct Pixels {
+    int width, height;
+    std::vector<std::uint8_t> bytes;
+};
 
 void draw_text(Pixels& picture, int left, int top, const std::string& text) {
     for (const char c : text) {
@@ -43,12 +51,12 @@ void draw_text(Pixels& picture, int left, int top, const std::string& text) {
     }
 }
 
-} // namespace
-
-Pixels with_legend(Pixels picture, const Palette& palette, Extremes span, const std::string& unit) {
-    const int top = picture.height + margin, length = picture.width - 2 * margin;
-    picture.height += legend_height;
-    picture.bytes.resize(static_cast<std::size_t>(picture.height) * static_cast<std::size_t>(picture.width) * 3, 255);
+Pixels legend_of(int width, const Palette& palette, Extremes span, const std::string& unit) {
+    Pixels picture{
+        width, legend_height,
+        std::vector<std::uint8_t>(3 * static_cast<std::size_t>(legend_height) * static_cast<std::size_t>(width), 255)};
+    constexpr int top = margin;
+    const int length = width - 2 * margin;
     for (int x = 0; x < length; ++x) {
         const Colour colour = colour_at(palette, (x + 0.5) / length);
         for (int y = top; y < top + strip_height; ++y) {
@@ -68,4 +76,28 @@ Pixels with_legend(Pixels picture, const Palette& palette, Extremes span, const 
                   text);
     }
     return picture;
+}
+
+} // namespace
+
+Drawing with_legend(const Drawing& drawing, const Palette& palette, Extremes span, const std::string& unit) {
+    Drawing result = drawing;
+    result.height += legend_height;
+    if (drawing.prepare)
+        result.prepare = [drawing](int first, int rows) {
+            if (first < drawing.height)
+                drawing.prepare(first, std::min(rows, drawing.height - first));
+        };
+    result.draw = [drawing, legend = legend_of(drawing.width, palette, span, unit)](int first, int rows,
+                                                                                    std::uint8_t* pixels) {
+        const std::size_t row_bytes = 3 * static_cast<std::size_t>(drawing.width);
+        const int above = std::clamp(drawing.height - first, 0, rows);
+        if (above > 0)
+            drawing.draw(first, above, pixels);
+        if (above < rows)
+            std::copy_n(&legend.bytes[row_bytes * static_cast<std::size_t>(first + above - drawing.height)],
+                        row_bytes * static_cast<std::size_t>(rows - above),
+                        pixels + row_bytes * static_cast<std::size_t>(above));
+    };
+    return result;
 }

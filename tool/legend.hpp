@@ -1,17 +1,10 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "grid.hpp"
 #include "palettes.hpp"
+#include "png.hpp"
 
-/// A picture of 3 bytes a pixel.
-struct Pixels {
-    int width, height;
-    std::vector<std::uint8_t> bytes;
-};
-
-/// Adds a strip below a picture: the palette with the values that its ends and its middle stand for.
-Pixels with_legend(Pixels picture, const Palette& palette, Extremes span, const std::string& unit);
+/// Adds a strip below a drawing in colour: the palette with the values that its ends and its middle stand for.
+Drawing with_legend(const Drawing& drawing, const Palette& palette, Extremes span, const std::string& unit);

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <numbers>
 
 #include <ogr_spatialref.h>
 
+#include "byte_table.hpp"
 #include "message.hpp"
 
 namespace {
@@ -17,7 +21,84 @@ double srgb_of(double light) {
 }
 
 std::uint8_t pixel_of(float light) {
-    return static_cast<std::uint8_t>(std::lround(srgb_of(std::clamp(static_cast<double>(light), 0.0, 1.0)) * 255));
+    return static_cast<std::uint8_t>(std::lround(srgb_of(static_cast<double>(light)) * 255));
+}
+
+std::size_t cells_of_rows(const Grid& grid, int rows) {
+    return static_cast<std::size_t>(rows) * static_cast<std::size_t>(grid.width);
+}
+
+/// Whether light and ground are without colour, so that all channels are alike.
+bool is_grey(const Scene& scene) {
+    const auto is_without_colour = [](const float(&colour)[3]) {
+        return colour[0] == colour[1] && colour[1] == colour[2];
+    };
+    return !scene.surface && is_without_colour(scene.parameters.sun_color) &&
+           is_without_colour(scene.parameters.ambient_color);
+}
+
+/// Whether the light of a cell depends on more of the grid than the cells around it.
+bool has_rays(const lighting_Parameters& p) {
+    return (p.direct_light != 0 && p.shadows != 0) || (p.ambient_light != 0 && p.ambient_occlusion != 0);
+}
+
+LitGrid render_rows(Host& host, const Scene& scene, const std::vector<float>& ao, int first, int rows) {
+    const Grid& grid = scene.grid;
+    lighting_Parameters parameters = scene.parameters;
+    parameters.resolution = {grid.width, rows};
+    parameters.terrain_size = static_cast<float>(std::sqrt(scene.cell.x * scene.cell.y) * grid.width);
+    parameters.terrain_height = static_cast<float>(scene.height_unit);
+
+    const auto blank = [&](bool needed) {
+        return std::vector<float>(needed ? cells_of_rows(grid, rows) : 0);
+    };
+    const bool occluded = parameters.ambient_light != 0 && parameters.ambient_occlusion != 0;
+    const bool supplied = parameters.ao_supplied != 0;
+    LitGrid lit{blank(parameters.direct_light != 0),
+                blank(parameters.direct_light != 0 && parameters.shadows != 0),
+                supplied ? ao : blank(occluded),
+                blank(true),
+                blank(true),
+                blank(true)};
+    const auto or_null = [](auto& cells) {
+        return cells.empty() ? nullptr : cells.data();
+    };
+    const Surface surface = scene.surface ? scene.surface(first, rows) : Surface{};
+    host.run(format_text("lighting %d x %d cells", grid.width, grid.height),
+             [&](SyclQueue* queue, const HostCallbacks* callbacks) {
+                 return Shade(queue, grid.cells.data() + cells_of_rows(grid, first), or_null(lit.diffuse),
+                              or_null(lit.shadow), or_null(lit.ao), lit.red.data(), lit.green.data(), lit.blue.data(),
+                              or_null(surface.red), or_null(surface.green), or_null(surface.blue), &parameters,
+                              callbacks);
+             },
+             {static_cast<double>(first) / grid.height, static_cast<double>(first + rows) / grid.height});
+    return lit;
+}
+
+/// Draws rows of which `lit` has those from `lit_first` on.
+void develop_rows(const Scene& scene, const LitGrid& lit, int lit_first, int first, int rows, std::uint8_t* pixels) {
+    static const ByteTable byte_of(pixel_of);
+    const Grid& grid = scene.grid;
+    const std::size_t offset = cells_of_rows(grid, first - lit_first), count = cells_of_rows(grid, rows);
+    const bool grey = is_grey(scene);
+    const std::size_t channels = grey ? 1 : 3;
+    const float* const red = lit.red.data() + offset;
+    const float* const green = lit.green.data() + offset;
+    const float* const blue = lit.blue.data() + offset;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::uint8_t* const pixel = pixels + i * channels;
+        pixel[0] = byte_of(red[i]);
+        if (!grey) {
+            pixel[1] = byte_of(green[i]);
+            pixel[2] = byte_of(blue[i]);
+        }
+    }
+    if (grid.missing.empty())
+        return;
+    const std::uint8_t* const missing = grid.missing.data() + cells_of_rows(grid, first);
+    for (std::size_t i = 0; i < count; ++i)
+        if (missing[i] != 0)
+            std::fill_n(pixels + i * channels, channels, std::uint8_t{255});
 }
 
 } // namespace
@@ -77,42 +158,40 @@ lighting_Parameters light_of_year(const Grid& grid, double cell_size, double hei
     return parameters;
 }
 
-LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
-               const Surface& surface, const std::vector<float>& ao) {
-    parameters.resolution = {grid.width, grid.height};
-    parameters.terrain_size = static_cast<float>(std::sqrt(cell.x * cell.y) * grid.width);
-    parameters.terrain_height = static_cast<float>(height_unit);
-
-    const auto blank = [&](bool needed) {
-        return std::vector<float>(needed ? grid.size() : 0);
-    };
-    const bool occluded = parameters.ambient_light != 0 && parameters.ambient_occlusion != 0;
-    const bool supplied = parameters.ao_supplied != 0;
-    LitGrid lit{blank(parameters.direct_light != 0),
-                blank(parameters.direct_light != 0 && parameters.shadows != 0),
-                supplied ? ao : blank(occluded),
-                blank(true),
-                blank(true),
-                blank(true)};
-    const auto or_null = [](auto& cells) {
-        return cells.empty() ? nullptr : cells.data();
-    };
-    host.run(format_text("lighting %d x %d cells", grid.width, grid.height),
-             [&](SyclQueue* queue, const HostCallbacks* callbacks) {
-                 return Shade(queue, grid.cells.data(), or_null(lit.diffuse), or_null(lit.shadow), or_null(lit.ao),
-                              lit.red.data(), lit.green.data(), lit.blue.data(), or_null(surface.red),
-                              or_null(surface.green), or_null(surface.blue), &parameters, callbacks);
-             });
-    return lit;
+LitGrid render(Host& host, const Scene& scene, const std::vector<float>& ao) {
+    return render_rows(host, scene, ao, 0, scene.grid.height);
 }
 
-std::vector<std::uint8_t> develop(const Grid& grid, const LitGrid& lit) {
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(grid.size() * 3);
-    for (std::size_t i = 0; i < grid.size(); ++i)
-        for (const std::vector<float>* channel : {&lit.red, &lit.green, &lit.blue})
-            pixels.push_back(grid.is_missing(i) ? 255 : pixel_of((*channel)[i]));
-    return pixels;
+Drawing develop(const Scene& scene, const LitGrid& lit) {
+    return {.width = scene.grid.width,
+            .height = scene.grid.height,
+            .channels = is_grey(scene) ? 1 : 3,
+            .draw = [=, &lit](int first, int rows, std::uint8_t* pixels) {
+                develop_rows(scene, lit, 0, first, rows, pixels);
+            }};
+}
+
+Drawing draw_scene(Host& host, const Scene& scene) {
+    constexpr int band_cells = 1 << 18; // their grids stay in the caches
+    struct Band {
+        LitGrid lit;
+        int first = 0;
+    };
+    const auto band = std::make_shared<Band>();
+    return {.width = scene.grid.width,
+            .height = scene.grid.height,
+            .channels = is_grey(scene) ? 1 : 3,
+            .draw = [=](int first, int rows,
+                        std::uint8_t* pixels) { develop_rows(scene, band->lit, band->first, first, rows, pixels); },
+            .band_rows = has_rays(scene.parameters) ? 0 : std::max(band_cells / scene.grid.width, 1),
+            .prepare =
+                [=, &host](int first, int rows) {
+                    // The slope at the rim of a band depends on the row beyond it.
+                    band->first = std::max(first - 1, 0);
+                    band->lit = {};
+                    band->lit = render_rows(host, scene, {}, band->first,
+                                            std::min(first + rows + 1, scene.grid.height) - band->first);
+                }};
 }
 
 double light_of(double srgb) {

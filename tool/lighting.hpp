@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -8,6 +8,7 @@
 
 #include "grid.hpp"
 #include "host.hpp"
+#include "png.hpp"
 
 /// Where the sun stands, in degrees.
 struct SunPosition {
@@ -38,13 +39,27 @@ struct LitGrid {
     std::vector<float> diffuse, shadow, ao, red, green, blue;
 };
 
-/// Renders a grid with the library. `height_unit` is in metres, and `ao` is read if the parameters say that it is
-/// supplied.
-LitGrid render(Host& host, const Grid& grid, CellSize cell, double height_unit, lighting_Parameters parameters,
-               const Surface& surface, const std::vector<float>& ao = {});
+/// The surface of some rows of a grid, from `first` on.
+using SurfaceOfRows = std::function<Surface(int first, int rows)>;
 
-/// The picture of a rendered grid in sRGB, 3 bytes a cell. Cells without a value are white.
-std::vector<std::uint8_t> develop(const Grid& grid, const LitGrid& lit);
+/// A grid, and how it is to be lit. `height_unit` is in metres.
+struct Scene {
+    const Grid& grid;
+    CellSize cell;
+    double height_unit;
+    lighting_Parameters parameters;
+    SurfaceOfRows surface;
+};
+
+/// Renders a grid with the library. `ao` is read if the parameters say that it is supplied.
+LitGrid render(Host& host, const Scene& scene, const std::vector<float>& ao = {});
+
+/// Draws a rendered scene in sRGB. Cells without a value are white. Everything must stay as long as the drawing.
+Drawing develop(const Scene& scene, const LitGrid& lit);
+
+/// As render and develop, while it is drawn. Light that comes without rays is rendered in bands, and needs little
+/// memory.
+Drawing draw_scene(Host& host, const Scene& scene);
 
 /// Of a value of sRGB from 0 to 1, the light that it stands for.
 double light_of(double srgb);

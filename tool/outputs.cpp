@@ -176,18 +176,15 @@ void Outputs::add(const GridOutput& output, Grid grid) {
                       }});
 }
 
-void Outputs::add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels) {
-    add_picture(path, grid, Pixels{grid.width, grid.height, std::move(pixels)});
-}
-
-void Outputs::add_picture(const std::string& path, const Grid& grid, Pixels picture) {
+void Outputs::add_picture(const std::string& path, const Grid& grid, const Drawing& drawing) {
     if (path.empty())
         return;
     if (with_world_files && !grid.geotransform)
         print_note("'" + path + "' gets no world file: the place on the map is not known");
     const auto place = with_world_files ? grid.geotransform : std::nullopt;
-    files_.push_back({path, [=, held = std::make_shared<Pixels>(std::move(picture))](const std::string& name) {
-                          write_picture(name, held->width, held->height, held->bytes, place);
+    const auto png = std::make_shared<PngPieces>(encode_png(drawing));
+    files_.push_back({path, [=](const std::string& name) {
+                          write_picture(name, *png, place);
                       }});
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "grid.hpp"
-#include "legend.hpp"
+#include "png.hpp"
 
 /// The unit of grids whose numbers are heights or depths: that of the input's heights.
 inline const std::string unit_of_heights = "height";
@@ -42,10 +41,8 @@ class Outputs {
 
     /// Hands over a grid, if it is asked for. Its unit is that of the heights in the input.
     void add(const GridOutput& output, Grid grid);
-    /// Hands over a picture of a grid's cells, 3 bytes of sRGB each, if it has a path.
-    void add_picture(const std::string& path, const Grid& grid, std::vector<std::uint8_t> pixels);
-    /// The same of a picture whose upper left corner shows the grid.
-    void add_picture(const std::string& path, const Grid& grid, Pixels picture);
+    /// Draws a picture, if it has a path; its upper left corner shows the grid.
+    void add_picture(const std::string& path, const Grid& grid, const Drawing& drawing);
     void add_text(const std::string& path, std::string text);
 
     /// Writes everything. Throws ToolError, also after Ctrl-C.

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
 
+#include <cpl_vsi.h>
+
+#include "byte_table.hpp"
 #include "gdal.hpp"
 #include "grid.hpp"
 
@@ -41,29 +45,41 @@ Picture read_picture(const std::string& path) {
         if (band->RasterIO(GF_Read, 0, 0, picture.width, picture.height, pixels.data(), picture.width, picture.height,
                            GDT_Float32, 0, 0) != CE_None)
             refuse_input(path, gdal_error());
+        std::vector<float> lights(static_cast<std::size_t>(brightest) + 1);
+        for (std::size_t code = 0; code < lights.size(); ++code)
+            lights[code] = linear_light(static_cast<float>(code) / static_cast<float>(brightest));
         for (float& pixel : pixels)
-            pixel = linear_light(std::max(pixel, 0.0f) / static_cast<float>(brightest));
+            pixel = lights[static_cast<std::size_t>(std::max(pixel, 0.0f))];
         if (is_south_up)
             reverse_rows(pixels, picture.width);
     }
     return picture;
 }
 
-std::vector<std::uint8_t> srgb_pixels(const Picture& picture) {
-    std::vector<std::uint8_t> pixels(picture.channels[0].size() * 3);
-    for (std::size_t i = 0; i < pixels.size(); ++i)
-        pixels[i] = static_cast<std::uint8_t>(std::lround(coded_light(picture.channels[i % 3][i / 3]) * 255.0f));
-    return pixels;
+Drawing draw_picture(const Picture& picture) {
+    static const ByteTable byte_of(
+        [](float light) { return static_cast<std::uint8_t>(std::lround(coded_light(light) * 255.0f)); });
+    return {.width = picture.width,
+            .height = picture.height,
+            .draw = [&picture](int first, int rows, std::uint8_t* pixels) {
+                const auto width = static_cast<std::size_t>(picture.width);
+                const std::size_t begin = static_cast<std::size_t>(first) * width;
+                for (std::size_t i = begin; i < begin + static_cast<std::size_t>(rows) * width; ++i)
+                    for (const std::vector<float>& channel : picture.channels)
+                        *pixels++ = byte_of(channel[i]);
+            }};
 }
 
-void write_picture(const std::string& path, int width, int height, const std::vector<std::uint8_t>& pixels,
+void write_picture(const std::string& path, const PngPieces& png,
                    const std::optional<std::array<double, 6>>& geotransform) {
-    const Dataset dataset = make_memory_dataset(width, height, 3, GDT_Byte);
-    if (dataset->RasterIO(GF_Write, 0, 0, width, height, const_cast<std::uint8_t*>(pixels.data()), width, height,
-                          GDT_Byte, 3, nullptr, 3, GSpacing{3} * width, 1, nullptr) != CE_None)
-        throw std::runtime_error(gdal_error());
-    copy_dataset(path, "PNG", *dataset, nullptr);
+    prepare_gdal();
+    VSILFILE* const file = VSIFOpenL(path.c_str(), "wb");
+    bool is_written = file != nullptr;
+    for (auto piece = png.begin(); is_written && piece != png.end(); ++piece)
+        is_written = VSIFWriteL(piece->data(), 1, piece->size(), file) == piece->size();
+    if (file != nullptr)
+        is_written &= VSIFCloseL(file) == 0;
     std::array<double, 6> place = geotransform.value_or(std::array<double, 6>{});
-    if (geotransform && !GDALWriteWorldFile(path.c_str(), "pgw", place.data()))
+    if (!is_written || (geotransform && !GDALWriteWorldFile(path.c_str(), "pgw", place.data())))
         throw std::runtime_error(gdal_error());
 }

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "png.hpp"
 
 /// A colour picture: red, green and blue of each pixel, 0 to 1, in linear light.
 struct Picture {
@@ -17,10 +18,10 @@ struct Picture {
 /// (unreadable_input).
 Picture read_picture(const std::string& path);
 
-/// The pixels of a picture as sRGB, 3 bytes each.
-std::vector<std::uint8_t> srgb_pixels(const Picture& picture);
+/// Draws a picture in sRGB. The picture must stay as long as the drawing.
+Drawing draw_picture(const Picture& picture);
 
-/// Writes a PNG of pixels of 3 bytes each, and a world file beside it if its place is given. `path` is any name that
-/// GDAL takes. Throws std::runtime_error.
-void write_picture(const std::string& path, int width, int height, const std::vector<std::uint8_t>& pixels,
+/// Writes a PNG, and a world file beside it if its place is given. `path` is any name that GDAL takes. Throws
+/// std::runtime_error.
+void write_picture(const std::string& path, const PngPieces& png,
                    const std::optional<std::array<double, 6>>& geotransform);

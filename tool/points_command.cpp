@@ -130,11 +130,8 @@ void PointsCommand::run(Outputs& outputs) {
                                                         channel(0), channel(1), channel(2), &parameters, callbacks);
              });
 
-    outputs.add_picture(common.preview, grid,
-                        common.preview.empty() ? std::vector<std::uint8_t>()
-                                               : shade_relief(host, grid, {cell, cell}, ShadeOptions{}));
-    if (!image_output.empty())
-        outputs.add_picture(image_output, grid, srgb_pixels(picture));
+    outputs.add_picture(common.preview, grid, shade_relief(host, grid, {cell, cell}, ShadeOptions{}));
+    outputs.add_picture(image_output, grid, draw_picture(picture));
     outputs.add(noise_output, std::move(noise));
     outputs.add(output, std::move(grid));
     outputs.write();

@@ -8,6 +8,7 @@
 #include "common_options.hpp"
 #include "grid_file.hpp"
 #include "host.hpp"
+#include "legend.hpp"
 #include "message.hpp"
 #include "shade_preview.hpp"
 
@@ -29,15 +30,13 @@ struct PreviewCommand {
 
   private:
     void run_difference(Outputs& outputs, const Grid& grid) const;
-    void add(Outputs& outputs, const Grid& grid, std::vector<std::uint8_t> pixels, const Palette& strip,
-             Extremes span) const;
+    void add(Outputs& outputs, const Grid& grid, const Drawing& drawing, const Palette& strip, Extremes span) const;
 };
 
 /// Adds the picture of values from the least to the greatest of `span`, with its legend if that is asked for.
-void PreviewCommand::add(Outputs& outputs, const Grid& grid, std::vector<std::uint8_t> pixels, const Palette& strip,
+void PreviewCommand::add(Outputs& outputs, const Grid& grid, const Drawing& drawing, const Palette& strip,
                          Extremes span) const {
-    Pixels picture{grid.width, grid.height, std::move(pixels)};
-    outputs.add_picture(output, grid, legend ? with_legend(std::move(picture), strip, span, grid.unit) : picture);
+    outputs.add_picture(output, grid, legend ? with_legend(drawing, strip, span, grid.unit) : drawing);
 }
 
 void PreviewCommand::run(Outputs& outputs) {

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "command.hpp"
 #include "common_options.hpp"
@@ -55,7 +58,7 @@ struct ShadeCommand {
   private:
     SunPosition find_sun(const Grid& grid) const;
     lighting_Parameters parameters(const SunPosition& position) const;
-    Surface surface(const Grid& grid) const;
+    SurfaceOfRows surface(const Grid& grid) const;
     void check_stages() const;
 };
 
@@ -92,15 +95,21 @@ lighting_Parameters ShadeCommand::parameters(const SunPosition& position) const 
     return p;
 }
 
-Surface ShadeCommand::surface(const Grid& grid) const {
+SurfaceOfRows ShadeCommand::surface(const Grid& grid) const {
     if (albedo)
         return {};
     if (albedo_grids[0].empty())
         return tinted_surface(grid, span_of(range));
-    const auto read = [&](const std::string& name) {
-        return read_mask(name, {grid.width, grid.height});
+    std::array<std::vector<float>, 3> channels;
+    for (std::size_t i = 0; i < channels.size(); ++i)
+        channels[i] = read_mask(albedo_grids[i], {grid.width, grid.height});
+    return [width = grid.width, channels = std::move(channels)](int first, int rows) {
+        const auto part = [=](const std::vector<float>& channel) {
+            const auto begin = channel.begin() + std::ptrdiff_t{first} * width;
+            return std::vector<float>(begin, begin + std::ptrdiff_t{rows} * width);
+        };
+        return Surface{part(channels[0]), part(channels[1]), part(channels[2])};
     };
-    return {read(albedo_grids[0]), read(albedo_grids[1]), read(albedo_grids[2])};
 }
 
 /// A stage that is turned off has nothing to write.
@@ -128,11 +137,16 @@ void ShadeCommand::run(Outputs& outputs) {
     const std::vector<float> ao =
         ao_input.empty() ? std::vector<float>() : read_mask(ao_input, {grid.width, grid.height});
     outputs.check_grids(grid);
-    const LitGrid lit = render(host, grid, cell, exaggeration * common.height_unit_of(grid), p, surface(grid), ao);
-    outputs.add_picture(output, grid, develop(grid, lit));
-    outputs.add(diffuse_output, with_cells(grid, lit.diffuse));
-    outputs.add(shadow_output, with_cells(grid, lit.shadow));
-    outputs.add(ao_output, with_cells(grid, lit.ao));
+    const Scene scene{grid, cell, exaggeration * common.height_unit_of(grid), p, surface(grid)};
+    if (ao.empty() && diffuse_output.path.empty() && shadow_output.path.empty() && ao_output.path.empty()) {
+        outputs.add_picture(output, grid, draw_scene(host, scene));
+    } else {
+        LitGrid lit = render(host, scene, ao);
+        outputs.add_picture(output, grid, develop(scene, lit));
+        outputs.add(diffuse_output, with_cells(grid, std::move(lit.diffuse)));
+        outputs.add(shadow_output, with_cells(grid, std::move(lit.shadow)));
+        outputs.add(ao_output, with_cells(grid, std::move(lit.ao)));
+    }
     outputs.write();
 }
 

@@ -2,30 +2,55 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <vector>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 namespace {
 
 constexpr Colour white{255, 255, 255};
 
-void put(std::vector<std::uint8_t>& pixels, const Colour& colour) {
+std::uint8_t* put(std::uint8_t* pixel, const Colour& colour) {
     for (const double channel : colour)
-        pixels.push_back(static_cast<std::uint8_t>(std::lround(std::clamp(channel, 0.0, 255.0))));
+        *pixel++ = static_cast<std::uint8_t>(std::lround(std::clamp(channel, 0.0, 255.0)));
+    return pixel;
 }
 
-/// Calls `cell(i, colour)` for every cell with its colour by height.
-template <class Cell>
-void for_tints(const Grid& grid, const Palette& tints, std::optional<Extremes> span, Cell cell) {
-    const auto [lowest, highest] = span ? *span : extremes(grid);
-    const double base = static_cast<double>(lowest);
-    const double range = std::max(static_cast<double>(highest) - base, std::numeric_limits<double>::min());
-    for (std::size_t i = 0; i < grid.size(); ++i)
-        cell(i, colour_at(tints, (static_cast<double>(grid.cells[i]) - base) / range));
+/// Colours by value, from the least to the greatest cell of a grid or over a span.
+class Tinting {
+  public:
+    Tinting(const Grid& grid, const Palette& palette, std::optional<Extremes> span) : palette_(palette) {
+        const auto [least, greatest] = span ? *span : extremes(grid);
+        base_ = static_cast<double>(least);
+        range_ = std::max(static_cast<double>(greatest) - base_, std::numeric_limits<double>::min());
+    }
+    Colour operator()(float value) const { return colour_at(palette_, (static_cast<double>(value) - base_) / range_); }
+
+  private:
+    const Palette& palette_;
+    double base_, range_;
+};
+
+/// A drawing that takes each pixel from `colour_of(i)` of its cell.
+template <class ColourOf>
+Drawing draw_cells(const Grid& grid, ColourOf colour_of) {
+    return {
+        .width = grid.width,
+        .height = grid.height,
+        .draw = [width = static_cast<std::size_t>(grid.width), colour_of](int first, int rows, std::uint8_t* pixel) {
+            const std::size_t begin = static_cast<std::size_t>(first) * width;
+            for (std::size_t i = begin; i < begin + static_cast<std::size_t>(rows) * width; ++i)
+                pixel = put(pixel, colour_of(i));
+        }};
 }
 
 /// Of a change from -1 to 1. The square root shows small changes beside large ones.
-Colour colour_of_change(double change) {
-    return colour_at(palette("change"), 0.5 + std::copysign(0.5 * std::sqrt(std::abs(change)), change));
+Colour colour_of_change(const Palette& palette, double change) {
+    return colour_at(palette, 0.5 + std::copysign(0.5 * std::sqrt(std::abs(change)), change));
 }
 
 bool has_value(const Grid& grid, std::size_t i) {
@@ -34,50 +59,52 @@ bool has_value(const Grid& grid, std::size_t i) {
 
 } // namespace
 
-Surface tinted_surface(const Grid& grid, std::optional<Extremes> span) {
-    Surface surface;
-    const auto light = [](double channel) {
-        return static_cast<float>(light_of(channel / 255));
+SurfaceOfRows tinted_surface(const Grid& grid, std::optional<Extremes> span) {
+    return [&grid, tinting = Tinting(grid, palette("heights"), span)](int first, int rows) {
+        const auto width = static_cast<std::size_t>(grid.width), count = static_cast<std::size_t>(rows) * width;
+        const float* const heights = grid.cells.data() + static_cast<std::size_t>(first) * width;
+        Surface surface{std::vector<float>(count), std::vector<float>(count), std::vector<float>(count)};
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count), [&](const auto& cells) {
+            const auto light = [](double channel) {
+                return static_cast<float>(light_of(channel / 255));
+            };
+            for (std::size_t i = cells.begin(); i < cells.end(); ++i) {
+                const Colour colour = tinting(heights[i]);
+                surface.red[i] = light(colour[0]);
+                surface.green[i] = light(colour[1]);
+                surface.blue[i] = light(colour[2]);
+            }
+        });
+        return surface;
     };
-    for_tints(grid, palette("heights"), span, [&](std::size_t, const Colour& colour) {
-        surface.red.push_back(light(colour[0]));
-        surface.green.push_back(light(colour[1]));
-        surface.blue.push_back(light(colour[2]));
+}
+
+Drawing shade_relief(Host& host, const Grid& grid, CellSize cell, const ShadeOptions& options) {
+    return draw_scene(host, {grid, cell, options.exaggeration * options.height_unit, light_of_day(options.sun),
+                             options.tinted ? tinted_surface(grid, options.span) : SurfaceOfRows{}});
+}
+
+Drawing shade_values(const Grid& grid, const Palette& palette, std::optional<Extremes> span) {
+    return draw_cells(grid, [&grid, tinting = Tinting(grid, palette, span)](std::size_t i) {
+        return grid.is_missing(i) ? white : tinting(grid.cells[i]);
     });
-    return surface;
 }
 
-std::vector<std::uint8_t> shade_relief(Host& host, const Grid& grid, CellSize cell, const ShadeOptions& options) {
-    return develop(grid, render(host, grid, cell, options.exaggeration * options.height_unit, light_of_day(options.sun),
-                                options.tinted ? tinted_surface(grid, options.span) : Surface{}));
-}
-
-std::vector<std::uint8_t> shade_values(const Grid& grid, const Palette& palette, std::optional<Extremes> span) {
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(grid.size() * 3);
-    for_tints(grid, palette, span,
-              [&](std::size_t i, const Colour& colour) { put(pixels, grid.is_missing(i) ? white : colour); });
-    return pixels;
-}
-
-std::vector<std::uint8_t> shade_difference(const Grid& before, const Grid& after, double range) {
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(after.size() * 3);
-    for (std::size_t i = 0; i < after.size(); ++i) {
+Drawing shade_difference(const Grid& before, const Grid& after, double range) {
+    return draw_cells(after, [&, range, &changes = palette("change")](std::size_t i) {
         double change = 0;
         if (range > 0 && has_value(before, i) && has_value(after, i))
             change = std::clamp((static_cast<double>(after.cells[i]) - static_cast<double>(before.cells[i])) / range,
                                 -1.0, 1.0);
-        put(pixels, colour_of_change(change));
-    }
-    return pixels;
+        return colour_of_change(changes, change);
+    });
 }
 
 Palette difference_palette() {
     constexpr int steps = 64;
     Palette result{"difference", {}};
     for (int i = -steps; i <= steps; ++i)
-        result.colours.push_back(colour_of_change(static_cast<double>(i) / steps));
+        result.colours.push_back(colour_of_change(palette("change"), static_cast<double>(i) / steps));
     return result;
 }
 

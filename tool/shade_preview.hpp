@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
-#include <vector>
 
 #include "grid.hpp"
 #include "lighting.hpp"
@@ -17,18 +15,22 @@ struct ShadeOptions {
     std::optional<Extremes> span; ///< heights of the lowest and the highest colour; those of the grid if not given
 };
 
-/// What ground of the colours by height reflects, from the lowest to the highest cell or over the span.
-Surface tinted_surface(const Grid& grid, std::optional<Extremes> span);
+/// What ground of the colours by height reflects, from the lowest to the highest cell or over the span. The grid must
+/// stay as long as the function.
+SurfaceOfRows tinted_surface(const Grid& grid, std::optional<Extremes> span);
 
-/// A picture of the grid in the light of day, 3 bytes a cell. Cells without a value are white.
-std::vector<std::uint8_t> shade_relief(Host& host, const Grid& grid, CellSize cell, const ShadeOptions& options);
+// Drawings of a grid, with a pixel a cell. Cells without a value are white. Everything must stay as long as the
+// drawing.
 
-/// A picture of the values in the colours of a palette, from the least to the greatest or over the span.
-std::vector<std::uint8_t> shade_values(const Grid& grid, const Palette& palette, std::optional<Extremes> span = {});
+/// The grid in the light of day.
+Drawing shade_relief(Host& host, const Grid& grid, CellSize cell, const ShadeOptions& options);
 
-/// A picture of after - before: red where material was lost, blue where it was gained, white where nothing changed or
-/// where a cell has no value. `range` is the change that takes the full colour; both grids have the same size.
-std::vector<std::uint8_t> shade_difference(const Grid& before, const Grid& after, double range);
+/// The values in the colours of a palette, from the least to the greatest or over the span.
+Drawing shade_values(const Grid& grid, const Palette& palette, std::optional<Extremes> span = {});
+
+/// after - before: red where material was lost, blue where it was gained, white where nothing changed or where a cell
+/// has no value. `range` is the change that takes the full colour; both grids have the same size.
+Drawing shade_difference(const Grid& before, const Grid& after, double range);
 
 /// Its colours, from the greatest loss to the greatest gain.
 Palette difference_palette();

@@ -70,7 +70,7 @@ void ViewCommand::add_files(View& view) const {
 }
 
 void ViewCommand::add_light(View& view, Host& host) const {
-    LitGrid lit = render(host, view.grid, view.cell, view.height_unit * exaggeration, light_of_day(sun), {});
+    LitGrid lit = render(host, {view.grid, view.cell, view.height_unit * exaggeration, light_of_day(sun), {}});
     view.layers.push_back({"Shadow", "of full sun", "shade", std::move(lit.shadow), false, true});
     view.layers.push_back({"Sky in view", "of the sky", "shade", std::move(lit.ao), false, true});
 }

@@ -8,7 +8,6 @@
 
 #include <cpl_conv.h>
 #include <cpl_string.h>
-#include <cpl_vsi.h>
 
 #include "message.hpp"
 #include "palettes.hpp"
@@ -116,12 +115,10 @@ std::string grid_json(const View& view) {
 }
 
 std::string picture_json(const Picture& picture) {
-    const std::string path = "/vsimem/tarn_view.png";
-    write_picture(path, picture.width, picture.height, srgb_pixels(picture), std::nullopt);
-    vsi_l_offset size = 0;
-    GByte* const bytes = VSIGetMemFileBuffer(path.c_str(), &size, TRUE);
-    const std::string text = base64(bytes, static_cast<std::size_t>(size));
-    CPLFree(bytes);
+    std::vector<std::uint8_t> bytes;
+    for (const std::vector<std::uint8_t>& piece : encode_png(draw_picture(picture)))
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
+    const std::string text = base64(bytes.data(), bytes.size());
     return "\"data:image/png;base64," + text + "\"";
 }
 
