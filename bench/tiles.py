@@ -79,7 +79,7 @@ CASES = {
     "sunlight": ("sunlight", {"latitude": 36.6}, "result"),
     "erode": ("erode", {"feature_size": 50 * CELL, "seed": 1}, "heights"),
     "dunes": ("dunes", {"sand": 10.0, "duration": 0.005}, "heights"),
-    "debris": ("debris", {"count": 20000, "max_size": 60.0, "seed": 1}, "heights"),
+    "debris": ("debris", {"count": 20000, "seed": 1}, "heights"),
 }
 OWN = ("overlap",)
 

@@ -173,7 +173,7 @@ def _pyramid_reach(steps: list[int]) -> int:
 
 
 def _multiple(cells: float, align: int) -> int:
-    return math.ceil(cells / align) * align
+    return math.ceil(max(cells, 0) / align) * align
 
 
 def _plan_shape(whole: Whole, options: Options) -> Plan:

@@ -11,10 +11,8 @@ import re
 import shutil
 import tempfile
 import time
-import zlib
 from collections import Counter
 from collections.abc import Callable, Iterable
-from dataclasses import asdict
 from typing import Any, NamedTuple
 
 import numpy as np
@@ -156,12 +154,13 @@ class Manifest:
     def __init__(self, job: Job):
         self.path = os.path.join(job.folders[job.main], "manifest.jsonl")
         self.files: dict[str, dict[str, int]] = {}
-        parameters = asdict(job)
-        self._first = json.dumps(parameters, default=lambda array: zlib.crc32(np.ascontiguousarray(array)))
+        self._first = job.parameters
         if not self._continue():
             for folder in job.folders.values():
+                with contextlib.suppress(FileNotFoundError):  # it would be of tiles that are gone
+                    os.unlink(folder[: -len(".tiles")] + ".vrt")
                 for name in os.listdir(folder):
-                    if re.fullmatch(r"r\d+c\d+\.tif", name):
+                    if re.fullmatch(r"r\d+c\d+\.\w+\.tif", name):
                         os.unlink(os.path.join(folder, name))
             if job.parts is not None:
                 shutil.rmtree(job.parts, ignore_errors=True)

@@ -2,13 +2,16 @@
 from __future__ import annotations
 
 import errno
+import functools
 import io
+import json
 import os
 import resource
 import threading
 import time
+import zlib
 from collections.abc import Iterator
-from dataclasses import dataclass
+from dataclasses import asdict, dataclass
 from typing import Any
 
 import numpy as np
@@ -37,15 +40,25 @@ class Job:
     folders: dict[str, str]  # where the tiles of a field go
     parts: str | None  # where parts lie until they are merged; None: tiles do not mix
 
+    @functools.cached_property
+    def parameters(self) -> str:
+        """In one line."""
+        return json.dumps(asdict(self), default=lambda array: zlib.crc32(np.ascontiguousarray(array)))
+
+    @functools.cached_property
+    def mark(self) -> str:
+        """In the names of files, so that a worker that was left behind by a run of other parameters harms nothing."""
+        return f"{zlib.crc32(self.parameters.encode()):08x}"
+
     @property
     def how(self) -> Command:
         return COMMANDS[self.command]
 
     def path(self, field: str, tile: Tile) -> str:
-        return os.path.join(self.folders[field], tile.name + ".tif")
+        return os.path.join(self.folders[field], f"{tile.name}.{self.mark}.tif")
 
     def part_path(self, field: str, tile: Tile) -> str:
-        return os.path.join(self.parts or "", f"{tile.name}.{field}.npy")
+        return os.path.join(self.parts or "", f"{tile.name}.{self.mark}.{field}.npy")
 
     @property
     def main(self) -> str:
