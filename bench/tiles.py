@@ -139,7 +139,12 @@ def exactness(folder: str, side: int, names: list[str]) -> None:
 
 
 #: Features of 32 cells, so that a cell of any size takes the same work.
-GROWTH = {"weather": {"feature_size": 32 * CELL, "cell_size": CELL}, "median": {}, "shade": {"albedo": 0.5}}
+GROWTH = {
+    "weather": ("weather", {"feature_size": 32 * CELL, "cell_size": CELL}),
+    "median": ("median", {}),
+    "shade, sun alone": ("shade", {"no_occlusion": True, "elevation": 60.0, "albedo": 0.5}),
+    "shade": ("shade", {}),
+}
 
 
 def growth(folder: str, sides: list[int]) -> None:
@@ -148,7 +153,7 @@ def growth(folder: str, sides: list[int]) -> None:
     print("|---|---|---|---|---|---|---|---|---|---|")
     for side in sides or (4096, 8192, 16384, 32768):
         source = make_terrain(folder, side)
-        for command, options in GROWTH.items():
+        for name, (command, options) in GROWTH.items():
             out = os.path.join(folder, f"{command}_{side}.vrt")
             shutil.rmtree(out[:-4] + ".tiles", ignore_errors=True)
             lines = []
@@ -156,7 +161,7 @@ def growth(folder: str, sides: list[int]) -> None:
             size = sum(file.stat().st_size for file in os.scandir(out[:-4] + ".tiles"))
             planned = lines[0].split()
             print(
-                f"| {side} | `{command}` | {report.tiles} | {planned[planned.index('cells') - 1]}, {report.overlap} "
+                f"| {side} | {name} | {report.tiles} | {planned[planned.index('cells') - 1]}, {report.overlap} "
                 f"| {report.seconds:.0f} | {report.processor_seconds:.0f} "
                 f"| {report.processor_seconds / side**2 * 1e9:.0f} | {report.planned_bytes / 2**30:.2f} "
                 f"| {report.peak_bytes / 2**30:.2f} | {size / side**2:.2f} |",

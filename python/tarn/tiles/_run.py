@@ -31,6 +31,14 @@ HOLE_BYTES = 90
 USABLE = 0.8
 TILE = 4096
 
+#: Of workers on this machine: a plan fits their memory, so they need no rest; profiles of tasks that are one call say nothing.
+_WORKERS = {
+    "distributed.worker.memory.target": False,
+    "distributed.worker.memory.spill": False,
+    "distributed.worker.memory.pause": False,
+    "distributed.worker.profile.enabled": False,
+}
+
 
 class Report(NamedTuple):
     path: str  #: the VRT of the whole
@@ -221,10 +229,7 @@ def _cluster(client, workers: int | None, memory: int | None):
             with found:
                 yield found
             return
-        with tempfile.TemporaryDirectory(prefix="tarn-tiles-") as scratch, dask.config.set(
-            {"distributed.worker.memory.target": False, "distributed.worker.memory.spill": False,
-             "distributed.worker.memory.pause": False}
-        ), LocalCluster(
+        with tempfile.TemporaryDirectory(prefix="tarn-tiles-") as scratch, dask.config.set(_WORKERS), LocalCluster(
             n_workers=workers or os.cpu_count(),
             threads_per_worker=1,
             memory_limit=memory or "auto",
