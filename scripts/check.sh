@@ -26,7 +26,8 @@ if [[ ${1-} != --no-lint ]]; then
     echo "== lint"
     cmake --preset release >/dev/null
     # Every warning is an error here; .clang-tidy says which checks run.
-    run-clang-tidy-16 -p build -quiet -j "$(nproc)" "^$PWD/(src|hostsycl/src|tool)/" >build/lint.log 2>/dev/null || failed=1
+    lint=$(command -v run-clang-tidy-16 || command -v run-clang-tidy)
+    "$lint" -p build -quiet -j "$(nproc)" "^$PWD/(src|hostsycl/src|tool)/" >build/lint.log 2>/dev/null || failed=1
     grep --extended-regexp '(warning|error):' build/lint.log | sort --unique && failed=1
 fi
 

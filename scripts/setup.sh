@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building Tarn.oneAPI takes and this machine lacks. Does nothing if none is missing.
+# Installs the packages that building Tarn.oneAPI takes and this machine lacks. Does nothing if none is missing. The names are
+# those of Debian 12 and 13 and of Ubuntu 24.04.
 #   scripts/setup.sh             what it takes to build and test
+#   scripts/setup.sh --docs      and what scripts/docs.sh takes
 #   scripts/setup.sh --checks    and what scripts/check.sh and the build with clang take
 set -euo pipefail
 
@@ -8,7 +10,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     libtbb-dev libboost-context-dev                         # the bundled SYCL for CPUs
     libboost-dev                                            # the triangulation of point clouds
-    libassimp-dev libcli11-dev libgdal-dev libisal-dev libopenexr-dev   # the command-line tool
+    libassimp-dev libcli11-dev libgdal-dev libisal-dev libopenexr-dev libtoml11-dev   # the command-line tool
     libjs-three                                             # its pages that show terrain
     python3 python3-cffi python3-numpy                      # the Python package
     libgtest-dev libbenchmark-dev python3-pytest            # tests and benchmarks
@@ -17,7 +19,12 @@ packages=(
     python3-pip python3-venv python3-wheel                  # test of its installation
 )
 if [[ ${1-} == --checks ]]; then
-    packages+=(clang-16 clang-format clang-tidy-16)
+    # Releases after Debian 12 and Ubuntu 24.04 have later ones only.
+    version=$([[ -n "$(apt-cache search --names-only '^clang-tidy-16$')" ]] && echo -16 || true)
+    packages+=("clang$version" clang-format "clang-tidy$version")
+fi
+if [[ ${1-} == --docs ]]; then
+    packages+=(doxygen mkdocs linkchecker)
 fi
 
 is_installed() {

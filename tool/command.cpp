@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <type_traits>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <cpl_json.h>
@@ -21,6 +22,11 @@ namespace {
 std::vector<std::shared_ptr<CommandRecord>>& table() {
     static std::vector<std::shared_ptr<CommandRecord>> commands;
     return commands;
+}
+
+std::function<void()>& prepared_run() {
+    static std::function<void()> run;
+    return run;
 }
 
 std::string joined(const std::vector<std::string>& words, const std::string& separator) {
@@ -479,8 +485,14 @@ void Command::runs(const std::function<void(Outputs&)>& run) {
             if (option.name == "seed")
                 outputs->note_seed(option.parser->empty() ? option.defaults[0] : option.parser->results()[0]);
         outputs->check_names();
-        run(*outputs);
+        prepared_run() = [run, outputs] {
+            run(*outputs);
+        };
     });
+}
+
+std::function<void()> take_prepared_run() {
+    return std::exchange(prepared_run(), nullptr);
 }
 
 void clear_table() {

@@ -154,7 +154,7 @@ class Command {
     /// A line for the help, with files that the reader may have: land.tif for a grid, and so on.
     void example(const std::string& line, const std::string& text) { record_->examples.push_back({line, text}); }
 
-    /// What the command does. Before it starts, the names of its outputs are checked.
+    /// What the command does. Parsing checks the names of its outputs, and leaves the run to take_prepared_run.
     void runs(const std::function<void(Outputs&)>& run);
 
   private:
@@ -171,6 +171,9 @@ class Command {
 
 /// `tarn options [--json]`.
 void add_options_command(CLI::App& app);
+
+/// What the command that was parsed last does; empty if there is none to run.
+std::function<void()> take_prepared_run();
 
 /// Forgets all commands of the table.
 void clear_table();

@@ -1,6 +1,9 @@
 #include "host.hpp"
 
+#include <algorithm>
 #include <cassert>
+#include <chrono>
+#include <utility>
 
 #include "interrupt.hpp"
 #include "message.hpp"
@@ -24,6 +27,7 @@ struct Session {
     Host::Part part;
     std::vector<std::string> errors;
     bool has_host = false;
+    RunCost cost;
 };
 Session session;
 
@@ -46,6 +50,7 @@ constexpr HostCallbacks make_callbacks() {
         session.errors.emplace_back(text);
     };
     callbacks.acquire_memory = [](std::size_t bytes) {
+        session.cost.bytes = std::max(session.cost.bytes, bytes);
         print_detail("the run takes " + mebibytes(bytes));
     };
     callbacks.release_memory = [](std::size_t bytes) {
@@ -91,7 +96,9 @@ void Host::run(const std::string& label, const Computation& computation, Part pa
     session.label = label;
     session.part = part;
     draw_progress(label, 100 * part.begin);
+    const auto start = std::chrono::steady_clock::now();
     const std::uint32_t status = computation(queue_, &host_callbacks);
+    session.cost.seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     clear_progress();
 
     std::string errors = take_errors();
@@ -107,6 +114,10 @@ void Host::run(const std::string& label, const Computation& computation, Part pa
                         label + ": " + (errors.empty() ? "not enough memory on the device" : errors));
     throw ToolError(ExitCode::failed,
                     label + ": " + (errors.empty() ? format_text("failed with status %u", status) : errors));
+}
+
+RunCost take_run_cost() {
+    return std::exchange(session.cost, {});
 }
 
 std::vector<Device> list_devices() {

@@ -33,6 +33,13 @@ class Host {
     SyclQueue* queue_;
 };
 
+/// What the runs since the last call took: seconds, and the most memory that one of them told of, in bytes.
+struct RunCost {
+    double seconds = 0;
+    std::size_t bytes = 0;
+};
+RunCost take_run_cost();
+
 /// A device as the library lists it.
 struct Device {
     std::string identity; ///< what CreateSyclQueue and --device take

@@ -17,7 +17,9 @@ int main(int argc, char** argv) {
     ExitCode code = ExitCode::failed;
     try {
         set_command_line(argc, argv);
-        run_arguments(*make_parser(), {argv + 1, argv + argc});
+        const auto parser = make_parser();
+        if (const auto run = prepare_arguments(*parser, {argv + 1, argv + argc}))
+            run();
         return static_cast<int>(ExitCode::ok);
     } catch (const ToolError& error) {
         print_error(error.what());

@@ -12,6 +12,10 @@ namespace {
 
 Verbosity current_verbosity = Verbosity::normal;
 std::string drawn_progress;
+struct {
+    std::string prefix;
+    double begin = 0, end = 100;
+} progress_part;
 
 /// Texts that come from elsewhere may hold line breaks; a message is one line.
 void print_line(const char* kind, std::string line) {
@@ -56,7 +60,8 @@ void draw_progress(const std::string& label, double percent) {
     static const bool is_terminal = isatty(STDERR_FILENO) == 1;
     if (!is_terminal || current_verbosity == Verbosity::quiet)
         return;
-    std::string text = label;
+    std::string text = progress_part.prefix + label;
+    percent = progress_part.begin + percent * (progress_part.end - progress_part.begin) / 100;
     // Some computations only report their start: a bar that stays empty would say less than none.
     if (percent > 0) {
         constexpr int bar_width = 40;
@@ -80,4 +85,8 @@ void clear_progress() {
         return;
     std::fputs("\r\033[K", stderr);
     drawn_progress.clear();
+}
+
+void set_progress_part(const std::string& prefix, double begin, double end) {
+    progress_part = {prefix, begin, end};
 }

@@ -43,3 +43,6 @@ void print_error(const std::string& line);
 /// through this header clears it first.
 void draw_progress(const std::string& label, double percent);
 void clear_progress();
+
+/// Bars that follow are the part of one bar from `begin` to `end` percent, with `prefix` before their labels.
+void set_progress_part(const std::string& prefix, double begin, double end);

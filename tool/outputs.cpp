@@ -15,6 +15,7 @@
 #include "grid_file.hpp"
 #include "interrupt.hpp"
 #include "message.hpp"
+#include "named_grids.hpp"
 #include "picture.hpp"
 #include "staged_file.hpp"
 
@@ -130,12 +131,13 @@ std::vector<const std::string*> Outputs::paths() const {
 void Outputs::check_names() const {
     std::vector<std::string> grid_paths;
     for (const GridOutput* const grid : grids_)
-        if (!grid->path.empty())
+        if (!grid->path.empty() && !is_grid_name(grid->path))
             grid_paths.push_back(grid->path);
     check_grid_names(grid_paths, creation_options);
     const std::vector<const std::string*> all = paths();
     for (const std::string* const path : all)
-        check_place(*path);
+        if (!is_grid_name(*path))
+            check_place(*path);
     for (std::size_t i = 0; i < all.size(); ++i)
         for (std::size_t j = 0; j < i; ++j)
             if (is_same_file(*all[i], *all[j]))
@@ -145,7 +147,7 @@ void Outputs::check_names() const {
 void Outputs::check_grids(const Grid& like) const {
     std::map<unsigned long, std::uint64_t> needs; // by file system
     for (const GridOutput* const output : grids_) {
-        if (output->path.empty())
+        if (output->path.empty() || is_grid_name(output->path))
             continue;
         check_grid_fits(output->path, like);
         struct statvfs disk = {};
@@ -165,6 +167,10 @@ void Outputs::add(const GridOutput& output, Grid grid) {
         return;
     if (output.unit != unit_of_heights)
         grid.unit = output.unit;
+    if (is_grid_name(output.path)) {
+        keep_grid(output.path, std::move(grid));
+        return;
+    }
     GridRecord record{
         output.contents, {{"TARN_COMMAND", command_line()}, {"TARN_VERSION", TARN_VERSION}}, creation_options};
     if (!seed_.empty())

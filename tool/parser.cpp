@@ -51,12 +51,14 @@ std::shared_ptr<CLI::App> make_parser() {
     add_bake_command(app);
     add_preview_command(app);
     add_view_command(app);
+    add_pipeline_command(app);
+    add_bench_command(app);
     add_options_command(app);
     add_help_command(app);
     return parser;
 }
 
-void run_arguments(CLI::App& parser, const std::vector<std::string>& arguments) {
+std::function<void()> prepare_arguments(CLI::App& parser, const std::vector<std::string>& arguments) {
     const auto command = std::find_if(arguments.begin(), arguments.end(), is_name);
     if (command != arguments.end())
         check_command(*command);
@@ -66,7 +68,7 @@ void run_arguments(CLI::App& parser, const std::vector<std::string>& arguments) 
         if (name != arguments.end())
             check_command(*name);
         std::fputs(name == arguments.end() ? help_text().c_str() : help_text(*find_command(*name)).c_str(), stdout);
-        return;
+        return nullptr;
     }
     if (command != arguments.end())
         check_options(*command, {command + 1, arguments.end()});
@@ -82,4 +84,5 @@ void run_arguments(CLI::App& parser, const std::vector<std::string>& arguments) 
         const std::string name = command == arguments.end() ? "" : " " + *command;
         throw ToolError(ExitCode::usage, format_text("%s (see `tarn help%s`)", error.what(), name.c_str()));
     }
+    return take_prepared_run();
 }

@@ -8,6 +8,7 @@
 #include "gdal.hpp"
 #include "grid_file.hpp"
 #include "message.hpp"
+#include "named_grids.hpp"
 
 namespace {
 
@@ -94,6 +95,11 @@ void replace_missing(const std::string& path, Grid& grid, Holes holes) {
 } // namespace
 
 Grid read_grid(const std::string& path, Holes holes) {
+    if (is_grid_name(path)) {
+        Grid grid = kept_grid(path);
+        replace_missing(path, grid, holes);
+        return grid;
+    }
     Grid grid = is_exr_name(path) ? read_exr_or_refuse(path) : read_with_gdal(path);
     grid.was_south_up = grid.geotransform && runs_northwards(path, *grid.geotransform, grid.width, grid.height);
     if (grid.was_south_up)
