@@ -13,7 +13,9 @@
 #include <gtest/gtest.h>
 #include <sycl/sycl.hpp>
 #include <tarn/oneapi.h>
+#if !defined(HOSTSYCL_NO_THREADS)
 #include <tbb/global_control.h>
+#endif
 
 namespace tarn_test {
 
@@ -90,10 +92,15 @@ inline constexpr auto failed = static_cast<std::uint32_t>(status_failed);
 /// Limits the kernels to so many threads while it lives.
 class Threads {
   public:
+#if defined(HOSTSYCL_NO_THREADS)
+    explicit Threads(std::size_t) {}
+    ~Threads() {}
+#else
     explicit Threads(std::size_t count) : limit_(tbb::global_control::max_allowed_parallelism, count) {}
 
   private:
     tbb::global_control limit_;
+#endif
 };
 
 inline sycl::queue cpu_queue() {

@@ -62,6 +62,9 @@ TEST(LaunchTest, FewHeavyItemsUseAllThreads) {
     const tbb::global_control two(tbb::global_control::max_allowed_parallelism, 2);
     if (std::thread::hardware_concurrency() < 2)
         GTEST_SKIP() << "one core only";
+#if defined(HOSTSYCL_NO_THREADS)
+    GTEST_SKIP() << "built without threads";
+#endif
     EXPECT_EQ(threads_of_heavy_launch(32), 2u);
     EXPECT_EQ(threads_of_heavy_launch(1), 1u);
 }

@@ -55,6 +55,13 @@ inline bool is_level_zero(sycl::backend backend) {
 #endif
 }
 
+/// Whether this build may start threads of its own beside those of the devices.
+#if defined(HOSTSYCL_NO_THREADS)
+inline constexpr bool has_threads = false;
+#else
+inline constexpr bool has_threads = true;
+#endif
+
 /// A GPU with memory of its own.
 inline bool is_discrete_gpu(const sycl::device& device) {
     return device.get_info<sycl::info::device::device_type>() == sycl::info::device_type::gpu &&

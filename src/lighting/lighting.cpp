@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "device/backend.hpp"
 #include "grid/access.hpp"
 #include "grid/launch_cells.hpp"
 #include "grid/resampling.hpp"
@@ -41,6 +42,8 @@ Parameters resized(const Parameters& parameters, const sycl::range<2>& extent) {
 /// Starts a task beside this thread. Where no thread can be had, it runs when its result is asked for.
 template <class Task>
 std::future<void> start(Task task) {
+    if (!has_threads)
+        return std::async(std::launch::deferred, task);
     try {
         return std::async(std::launch::async, task);
     } catch (const std::system_error&) {
