@@ -1052,6 +1052,7 @@ TARN_API uint32_t Cellular3D_Render(SyclQueue* queue, float* height, const float
 #define TARN_SIZE(record, bytes) TARN_LAYOUT_CHECK(sizeof(record) == (bytes))
 #define TARN_FIELD(record, field, offset) TARN_LAYOUT_CHECK(offsetof(record, field) == (offset))
 
+#if UINTPTR_MAX > 0xFFFFFFFF
 TARN_SIZE(HostCallbacks, 64);
 TARN_FIELD(HostCallbacks, progress, 0);
 TARN_FIELD(HostCallbacks, is_cancelled, 8);
@@ -1061,6 +1062,7 @@ TARN_FIELD(HostCallbacks, log_error, 32);
 TARN_FIELD(HostCallbacks, acquire_memory, 40);
 TARN_FIELD(HostCallbacks, release_memory, 48);
 TARN_FIELD(HostCallbacks, reserved_2, 56);
+#endif
 
 TARN_SIZE(TarnInt2, 8);
 TARN_FIELD(TarnInt2, x, 0);
@@ -1082,6 +1084,7 @@ TARN_FIELD(TarnUint3, y, 4);
 TARN_FIELD(TarnUint3, z, 8);
 TARN_FIELD(TarnUint3, padding, 12);
 
+#if UINTPTR_MAX > 0xFFFFFFFF
 TARN_SIZE(DeviceInfo, 56);
 TARN_FIELD(DeviceInfo, reserved_text, 0);
 TARN_FIELD(DeviceInfo, kind, 8);
@@ -1091,6 +1094,7 @@ TARN_FIELD(DeviceInfo, name, 32);
 TARN_FIELD(DeviceInfo, vendor_id, 40);
 TARN_FIELD(DeviceInfo, reserved_flag, 48);
 TARN_FIELD(DeviceInfo, needs_driver_update, 49);
+#endif
 
 TARN_SIZE(thermal_shaper_Parameters, 32);
 TARN_FIELD(thermal_shaper_Parameters, width, 0);
@@ -1234,12 +1238,14 @@ TARN_FIELD(mesh_rasterizer_Parameters, horizontal_displacement, 52);
 TARN_FIELD(mesh_rasterizer_Parameters, rest_on_floor, 53);
 TARN_FIELD(mesh_rasterizer_Parameters, supersample, 54);
 
+#if UINTPTR_MAX > 0xFFFFFFFF
 TARN_SIZE(mesh_rasterizer_MeshView, 40);
 TARN_FIELD(mesh_rasterizer_MeshView, vertices, 0);
 TARN_FIELD(mesh_rasterizer_MeshView, vertex_count, 8);
 TARN_FIELD(mesh_rasterizer_MeshView, triangles, 16);
 TARN_FIELD(mesh_rasterizer_MeshView, triangle_count, 24);
 TARN_FIELD(mesh_rasterizer_MeshView, normals, 32);
+#endif
 
 TARN_SIZE(stamp_instancer_Instance, 16);
 TARN_FIELD(stamp_instancer_Instance, position, 0);
