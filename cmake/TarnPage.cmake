@@ -1,5 +1,4 @@
-# tarn_page(OUTPUT TEMPLATE folder...): a page that needs no other file: each line `@include NAME@` of the template
-# becomes the file NAME of the first folder that has it. Runs itself as a script when the page is built.
+# tarn_page(OUTPUT TEMPLATE folder...): a page that needs no other file: each `@include NAME@` of the template becomes the file NAME of the first folder that has it. Runs itself as a script when the page is built.
 if(CMAKE_SCRIPT_MODE_FILE)
   function(read_whole path result)
     file(READ "${path}" text)

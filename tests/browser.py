@@ -49,7 +49,7 @@ class Browser:
         path = pathlib.Path(address)
         self.driver.get(path.resolve().as_uri() if path.exists() else address)
 
-    def wait(self, condition, seconds=60):
+    def wait(self, condition, seconds=180):
         end = time.monotonic() + seconds
         while not self.run(f"return {condition}"):
             assert time.monotonic() < end, f"{condition} did not come true: {self.errors()}"

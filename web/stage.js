@@ -12,6 +12,7 @@ class Stage {
     this.canvas = by_id("canvas");
     this.terrain = new Terrain(this.canvas);
     this.layers = [];
+    this.wants_before = true;
     this.connect();
   }
 
@@ -31,7 +32,7 @@ class Stage {
     by_id("compare_label").hidden = !sides.before;
     this.terrain.set_grid(grid, sides);
     this.list_layers();
-    this.compare(sides.before && by_id("compare").checked);
+    this.compare(this.wants_before);
     this.repaint();
     this.set_wireframe(by_id("wireframe").checked);
   }
@@ -116,8 +117,10 @@ class Stage {
     this.terrain.draw();
   }
 
-  compare(on) {
-    by_id("compare").checked = Boolean(on);
+  compare(is_wanted) {
+    this.wants_before = is_wanted;
+    const on = is_wanted && Boolean(this.sides.before);
+    by_id("compare").checked = on;
     by_id("divider").hidden = !on;
     this.set_divider(on ? this.terrain.divider || 0.5 : 0);
   }
