@@ -1,4 +1,5 @@
-# tarn_page(OUTPUT TEMPLATE folder...): a page that needs no other file: each `@include NAME@` of the template becomes the file NAME of the first folder that has it. Runs itself as a script when the page is built.
+# tarn_page(OUTPUT TEMPLATE FOLDERS folder... [DEPENDS input...]): a page that needs no other file. Each `@include NAME@`
+# of the template becomes the file NAME of the first folder that has it. Runs itself as a script when the page is built.
 if(CMAKE_SCRIPT_MODE_FILE)
   function(read_whole path result)
     file(READ "${path}" text)
@@ -19,15 +20,16 @@ endif()
 
 set(tarn_page_script "${CMAKE_CURRENT_LIST_FILE}")
 function(tarn_page output template)
-  set(folders ${ARGN})
-  set(inputs "")
-  foreach(folder IN LISTS folders)
+  cmake_parse_arguments(PARSE_ARGV 2 page "" "" "FOLDERS;DEPENDS")
+  set(inputs ${page_DEPENDS})
+  foreach(folder IN LISTS page_FOLDERS)
     file(GLOB files CONFIGURE_DEPENDS "${folder}/*.js" "${folder}/*.css" "${folder}/*.html")
+    list(REMOVE_ITEM files "${output}")
     list(APPEND inputs ${files})
   endforeach()
   add_custom_command(
     OUTPUT "${output}"
-    COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${output}" "-DTEMPLATE=${template}" "-DFOLDERS=${folders}" -P "${tarn_page_script}"
+    COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${output}" "-DTEMPLATE=${template}" "-DFOLDERS=${page_FOLDERS}" -P "${tarn_page_script}"
     DEPENDS "${template}" ${inputs} "${tarn_page_script}"
     VERBATIM)
 endfunction()
