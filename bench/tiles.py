@@ -73,7 +73,7 @@ CASES = {
     "weather, wide features": ("weather", {"feature_size": 128 * CELL}, "heights"),
     "shade: diffuse light": ("shade", {"no_shadows": True, "no_occlusion": True}, "diffuse"),
     "shade: sun in the north-west": ("shade", {"no_occlusion": True, "elevation": 12.0}, "shadow"),
-    "shade: sun at 300 degrees": ("shade", {"no_occlusion": True, "azimuth": 300.0, "elevation": 12.0}, "shadow"),
+    "shade: sun at 300 degrees": ("shade", {"no_occlusion": True, "azimuth": 300.0, "elevation": 20.0}, "shadow"),
     "shade: sky": ("shade", {}, "ao"),
     "stamp": ("stamp", {**STAMPS, "count": 3000}, "heights"),
     "sunlight": ("sunlight", {"latitude": 36.6}, "result"),
