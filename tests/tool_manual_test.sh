@@ -11,6 +11,7 @@ asc 5 5 1 '(x % 4) * (y % 4) * 10' >hill.asc
 for copy in land.tif sand.tif shaped.tif eroded.tif eroded.exr; do "$tarn" -q median "$terrain" $copy --iterations 0; done
 "$tarn" -q preview land.tif picture.png --flat
 echo '20 20' >places.txt
+printf '%s\n' '[[step]]' 'command = "median"' 'in = "land.tif"' 'out = "@rounder"' >steps.toml
 printf '%s\n' '0,0,1' '100,0,2' '0,100,3' '100,100,9' >points.csv
 printf '%s\n' 'v 0 0 0' 'v 1 0 1' 'v 0 1 2' 'v 1 1 0' 'f 1 2 3' 'f 2 4 3' >model.obj
 "$tarn" options --json | grep '"line":' | sed -E 's/.*"line":"(.*)",?$/\1/' >examples

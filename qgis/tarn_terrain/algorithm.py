@@ -325,7 +325,8 @@ class _Run:
                 continue
             if kind == "grid":
                 layer = self._layer(parameter)
-                values[argument] = None if layer is None else read_grid(layer, place)
+                like = None if name == "stamps" else place  # a patch keeps its cells, wherever it lies
+                values[argument] = None if layer is None else read_grid(layer, like)
             elif kind == "picture":
                 layer = self._layer(parameter)
                 values[argument] = None if layer is None else read_picture(layer, place)
