@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
 # Times whole commands of `tarn` beside those of GDAL and SAGA, files included, and prints a table: processor time and peak
 # memory of both, medians of runs in turn. Installs the peers from Debian.
-#   bench/peers.sh [--runs N] [--sizes "1024 2048 4096"] [TARN]
+#   bench/peers.sh [--runs N] [--sizes "1024 2048 4096"] [--jobs "hillshade|points"] [TARN]
+# Jobs are chosen by a regular expression for what the table calls them.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 runs=5
 sizes="1024 2048 4096"
+wanted=.
 while [[ ${1-} == --* ]]; do
     case $1 in
         --runs) runs=$2 ;;
         --sizes) sizes=$2 ;;
-        *) sed -n '2,4s/^# *//p' "$0" >&2 && exit 64 ;;
+        --jobs) wanted=$2 ;;
+        *) sed -n '2,5s/^# *//p' "$0" >&2 && exit 64 ;;
     esac
     shift 2
 done
@@ -53,13 +56,14 @@ for file in *.bil; do
     gdal_translate -q -a_srs EPSG:32616 "$file" "${file%.bil}.tif"
 done
 
-/usr/bin/python3 - "$tarn" "$runs" $sizes <<'END'
+/usr/bin/python3 - "$tarn" "$runs" "$wanted" $sizes <<'END'
 import os
+import re
 import statistics
 import subprocess
 import sys
 
-tarn, runs, *sizes = sys.argv[1], int(sys.argv[2]), *sys.argv[3:]
+tarn, runs, wanted, *sizes = sys.argv[1], int(sys.argv[2]), *sys.argv[3:]
 light = "--albedo 0.5 --sun-colour 1 1 1 --ambient-colour 1 1 1"
 jobs = []  # what, size, ours, theirs (several are one job)
 for n in sizes:
@@ -100,6 +104,8 @@ def run(commands):
 print("| Job | Cells or points | `tarn`, s | Peer, s | Peer / `tarn` | `tarn`, MiB | Peer, MiB | Peer |")
 print("|---|---|---|---|---|---|---|---|")
 for what, size, ours, theirs in jobs:
+    if not re.search(wanted, what):
+        continue
     pairs = [(run([f"{tarn} -q {ours}"]), run(theirs)) for _ in range(runs + 1)][1:]  # the first warms up
     mine, peer = ([statistics.median(pair[side][figure] for pair in pairs) for figure in (0, 1)] for side in (0, 1))
     ratio = statistics.median(b[0] / a[0] for a, b in pairs)

@@ -5,6 +5,8 @@
 #include <exception>
 #include <new>
 
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
 
 #include "message.hpp"
@@ -14,6 +16,9 @@
 int main(int argc, char** argv) {
     // A file that grows too large is an error to report, not a reason to die.
     std::signal(SIGXFSZ, SIG_IGN);
+    // Grids come and go. What one leaves stays for the next, for which the system would have to clear pages.
+    mallopt(M_MMAP_THRESHOLD, 1 << 25);
+    mallopt(M_TRIM_THRESHOLD, 1 << 28);
     ExitCode code = ExitCode::failed;
     try {
         set_command_line(argc, argv);

@@ -1,11 +1,14 @@
 #include "commands.hpp"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <tarn/oneapi.h>
@@ -40,6 +43,10 @@ struct PointsCommand {
     void run(Outputs& outputs);
 };
 
+bool is_separator(char c) {
+    return std::string_view(" ,;\t\r\v\f").find(c) != std::string_view::npos;
+}
+
 /// x, y and z in the lines of a text file, with commas, semicolons or blanks between them. Lines that do not begin with
 /// three numbers are passed over, such as a heading.
 std::vector<Sample> read_text(const std::string& path) {
@@ -48,12 +55,19 @@ std::vector<Sample> read_text(const std::string& path) {
         throw ToolError(ExitCode::unreadable_input, "cannot read '" + path + "'");
     std::vector<Sample> samples;
     for (std::string line; std::getline(file, line);) {
-        std::replace_if(
-            line.begin(), line.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
-        std::istringstream numbers(line);
-        Sample sample{};
-        if (numbers >> sample.x >> sample.y >> sample.z)
-            samples.push_back(sample);
+        const char* rest = line.data();
+        const char* const end = rest + line.size();
+        std::array<double, 3> numbers{};
+        const auto is_read = [&](double& number) {
+            rest = std::find_if_not(rest, end, is_separator);
+            if (end - rest > 1 && rest[0] == '+' && rest[1] != '-')
+                ++rest;
+            const auto [after, error] = std::from_chars(rest, end, number);
+            rest = after;
+            return error == std::errc();
+        };
+        if (std::all_of(numbers.begin(), numbers.end(), is_read))
+            samples.push_back({numbers[0], numbers[1], numbers[2]});
     }
     return samples;
 }
