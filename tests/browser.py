@@ -35,6 +35,8 @@ class Browser:
             options.add_argument(argument)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         self.driver = webdriver.Chrome(options=options)
+        for set_timeout in [self.driver.set_script_timeout, self.driver.set_page_load_timeout]:
+            set_timeout(180)  # drawing without a GPU, on a busy machine
 
     def __enter__(self):
         return self

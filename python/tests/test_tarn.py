@@ -345,7 +345,9 @@ def test_ten_thousand_calls_leak_nothing():
         if n % 10 == 0:
             with pytest.raises(tarn.Error):
                 tarn.weather(grid, duration=float("nan"))
-            threading.Thread(target=tarn.median, args=(grid,)).start()  # with a queue of its own
+            thread = threading.Thread(target=tarn.median, args=(grid,))  # with a queue of its own
+            thread.start()
+            thread.join()
     assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before < 2000  # KiB: less than a word a call
 
 
