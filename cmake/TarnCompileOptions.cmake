@@ -15,7 +15,7 @@ if(EMSCRIPTEN)
   # Debian's is older than the compilers that the code is kept free of warnings with, and has 32 bits.
   add_compile_options(-msimd128 -fexceptions -include "${PROJECT_SOURCE_DIR}/web/older_library.hpp")
   add_link_options(-fexceptions)
-else()
+elseif(TARN_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
 add_compile_options($<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<BOOL:${EMSCRIPTEN}>>>:-Wconversion> $<$<COMPILE_LANGUAGE:CXX>:-Wshadow>)
