@@ -20,7 +20,8 @@ packages=(
 )
 if [[ ${1-} == --checks ]]; then
     # Releases after Debian 12 and Ubuntu 24.04 have later ones only.
-    version=$([[ -n "$(apt-cache search --names-only '^clang-tidy-16$')" ]] && echo -16 || true)
+    version=
+    grep --quiet --extended-regexp '^VERSION_CODENAME=(bookworm|noble)$' /etc/os-release && version=-16
     packages+=("clang$version" clang-format "clang-tidy$version")
 fi
 if [[ ${1-} == --docs ]]; then
