@@ -24,7 +24,8 @@ run() {
 
 # The page: `story TITLE FUNCTION` begins a section, with its text from standard input; `step COMMAND ARGUMENT...` runs the
 # step that the section tells of; `show PICTURE CAPTION [PICTURE CAPTION]...` shows pictures of the folder; `view NAME GRID
-# ARGUMENT...` ends the section with the step and a link to "$out/NAME.html", which it makes of a grid.
+# ARGUMENT...` ends the section with the step and a link to "$out/NAME.html", which it makes of a grid; `end NAME` does so
+# with a page that is there.
 page=$out/index.html
 sections=$out/sections.html
 contents=$out/contents.html
@@ -55,7 +56,10 @@ view() {
     local name=$1
     shift
     run view "$1" "$out/$name.html" --title "Tarn.oneAPI: $name" "${@:2}"
-    echo "$told<a href=\"$name.html\">See it in three dimensions</a></div></section>" >>"$sections"
+    end "$name"
+}
+end() {
+    echo "$told<a href=\"$1.html\">See it in three dimensions</a></div></section>" >>"$sections"
 }
 
 echo
@@ -269,6 +273,16 @@ run shade "$out/cells.tif" "$out/cells.png" "${light[@]}"
 run preview "$out/cell_numbers.tif" "$out/cell_numbers.png" --flat --palette sunlight
 show before.png Before cells.png After cell_numbers.png 'A random number for each cell'
 view cells "$out/cells.tif" --exaggeration 3 --bare --before "$terrain" --layer "Number of the cell=$out/cell_numbers.tif"
+
+story 'Several steps in one go' pipeline <<'END'
+Rain, then frost: a file lists the commands, and grids go from one to the next in memory.
+END
+steps=$out/rain_and_frost.toml
+sed "s|out/|$out/|" examples/rain_and_frost.toml >"$steps"
+step pipeline "$steps"
+show before.png Before rain_and_frost.png 'After rain and frost'
+echo "<details><summary>The file</summary><pre>$(as_html <"$steps")</pre></details>" >>"$sections"
+end rain_and_frost
 
 cp docs/images/hero.jpg "$out/hero.jpg"
 cat >"$page" <<END

@@ -35,6 +35,7 @@ END
 awk 'NR > 8 && NR < 20 { $50 = $51 = -32768 } /NODATA/ { next } { print } NR == 5 { print "NODATA_value -32768" }' land.asc >holes.asc
 "$tarn" -q median holes.asc land.tif --iterations 0
 expect 0 "step 4 of 4, median" pipeline steps.toml
+expect 0 "tarn median @eroded median.tif  # step 4 of steps.toml" info median.tif
 mkdir single
 "$tarn" -q erode land.tif single/eroded.tif --iterations 2 --erosion-strength 0.7 --flow-out single/flow.tif
 "$tarn" -q weather single/eroded.tif single/eroded.tif --erosion-mask single/flow.tif --depth-out single/depth.tif
@@ -60,6 +61,11 @@ refused 64 "step 2 of 4: there is no command 'wether'; did you mean \`tarn weath
 refused 64 "'command' is missing" '/"median"/d'
 refused 64 "not a finite number" 's/0.7/"strong"/'
 refused 66 "cannot read 'wrong.toml'" 's/= 2/= = 2/'
+refused 66 "step 2 of 4, weather: cannot read 'flow.tif': there is no such file" 's/mask = "@flow"/mask = "flow.tif"/'
+refused 64 "no option '--no-shadow'; did you mean --no-shadows?" 's/no_shadows = true/no_shadow = false/'
+refused 64 "'quiet' is no option of a step" '/"shade"/iquiet = true'
+refused 64 "only grids stay in memory" 's/"picture.png"/"@picture.png"/'
+refused 66 "'stop' is not known" '$a[[stop]]'
 refused 73 "there is no folder 'nowhere'" 's/median.tif/nowhere\/median.tif/'
 expect 66 "cannot read 'none.toml'" pipeline none.toml
 

@@ -90,6 +90,14 @@ RunCost cost_of(const std::vector<std::string>& arguments) {
     return take_run_cost();
 }
 
+/// As its maker calls it.
+std::string name_of(const std::string& device) {
+    for (const Device& listed : list_devices())
+        if (listed.identity == device || (device == "cpu" && listed.identity.starts_with("cpu/")))
+            return listed.name;
+    return device;
+}
+
 void run_bench(int side, const std::string& device, bool as_json) {
     allow_grid_names();
     const Folder folder;
@@ -122,7 +130,7 @@ void run_bench(int side, const std::string& device, bool as_json) {
     CPLJSONArray results;
     if (!as_json)
         std::printf("%d x %d cells, on %s; the time of the library alone\n\n%-9s %-52s %9s %16s %11s\n", side, side,
-                    device.c_str(), "command", "functions", "seconds", "s/million cells", "memory");
+                    name_of(device).c_str(), "command", "functions", "seconds", "s/million cells", "memory");
     for (std::vector<std::string> arguments : runs) {
         arguments.insert(arguments.end(), {"--device", device});
         const RunCost cost = cost_of(arguments);
@@ -147,7 +155,7 @@ void run_bench(int side, const std::string& device, bool as_json) {
     if (as_json) {
         CPLJSONObject root;
         root.Add("side", side);
-        root.Add("device", device);
+        root.Add("device", name_of(device));
         root.Add("results", results);
         std::printf("%s\n", root.Format(CPLJSONObject::PrettyFormat::Pretty).c_str());
     }

@@ -11,6 +11,7 @@
 #include "gdal.hpp"
 #include "grid_file.hpp"
 #include "message.hpp"
+#include "named_grids.hpp"
 
 namespace {
 
@@ -21,6 +22,10 @@ void print_item(const char* name, const std::string& text) {
 
 /// What only the file knows, not the grid that is read from it.
 void print_file(const std::string& path) {
+    if (is_grid_name(path)) {
+        print_item("format", "in memory");
+        return;
+    }
     if (is_exr_name(path)) {
         print_item("format", "OpenEXR");
         return;

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <exception>
 #include <new>
+#include <string>
+#include <vector>
 
 #include <malloc.h>
 
@@ -21,9 +23,10 @@ int main(int argc, char** argv) {
     mallopt(M_TRIM_THRESHOLD, 1 << 28);
     ExitCode code = ExitCode::failed;
     try {
-        set_command_line(argc, argv);
+        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        set_command_line(arguments);
         const auto parser = make_parser();
-        if (const auto run = prepare_arguments(*parser, {argv + 1, argv + argc}))
+        if (const auto run = prepare_arguments(*parser, arguments))
             run();
         return static_cast<int>(ExitCode::ok);
     } catch (const ToolError& error) {

@@ -35,3 +35,7 @@ const Grid& kept_grid(const std::string& name) {
         throw ToolError(ExitCode::usage, "no step has made a grid '" + name + "'");
     return grid->second;
 }
+
+void forget_grid(const std::string& name) {
+    grids().erase(name);
+}

@@ -12,3 +12,4 @@ bool is_grid_name(const std::string& path);
 void keep_grid(const std::string& name, Grid grid);
 /// Throws ToolError (usage) if there is none.
 const Grid& kept_grid(const std::string& name);
+void forget_grid(const std::string& name);

@@ -111,10 +111,12 @@ void remove_stale_companions(const std::string& path, const std::deque<StagedFil
 
 } // namespace
 
-void set_command_line(int argc, char** argv) {
+void set_command_line(const std::vector<std::string>& arguments, const std::string& place) {
     command_line() = "tarn";
-    for (int i = 1; i < argc; ++i)
-        command_line().append(" ").append(quoted(argv[i]));
+    for (const std::string& argument : arguments)
+        command_line().append(" ").append(quoted(argument));
+    if (!place.empty())
+        command_line().append("  # ").append(place);
 }
 
 std::vector<const std::string*> Outputs::paths() const {

@@ -18,8 +18,9 @@ struct GridOutput {
     std::string path = {}; ///< empty if it is not asked for
 };
 
-/// Keeps the arguments for the records of the files that are written.
-void set_command_line(int argc, char** argv);
+/// Keeps the words after `tarn`, and where they stand if not on a command line, for the records of the files that are
+/// written.
+void set_command_line(const std::vector<std::string>& arguments, const std::string& place = "");
 
 /// The files that a command leaves. All that speaks against them is found before the command starts to work. They are
 /// made in memory and written under other names into the same folders; when all of them are on the disk they take their
