@@ -158,16 +158,7 @@ model=(--cell-size 1 --height-unit 0.06)
 run debris "$terrain" "$out/ridge.tif" --window 290 60 80 64 --resolution 320 --count 0
 run shade "$out/ridge.tif" "$out/ridge.png" "${model[@]}" --exaggeration 1.5 --azimuth 300 --elevation 35 --albedo 0.3
 step dunes "$out/ridge.tif" "$out/dunes.tif" "${model[@]}" --sand 1.2 --duration 0.08 --sand-out "$out/sand.asc"
-# Rock where there is no sand, and sand from a depth of 6 units on.
-awk -v folder="$out" 'NF <= 2 { for (c in colour) print >folder "/sand_" c ".asc"; next }
-    BEGIN { colour["red"]; colour["green"]; colour["blue"]
-            rock["red"] = 0.27; rock["green"] = 0.22; rock["blue"] = 0.18
-            sand["red"] = 0.64; sand["green"] = 0.48; sand["blue"] = 0.31 }
-    { for (c in colour) {
-          row = ""
-          for (i = 1; i <= NF; ++i) row = row " " rock[c] + (sand[c] - rock[c]) * ($i > 6 ? 1 : $i / 6)
-          print row >folder "/sand_" c ".asc"
-      } }' "$out/sand.asc"
+awk -v folder="$out" -f scripts/sand_colours.awk "$out/sand.asc"
 run shade "$out/dunes.tif" "$out/dunes.png" "${model[@]}" --exaggeration 1.5 --azimuth 300 --elevation 35 \
     --albedo-red "$out/sand_red.asc" --albedo-green "$out/sand_green.asc" --albedo-blue "$out/sand_blue.asc"
 show ridge.png 'The ground' dunes.png 'After the wind'
@@ -176,28 +167,7 @@ view dunes "$out/dunes.tif" "${model[@]}" --exaggeration 1.5 --bare --before "$o
 story 'A model from above' MeshRasterizer_RenderMesh <<'END'
 A triangle mesh becomes a height grid: each cell gets the highest surface over it.
 END
-awk 'BEGIN {
-    around = 600; across = 48; turn = 6.283185307
-    for (i = 0; i < around; ++i) {
-        t = turn * i / around
-        x = sin(t) + 2 * sin(2 * t); y = cos(t) - 2 * cos(2 * t); z = -sin(3 * t)
-        # The direction along the knot, and two across it.
-        ax = cos(t) + 4 * cos(2 * t); ay = -sin(t) + 4 * sin(2 * t); az = -3 * cos(3 * t)
-        a = sqrt(ax * ax + ay * ay + az * az); ax /= a; ay /= a; az /= a
-        bx = ay; by = -ax; b = sqrt(bx * bx + by * by); bx /= b; by /= b
-        cx = -az * by; cy = az * bx; cz = ax * by - ay * bx
-        for (j = 0; j < across; ++j) {
-            c = 0.6 * cos(turn * j / across); s = 0.6 * sin(turn * j / across)
-            printf "v %.5f %.5f %.5f\n", x + c * bx + s * cx, y + c * by + s * cy, z + s * cz
-        }
-    }
-    for (i = 0; i < around; ++i)
-        for (j = 0; j < across; ++j) {
-            p = i * across + j + 1; q = i * across + (j + 1) % across + 1
-            r = (i + 1) % around * across + (j + 1) % across + 1; o = (i + 1) % around * across + j + 1
-            printf "f %d %d %d\nf %d %d %d\n", p, q, o, q, r, o
-        }
-}' >"$out/knot.obj"
+awk -f scripts/knot.awk >"$out/knot.obj"
 knot=(--size 900x640 --rotate-x 50 --rotate-z 30 --scale 0.76 --offset-y 0.02 --supersample)
 sculpture=(--cell-size 1 --exaggeration 900 --elevation 60 --no-shadows --ambient-intensity 0.4)
 step mesh "$out/knot.obj" "$out/knot.tif" "${knot[@]}"
