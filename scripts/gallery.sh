@@ -111,15 +111,18 @@ END
 step erode "$terrain" "$out/mountains.tif" --columns 1024 --feature-size 1500 --iterations 15 --erosion-strength 0.9 \
     --plain-deposition 0 --shaping-sharpness 0.7 --fill-angle 2 --flow-out "$out/mountains_flow.tif"
 run shade "$out/mountains.tif" "$out/mountains.png" "${light[@]}"
-run erode "$terrain" "$out/terraces.tif" --columns 512 --feature-size 3000 --iterations 100 --erosion-strength 0.9 \
-    --constant-capacity 0 --plain-deposition 0 --terrace-deposition 4 --terrace-angle 12 --shaping-strength 0.1 \
+run erode "$terrain" "$out/uneroded.tif" --columns 1024 --iterations 0
+run shade "$out/uneroded.tif" "$out/uneroded.png" "${light[@]}"
+run erode "$terrain" "$out/terraces.tif" --columns 640 --feature-size 2500 --iterations 150 --erosion-strength 0.9 \
+    --constant-capacity 0 --plain-deposition 0 --terrace-deposition 10 --terrace-angle 12 --shaping-strength 0.1 \
     --shaping-sharpness 1 --shaping-detail 0.5 --fill-angle 0
-run shade "$out/terraces.tif" "$out/terraces.png" --exaggeration 4 --elevation 35 --range 236 1076
+# The sun overhead shows what is level: it is light, and slopes are dark.
+run shade "$out/terraces.tif" "$out/terraces.png" --exaggeration 5 --elevation 88 --no-shadows --range 236 1000
 run erode "$terrain" "$out/plains.tif" --columns 512 --feature-size 2000 --iterations 40 --erosion-strength 0.4 \
     --constant-capacity 0 --plain-deposition 1 --plain-angle 8 --shaping-strength 0.5 --shaping-sharpness 0.1 \
     --fill-angle 20
 run shade "$out/plains.tif" "$out/plains.png" "${light[@]}"
-show before.png Before mountains.png 'Young mountains' terraces.png 'Level benches at several heights, under a low sun' \
+show uneroded.png Before mountains.png 'Young mountains' terraces.png 'Level benches at several heights, under a sun overhead' \
     plains.png 'Gentle hills'
 view mountains "$out/mountains.tif" --exaggeration 3 --bare --before "$terrain" --layer "Water:of 1=$out/mountains_flow.tif"
 
@@ -143,21 +146,22 @@ A valley from close by, 450 m wide. 6000 rocks slide and bounce down its sides a
 END
 close=(--window 173 96 6 5 --resolution 960)
 run debris "$terrain" "$out/valley.tif" "${close[@]}" --count 0
-run shade "$out/valley.tif" "$out/valley.png" --albedo 0.55
+low_sun=(--elevation 22 --albedo 0.55)
+run shade "$out/valley.tif" "$out/valley.png" "${low_sun[@]}"
 step debris "$terrain" "$out/rocks.tif" "${close[@]}" --count 6000 --max-size 60 --min-size 8 \
     --favour-small --restitution 0.2
-run shade "$out/rocks.tif" "$out/rocks.png" --albedo 0.55
+run shade "$out/rocks.tif" "$out/rocks.png" "${low_sun[@]}"
 show valley.png Before rocks.png After
 view rocks "$out/rocks.tif" --bare --before "$out/valley.tif"
 
 story 'Sand in the wind' DuneSimulation <<'END'
-A sheet of sand on a model of the fault's ridge, 320 m wide. The wind carries it into the lee of the rock and piles it up into
+A sheet of sand on a model of the fault's ridge, 560 m wide. The wind carries it into the lee of the rock and piles it up into
 dunes of several sizes, with gentle slopes to the wind and slip faces away from it.
 END
-model=(--cell-size 1 --height-unit 0.06)
-run debris "$terrain" "$out/ridge.tif" --window 290 60 80 64 --resolution 320 --count 0
+model=(--cell-size 1 --height-unit 0.08)
+run debris "$terrain" "$out/ridge.tif" --window 262 40 140 112 --resolution 560 --count 0
 run shade "$out/ridge.tif" "$out/ridge.png" "${model[@]}" --exaggeration 1.5 --azimuth 300 --elevation 35 --albedo 0.3
-step dunes "$out/ridge.tif" "$out/dunes.tif" "${model[@]}" --sand 1.2 --duration 0.08 --sand-out "$out/sand.asc"
+step dunes "$out/ridge.tif" "$out/dunes.tif" "${model[@]}" --sand 1.5 --duration 0.06 --sand-out "$out/sand.asc"
 awk -v folder="$out" -f scripts/sand_colours.awk "$out/sand.asc"
 run shade "$out/dunes.tif" "$out/dunes.png" "${model[@]}" --exaggeration 1.5 --azimuth 300 --elevation 35 \
     --albedo-red "$out/sand_red.asc" --albedo-green "$out/sand_green.asc" --albedo-blue "$out/sand_blue.asc"
@@ -168,17 +172,19 @@ story 'A model from above' MeshRasterizer_RenderMesh <<'END'
 A triangle mesh becomes a height grid: each cell gets the highest surface over it.
 END
 awk -f scripts/knot.awk >"$out/knot.obj"
-knot=(--size 900x640 --rotate-x 50 --rotate-z 30 --scale 0.76 --offset-y 0.02 --supersample)
+knot=(--size 900x640 --rotate-z 30 --scale 0.76 --offset-y 0.02 --supersample)
 sculpture=(--cell-size 1 --exaggeration 900 --elevation 60 --no-shadows --ambient-intensity 0.4)
-step mesh "$out/knot.obj" "$out/knot.tif" "${knot[@]}"
+step mesh "$out/knot.obj" "$out/knot.tif" "${knot[@]}" --rotate-x 50
 run shade "$out/knot.tif" "$out/knot.png" "${sculpture[@]}" --albedo 0.6
-show knot.png 'A knot of 57,600 triangles'
+run mesh "$out/knot.obj" "$out/turned.tif" "${knot[@]}" --rotate-x 15
+run shade "$out/turned.tif" "$out/turned.png" "${sculpture[@]}" --albedo 0.6
+show knot.png 'A knot of 57,600 triangles' turned.png 'The same, turned'
 view knot "$out/knot.tif" --cell-size 1 --height-unit 900 --bare
 
 story 'A model with a skin of rock' MeshRasterizer_RenderMeshWithTriplanarDisplacement <<'END'
 The same knot, each point of it moved along its normal by the relief of the terrain, laid on from three sides.
 END
-step mesh "$out/knot.obj" "$out/knot_of_rock.tif" "${knot[@]}" --displacement "$terrain" --displacement-amount 2 \
+step mesh "$out/knot.obj" "$out/knot_of_rock.tif" "${knot[@]}" --rotate-x 50 --displacement "$terrain" --displacement-amount 2 \
     --displacement-bias -0.015
 run shade "$out/knot_of_rock.tif" "$out/knot_of_rock.png" "${sculpture[@]}" --albedo 0.6
 show knot.png Before knot_of_rock.png After
@@ -218,11 +224,14 @@ show before.png 'The terrain' normals.png 'Its normals in the frames of the coar
 view normals "$terrain" --exaggeration 3 --bare --drape "$out/normals.png"
 
 story 'Stamps' StampInstancer_Populate <<'END'
-Copies of a small height patch are placed on the land, here 300 of a hill.
+Copies of a small height patch are placed on the land, here 200 of a hill.
 END
-printf 'ncols 5\nnrows 5\nxllcorner 0\nyllcorner 0\ncellsize 1\n%s\n' \
-    '0 40 40 40 0' '40 90 90 90 40' '40 90 120 90 40' '40 90 90 90 40' '0 40 40 40 0' >"$out/hill.asc"
-step stamp "$terrain" "$out/hills.tif" --stamps "$out/hill.asc" --count 300 --seed 2
+awk 'BEGIN {
+    printf "ncols 9\nnrows 9\nxllcorner 0\nyllcorner 0\ncellsize 1\n"
+    for (y = -4; y <= 4; ++y)
+        for (x = -4; x <= 4; ++x) printf "%d%s", x * x + y * y < 20 ? 140 - 7 * (x * x + y * y) : 0, x < 4 ? " " : "\n"
+}' >"$out/hill.asc"
+step stamp "$terrain" "$out/hills.tif" --stamps "$out/hill.asc" --count 200 --seed 2
 run shade "$out/hills.tif" "$out/hills.png" "${light[@]}"
 show before.png Before hills.png After
 view stamps "$out/hills.tif" --exaggeration 3 --bare --before "$terrain"

@@ -67,10 +67,13 @@ Pixels legend_of(int width, const Palette& palette, Extremes span, const std::st
         }
     }
     const double least = static_cast<double>(span.least), greatest = static_cast<double>(span.greatest);
+    // Numbers are as fine as a thousandth of the span, so that a least value of all but 0 shows as 0.
+    const double step = greatest > least ? std::pow(10, std::floor(std::log10((greatest - least) / 1000))) : 0;
     const double places[] = {0, 0.5, 1};
     for (const double place : places) {
-        const std::string text =
-            format_text("%.4g", least + (greatest - least) * place) + (place == 1 && !unit.empty() ? " " + unit : "");
+        const double exact = least + (greatest - least) * place;
+        const double value = step > 0 ? std::round(exact / step) * step + 0.0 : exact;
+        const std::string text = format_text("%.4g", value) + (place == 1 && !unit.empty() ? " " + unit : "");
         const int text_width = static_cast<int>(text.size()) * advance * scale - scale;
         draw_text(picture, margin + static_cast<int>((length - text_width) * place), top + strip_height + margin / 2,
                   text);
