@@ -219,7 +219,8 @@ def pictures(tool: Tool, name: str, page: Page, options: dict) -> str:
             default = options[chosen[0]].get("default") if chosen else None
             if isinstance(default, (int, float)) and default == float(chosen[1]):
                 caption += " (default)"
-            text += f'<figure><img src="images/{file}" alt="{page.title}: {caption}"><figcaption>{caption}</figcaption></figure>\n'
+            image = f'<a href="images/{file}"><img src="images/{file}" alt="{page.title}: {caption}"></a>'
+            text += f"<figure>{image}<figcaption>{caption}</figcaption></figure>\n"
         text += "</div>\n"
     return text
 
@@ -318,7 +319,8 @@ def main(tarn: str, terrain: str, tagfile: str, folder_name: str) -> None:
     common = {name for name in names if names.count(name) > len(commands) / 2}
     costs = {cost["function"]: cost for cost in tool.read("bench", "--json", "--size", str(SIDE))["results"]}
     manual = sections((ROOT / "docs/tool.md").read_text(encoding="utf-8"))
-    comments = header_comments((ROOT / "include/tarn/oneapi.h").read_text(encoding="utf-8"))
+    header = (ROOT / "include/tarn/oneapi.h").read_text(encoding="utf-8")
+    comments = header_comments(header)
     links = api_links(tagfile)
     functions = {name for command in table["commands"] for name in command["functions"]}
     assert functions - {"GetDevices"} == set(PAGES), "each computation has a page"
@@ -327,7 +329,7 @@ def main(tarn: str, terrain: str, tagfile: str, folder_name: str) -> None:
         section = manual["tarn " + page.command]
         options = [option for option in command["options"] if option["option"] not in common]
         model, buffers = re.split(r"\n\n(?=- )", comments[name], maxsplit=1)
-        record = re.search(rf"{name}\([^;]*?(\w+_Parameters)\*", (ROOT / "include/tarn/oneapi.h").read_text(encoding="utf-8"))[1]
+        record = re.search(rf"{name}\([^;]*?(\w+_Parameters)\*", header)[1]
         refusals = bad_input(tool, page, command["options"]).replace("\n", "\n    ")
         text = f"""# {page.title}
 
