@@ -1,99 +1,21 @@
 #include "command.hpp"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
-#include <set>
 #include <type_traits>
 #include <utility>
 
 #include <CLI/CLI.hpp>
-#include <cpl_json.h>
 
-#include "help.hpp"
 #include "message.hpp"
 
 namespace {
 
-std::vector<std::shared_ptr<CommandRecord>>& table() {
-    static std::vector<std::shared_ptr<CommandRecord>> commands;
-    return commands;
-}
-
 std::function<void()>& prepared_run() {
     static std::function<void()> run;
     return run;
-}
-
-std::string joined(const std::vector<std::string>& words, const std::string& separator) {
-    std::string text;
-    for (const std::string& word : words)
-        text += (text.empty() ? "" : separator) + word;
-    return text;
-}
-
-std::string upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
-    return text;
-}
-
-} // namespace
-
-std::string placeholder_of(const OptionRecord& record) {
-    if (!record.placeholder.empty())
-        return record.placeholder;
-    if (record.type == "flag")
-        return "";
-    if (record.type == "choice")
-        return joined(record.choices, "|");
-    if (record.type == "picture")
-        return record.role == "output" ? "PNG" : "RGB";
-    if (record.count == 3)
-        return "R G B";
-    if (record.type == "number" || record.type == "integer")
-        return record.unit == "metres" || record.unit == "degrees" || record.unit == "cells" ? upper(record.unit)
-                                                                                             : "NUMBER";
-    return upper(record.type);
-}
-
-std::string default_of(const OptionRecord& option) {
-    if (option.type == "flag")
-        return "";
-    return option.defaults.empty() ? option.default_text : joined(option.defaults, " ");
-}
-
-const std::vector<std::shared_ptr<CommandRecord>>& all_commands() {
-    return table();
-}
-
-const CommandRecord* find_command(const std::string& name) {
-    for (const auto& command : table())
-        if (command->name == name)
-            return command.get();
-    return nullptr;
-}
-
-namespace {
-
-/// The number of single-character changes between two words (V. I. Levenshtein, 1966).
-std::size_t distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-        }
-    }
-    return row[b.size()];
 }
 
 template <class Number>
@@ -138,132 +60,6 @@ CLI::Validator range_check(const Range& range) {
 }
 
 /// The name in `names` that was probably meant, or empty.
-std::string nearest_name(const std::string& name, const std::vector<std::string>& names) {
-    std::string nearest;
-    std::size_t least = name.size() / 3 + 1; // changes that a typo may make
-    for (const std::string& candidate : names)
-        if (const std::size_t changes = distance(name, candidate); changes < least + (nearest.empty() ? 1 : 0)) {
-            nearest = candidate;
-            least = changes;
-        }
-    return nearest;
-}
-
-CPLJSONArray array_of(const std::vector<std::string>& words) {
-    CPLJSONArray array;
-    for (const std::string& word : words)
-        array.Add(word);
-    return array;
-}
-
-/// A default in the JSON type of its option.
-void add_value(CPLJSONArray& array, const OptionRecord& record, const std::string& value) {
-    if (record.type == "integer")
-        array.Add(static_cast<GInt64>(std::strtoll(value.c_str(), nullptr, 10)));
-    else if (record.type == "number")
-        array.Add(std::strtod(value.c_str(), nullptr));
-    else if (record.type == "flag")
-        array.Add(value == "true");
-    else
-        array.Add(value);
-}
-
-std::vector<std::string> names_of(const std::set<CLI::Option*>& options) {
-    std::vector<std::string> names;
-    names.reserve(options.size());
-    for (const CLI::Option* const option : options)
-        names.push_back(option->get_name());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-CPLJSONObject json_of(const OptionRecord& record) {
-    CPLJSONObject json;
-    json.Add("name", record.name);
-    json.Add("option", record.option);
-    if (!record.alias.empty())
-        json.Add("alias", record.alias);
-    json.Add("role", record.role);
-    json.Add("type", record.type);
-    json.Add("unit", record.unit);
-    json.Add("help", record.help);
-    json.Add("count", record.count);
-    json.Add("required", record.is_required);
-    json.Add("advanced", record.is_advanced);
-    if (!record.defaults.empty()) {
-        CPLJSONArray values;
-        for (const std::string& value : record.defaults)
-            add_value(values, record, value);
-        if (record.count == 1)
-            json.Add("default", values[0]);
-        else
-            json.Add("default", values);
-    }
-    if (!record.default_text.empty())
-        json.Add("default_text", record.default_text);
-    if (record.range && record.range->members.empty()) {
-        const auto add = [&](const char* name, double limit) {
-            if (record.type == "integer")
-                json.Add(name, static_cast<GInt64>(limit));
-            else
-                json.Add(name, limit);
-        };
-        add(record.range->above_lowest ? "exclusive_minimum" : "minimum", record.range->lowest);
-        add("maximum", record.range->highest);
-    } else if (record.range) {
-        CPLJSONArray members;
-        for (const int member : record.range->members)
-            members.Add(member);
-        json.Add("members", members);
-    }
-    if (const std::string placeholder = placeholder_of(record); !placeholder.empty())
-        json.Add("placeholder", placeholder);
-    if (!record.choices.empty())
-        json.Add("choices", array_of(record.choices));
-    if (!record.contents.empty())
-        json.Add("contents", record.contents);
-    if (!record.parser->get_needs().empty())
-        json.Add("needs", array_of(names_of(record.parser->get_needs())));
-    if (!record.parser->get_excludes().empty())
-        json.Add("excludes", array_of(names_of(record.parser->get_excludes())));
-    return json;
-}
-
-void print_json() {
-    CPLJSONArray commands;
-    for (const auto& command : table()) {
-        CPLJSONObject json;
-        json.Add("name", command->name);
-        json.Add("summary", command->summary);
-        json.Add("functions", array_of(command->functions));
-        CPLJSONArray options;
-        for (const OptionRecord& option : command->options)
-            options.Add(json_of(option));
-        json.Add("options", options);
-        CPLJSONArray examples;
-        for (const Example& example : command->examples) {
-            CPLJSONObject line;
-            line.Add("line", example.line);
-            line.Add("text", example.text);
-            examples.Add(line);
-        }
-        json.Add("examples", examples);
-        commands.Add(json);
-    }
-    CPLJSONArray flags;
-    for (const CommonFlag& flag : common_flags) {
-        CPLJSONObject json;
-        json.Add("names", flag.names);
-        json.Add("help", flag.help);
-        flags.Add(json);
-    }
-    CPLJSONObject root;
-    root.Add("common_flags", flags);
-    root.Add("version", std::string(TARN_VERSION));
-    root.Add("commands", commands);
-    std::printf("%s\n", root.Format(CPLJSONObject::PrettyFormat::Pretty).c_str());
-}
-
 } // namespace
 
 Entry& Entry::otherwise(const std::string& text) {
@@ -302,8 +98,7 @@ Entry& Entry::excludes(const Entry& other) {
 Command::Command(CLI::App& app, const std::string& name, const std::string& summary,
                  const std::vector<std::string>& functions)
     : parser_(app.add_subcommand(name, summary)), outputs_(std::make_shared<Outputs>()) {
-    table().push_back(std::make_shared<CommandRecord>(CommandRecord{name, summary, functions, {}, {}}));
-    record_ = table().back();
+    record_ = add_to_table({name, summary, functions, {}, {}});
 }
 
 Entry Command::add(CLI::Option* parser, OptionRecord record) {
@@ -493,56 +288,4 @@ void Command::runs(const std::function<void(Outputs&)>& run) {
 
 std::function<void()> take_prepared_run() {
     return std::exchange(prepared_run(), nullptr);
-}
-
-void clear_table() {
-    table().clear();
-}
-
-void check_command(const std::string& name) {
-    if (find_command(name) != nullptr)
-        return;
-    std::vector<std::string> names;
-    for (const auto& command : table())
-        names.push_back(command->name);
-    const std::string nearest = nearest_name(name, names);
-    throw ToolError(ExitCode::usage,
-                    "there is no command '" + name + "'" +
-                        (nearest.empty() ? "; `tarn help` lists them" : "; did you mean `tarn " + nearest + "`?"));
-}
-
-void check_options(const std::string& command, const std::vector<std::string>& arguments) {
-    std::vector<std::string> names{"-q", "-v", "-h", "--quiet", "--verbose", "--help", "--version"};
-    for (const OptionRecord& option : find_command(command)->options)
-        for (const std::string& name : {option.option, option.alias})
-            if (!name.empty())
-                names.push_back(name);
-    for (const std::string& argument : arguments) {
-        const std::string name = argument.substr(0, argument.find('='));
-        if (name == "--")
-            return;
-        const bool is_option = name.size() > 1 && name[0] == '-' && (name[1] == '-' || std::isalpha(name[1]) != 0);
-        if (!is_option || std::find(names.begin(), names.end(), name) != names.end())
-            continue;
-        const std::string nearest = name.size() > 2 ? nearest_name(name, names) : "";
-        const std::string hint =
-            nearest.empty() ? format_text(" (see `tarn help %s`)", command.c_str()) : "; did you mean " + nearest + "?";
-        throw ToolError(ExitCode::usage,
-                        format_text("`tarn %s` has no option '%s'%s", command.c_str(), name.c_str(), hint.c_str()));
-    }
-}
-
-void add_options_command(CLI::App& app) {
-    const auto as_json = std::make_shared<bool>(false);
-    Command command(app, "options", "List all options of all commands", {});
-    command.flag("--json", *as_json, "As JSON: names, types, units, defaults, ranges and helps");
-    command.example("tarn options", "The helps of all commands, one after the other");
-    command.example("tarn options --json > options.json", "The same table for another program");
-    command.runs([as_json](Outputs&) {
-        if (*as_json)
-            print_json();
-        else
-            for (const auto& record : table())
-                std::printf("%s\n", help_text(*record).c_str());
-    });
 }

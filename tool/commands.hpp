@@ -17,6 +17,7 @@ void add_flow_command(CLI::App& app);
 void add_info_command(CLI::App& app);
 void add_median_command(CLI::App& app);
 void add_mesh_command(CLI::App& app);
+void add_options_command(CLI::App& app);
 void add_pipeline_command(CLI::App& app);
 void add_points_command(CLI::App& app);
 void add_preview_command(CLI::App& app);

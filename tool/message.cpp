@@ -1,6 +1,7 @@
 #include "message.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 
@@ -39,6 +40,18 @@ std::string format_text(const char* format, ...) {
     std::vsnprintf(text.data(), text.size() + 1, format, second_pass);
     va_end(second_pass);
     va_end(arguments);
+    return text;
+}
+
+std::string joined(const std::vector<std::string>& words, const std::string& separator) {
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : separator) + word;
+    return text;
+}
+
+std::string upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
     return text;
 }
 

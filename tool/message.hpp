@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 /// What the tool tells its caller. The first four are the status numbers of the library, the others follow sysexits.h.
 enum class ExitCode {
@@ -29,6 +30,12 @@ void set_verbosity(Verbosity verbosity);
 
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string format_text(const char* format, ...);
+
+/// The words in one text, with the separator between them.
+std::string joined(const std::vector<std::string>& words, const std::string& separator);
+
+/// In capitals.
+std::string upper(std::string text);
 
 /// Something the user did not ask for but should know, such as a grid that had to be padded. Not shown when quiet.
 void print_note(const std::string& line);

@@ -9,6 +9,7 @@
 #include "commands.hpp"
 #include "help.hpp"
 #include "message.hpp"
+#include "spelling.hpp"
 
 namespace {
 

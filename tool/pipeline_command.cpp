@@ -18,6 +18,7 @@
 #include "message.hpp"
 #include "named_grids.hpp"
 #include "parser.hpp"
+#include "spelling.hpp"
 
 namespace {
 
