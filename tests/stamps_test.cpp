@@ -69,7 +69,7 @@ TEST_F(Stamps, LieOnWholeCellsWithTheirCentreInTheCellOfThePosition) {
         Scene scene(16, 12, 0.0f);
         scene.set_stamps(c.stamp_width, c.stamp_height,
                          std::vector<float>(static_cast<std::size_t>(c.stamp_width * c.stamp_height), 2.0f));
-        scene.instances = {at(c.x, c.y)};
+        scene.instances.assign(1, at(c.x, c.y));
         populate(scene);
         for (int y = 0; y < 12; ++y) {
             for (int x = 0; x < 16; ++x) {
@@ -116,7 +116,7 @@ TEST_F(Stamps, HighestWinsAndALowerOneLeavesHeightAndId) {
 TEST_F(Stamps, HolesLeaveTheTerrainUnlessItLiesDeeperStill) {
     Scene scene(8, 8, 1.0f);
     scene.set_stamps(2, 1, {0.0f, -0.0f});
-    scene.instances = {at(4.5f, 4.5f)};
+    scene.instances.assign(1, at(4.5f, 4.5f));
     populate(scene);
     EXPECT_EQ(scene.heights, std::vector<float>(64, 1.0f));
     EXPECT_EQ(scene.ids, std::vector<float>(64, 0.0f));
