@@ -16,7 +16,7 @@ packages=(
     libgtest-dev libbenchmark-dev python3-pytest            # tests and benchmarks
     python3-rasterio python3-xarray python3-matplotlib      # tests of the package and its examples
     python3-dask python3-distributed                        # terrains in tiles
-    python3-pip python3-venv python3-wheel                  # test of its installation
+    python3-pip python3-setuptools python3-venv python3-wheel   # test of its installation
 )
 if [[ ${1-} == --checks ]]; then
     # Releases after Debian 12 and Ubuntu 24.04 have later ones only.

@@ -1,6 +1,7 @@
 #include "commands.hpp"
 
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -100,6 +101,7 @@ std::string name_of(const std::string& device) {
 
 void run_bench(int side, const std::string& device, bool as_json) {
     allow_grid_names();
+    std::signal(SIGPIPE, SIG_IGN); // or the folder stays where `tarn bench | head` ends the run
     const Folder folder;
     const std::string model = folder.file("model.obj"), points = folder.file("points.csv");
     const std::string picture = folder.file("picture.png"), other = folder.file("other.png");
