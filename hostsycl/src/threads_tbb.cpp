@@ -18,10 +18,6 @@ namespace sycl::detail {
 
 namespace {
 
-// What one parallel interval should take: far more than handing it to a thread costs, far less than a launch.
-constexpr double interval_nanoseconds = 10000.0;
-constexpr std::size_t intervals_per_thread = 8;
-
 std::size_t thread_count() {
     const std::size_t allowed = tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism);
     return std::min(allowed, static_cast<std::size_t>(std::max(1, tbb::this_task_arena::max_concurrency())));
@@ -59,27 +55,20 @@ void run_parallel(piece_function function, const void* work, std::size_t begin, 
         function(work, begin, end);
         return;
     }
-    const double ideal = interval_nanoseconds / nanoseconds_per_cell;
-    // The rest may be heavier than what has been seen of it, so there are some intervals for each thread in any case.
-    const std::size_t longest = std::max<std::size_t>(1, (end - begin) / (threads * intervals_per_thread));
-    std::size_t interval =
-        ideal < static_cast<double>(longest) ? std::max<std::size_t>(1, static_cast<std::size_t>(ideal)) : longest;
-    if (interval > row)
-        interval -= interval % row;
+    const intervals cut(begin, end, row, nanoseconds_per_cell, threads);
     // The sanitizer cannot look into TBB: it is told that tasks begin after this point and end before the next.
     char fork = 0;
     char join = 0;
     HOSTSYCL_TSAN_RELEASE(&fork);
-    const auto run_intervals = [=, &fork, &join](const tbb::blocked_range<std::size_t>& intervals) {
+    const auto run_intervals = [=, &fork, &join](const tbb::blocked_range<std::size_t>& numbers) {
         HOSTSYCL_TSAN_ACQUIRE(&fork);
-        function(work, std::max(begin, intervals.begin() * interval), std::min(end, intervals.end() * interval));
+        function(work, cut.begin(numbers.begin()), cut.end(numbers.end()));
         HOSTSYCL_TSAN_RELEASE(&join);
     };
     // Isolated: while this thread waits it must not take up an unrelated task, which might want a buffer that this
     // command holds.
-    tbb::this_task_arena::isolate([&] {
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(begin / interval, (end - 1) / interval + 1), run_intervals);
-    });
+    tbb::this_task_arena::isolate(
+        [&] { tbb::parallel_for(tbb::blocked_range<std::size_t>(cut.first(), cut.last()), run_intervals); });
     HOSTSYCL_TSAN_ACQUIRE(&join);
 }
 

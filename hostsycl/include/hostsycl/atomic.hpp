@@ -3,44 +3,10 @@
 
 #include <atomic>
 #include <type_traits>
-#include <utility>
 
 #include "hostsycl/access.hpp"
 
 namespace sycl {
-
-namespace detail {
-
-#if defined(__cpp_lib_atomic_ref)
-template <class T>
-using atomic_object = std::atomic_ref<T>;
-#elif defined(HOSTSYCL_NO_THREADS)
-/// In the place of an atomic_ref that an older standard library lacks, where nothing runs at the same time.
-template <class T>
-class atomic_object {
-  public:
-    explicit atomic_object(T& object) : object_(object) {}
-
-    T load(std::memory_order) const noexcept { return object_; }
-    void store(T value, std::memory_order) const noexcept { object_ = value; }
-    T exchange(T value, std::memory_order) const noexcept { return std::exchange(object_, value); }
-    bool compare_exchange_strong(T& expected, T desired, std::memory_order) const noexcept {
-        const bool is_equal = object_ == expected;
-        (is_equal ? object_ : expected) = is_equal ? desired : object_;
-        return is_equal;
-    }
-    T fetch_add(T operand, std::memory_order) const noexcept {
-        const T before = object_;
-        object_ = static_cast<T>(before + operand);
-        return before;
-    }
-
-  private:
-    T& object_;
-};
-#endif
-
-} // namespace detail
 
 /// Integers and floats, in the default order of the type. Scope and address space make no difference on a CPU.
 template <class T, memory_order DefaultOrder, memory_scope DefaultScope,
@@ -68,7 +34,7 @@ class atomic_ref {
     T fetch_add(T operand) const noexcept { return object_.fetch_add(operand, order); }
 
   private:
-    detail::atomic_object<T> object_;
+    std::atomic_ref<T> object_;
 };
 
 } // namespace sycl
