@@ -174,7 +174,7 @@ class Terrain {
     this.controls.maxDistance = size * 5;
     this.controls.target.set(0, relief * 0.1, 0.02 * size);
     // A narrow window needs more distance to hold the width.
-    const away = size * 1.2 * Math.max(1, 1.15 / this.camera.aspect) + relief * 0.4;
+    const away = size * 1.2 * Math.max(1, 1.4 / this.camera.aspect) + relief * 0.4;
     this.camera.position.set(-0.35 * away, 0.75 * away, 1.05 * away);
     this.controls.update();
     this.draw();

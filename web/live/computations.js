@@ -103,24 +103,26 @@ const computations = {
         resolution: side, terrain_size: side * side_of_cell(grid) / cell, terrain_height: grid.height_unit / cell,
         min_size: set.max_size / 4, ...set});
       return {heights: crop(work, size, grid), layers: [
-        {name: "Rocks", unit: "of 1", colours: "amounts", cells: crop(coverage, size, grid), thins_out: true}]};
+        {name: "Rocks", unit: "of 1", colours: "amounts", cells: crop(coverage, size, grid), thins_out: true, on: true}]};
     }},
   dunes: {
     title: "Sand in the wind",
     about: "A sheet of sand; the wind blows from the left. The size of dunes follows the cells.",
     sliders: {
-      sand: ["Sand, share of a cell's width", 0, 5, 0.1, 1.2],
+      sand: ["Sand, share of a cell's width", 0, 5, 0.1, 0.6],
       relief: ["Relief for the wind", 0.02, 1, 0.02, 0.1],
       duration: ["Duration", 0.005, 0.2, 0.005, 0.02],
       repose_angle: ["Repose angle, °", 20, 45, 1, 34]},
     run(library, grid, heights, {sand, relief, ...set}) {
-      // Heights are lowered for the run, as in a model: real mountains are too high for dunes of a few cells.
+      // The wind meets lowered heights, as in a model: real mountains are too high for dunes of a few cells. The sand of
+      // the model then lies on the real ground.
       const terrain_height = grid.height_unit * relief;
       const depth = blank(grid).fill(sand * side_of_cell(grid) / terrain_height);
-      const work = heights.slice();
-      library.call("DuneSimulation", [work, depth, blank(grid)], "arrakis", {
+      library.call("DuneSimulation", [heights.slice(), depth, blank(grid)], "arrakis", {
         width: grid.width, height: grid.height, terrain_size: side_of_cell(grid) * grid.width, terrain_height, ...set});
-      return {heights: work, layers: [{name: "Sand", unit: grid.unit, colours: "amounts", cells: depth, thins_out: true}]};
+      const cells = depth.map(share => share * relief);
+      return {heights: heights.map((height, i) => height + cells[i]),
+              layers: [{name: "Sand", unit: grid.unit, colours: "amounts", cells, thins_out: true, on: true}]};
     }},
   light: {
     title: "Light",

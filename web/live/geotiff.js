@@ -1,4 +1,4 @@
-// GeoTIFFs of one band of numbers: reads them in strips or tiles, plain or deflated, with predictors, and writes plain
+// GeoTIFFs of one band of numbers: reads them in strips or tiles, plain, deflated or LZW, with predictors, and writes plain
 // ones of floats (TIFF 6.0, and Adobe's technical note 3 for the predictor of floats).
 
 const tiff_sizes = {1: 1, 2: 1, 3: 2, 4: 4, 5: 8, 12: 8, 16: 8};
@@ -22,8 +22,35 @@ function tiff_tags(view, little) {
   return tags;
 }
 
-async function tiff_block(bytes, compression) {
+/// Section 13 of TIFF 6.0. A code stands for bytes that have been written before: its place and length are known.
+function undo_lzw(bytes, size) {
+  const result = new Uint8Array(size), starts = new Uint32Array(4096), lengths = new Uint32Array(4096);
+  let at = 0, known = 258, length = 0;
+  for (let bit = 0, width = 9; bit + width <= 8 * bytes.length && at < size;) {
+    const first = bit >> 3, three = bytes[first] << 16 | bytes[first + 1] << 8 | bytes[first + 2];
+    const code = three >> 24 - width - bit % 8 & (1 << width) - 1;
+    bit += width;
+    if (code === 257) break;
+    if (code === 256) {
+      [known, length, width] = [258, 0, 9];
+      continue;
+    }
+    if (length > 0 && known < 4096) {
+      starts[known] = at - length;
+      lengths[known++] = length + 1;
+    }
+    if (code >= known) throw new Error("its compressed numbers are damaged");
+    length = code < 256 ? 1 : lengths[code];
+    if (code < 256) result[at++] = code;
+    else for (let i = 0; i < length; ++i) result[at++] = result[starts[code] + i];
+    if (known + 1 >= 1 << width && width < 12) ++width;
+  }
+  return result;
+}
+
+async function tiff_block(bytes, compression, size) {
   if (compression === 1) return bytes.slice();
+  if (compression === 5) return undo_lzw(bytes, size);
   if (compression !== 8 && compression !== 32946) throw new Error(`compression ${compression} cannot be read here`);
   const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("deflate"));
   return new Uint8Array(await new Response(stream).arrayBuffer());
@@ -67,7 +94,8 @@ async function read_tiff(buffer) {
   const no_value = tags[42113] ? parseFloat(String.fromCharCode(...tags[42113])) : NaN;
   const cells = new Float32Array(width * height);
   for (let k = 0; k < offsets.length; ++k) {
-    const block = await tiff_block(new Uint8Array(buffer, offsets[k], sizes[k]), compression);
+    const block = await tiff_block(new Uint8Array(buffer, offsets[k], sizes[k]), compression,
+                                   block_width * block_height * sample);
     undo_predictor(block, predictor, block_width, sample, little);
     const numbers = new DataView(block.buffer, block.byteOffset);
     const left = k % across * block_width, top = Math.floor(k / across) * block_height;
