@@ -47,10 +47,12 @@ function record_bytes(name, values) {
 }
 
 class Library {
-  /// `report(percent)` hears of the progress.
-  static async load(report) {
+  /// `folder` is the address of the build with threads, empty for the one in this script. `report(percent)` hears of the
+  /// progress.
+  static async load(folder, report) {
     const library = new Library();
-    library.module = await load_tarn();
+    library.module = await load_tarn(
+      folder ? {mainScriptUrlOrBlob: `${folder}tarn.js`, locateFile: name => folder + name} : {});
     const {module} = library;
     library.errors = [];
     const add = (call, signature) => module.addFunction(call, signature);
@@ -65,10 +67,20 @@ class Library {
     return library;
   }
 
+  /// The module's memory as it is now: what asks for more of it may be a thread, which does not tell the module.
+  get memory() {
+    return (this.module.wasmMemory ?? this.module.HEAPU8).buffer;
+  }
+
+  /// The threads that have run kernels; tasks beside them have ended or are about to.
+  get threads() {
+    return this.module.PThread ? Math.min(1 + this.module.PThread.runningWorkers.length, navigator.hardwareConcurrency) : 1;
+  }
+
   put(cells) {
     const address = this.module._malloc(cells.byteLength);
     if (!address) throw new Error("out of memory");
-    this.module.HEAPU8.set(new Uint8Array(cells.buffer, cells.byteOffset, cells.byteLength), address);
+    new Uint8Array(this.memory).set(new Uint8Array(cells.buffer, cells.byteOffset, cells.byteLength), address);
     return address;
   }
 
@@ -82,7 +94,7 @@ class Library {
                                              ...(name === "SunLightIntegral" ? [] : [this.callbacks]));
       if (status !== 0 || this.errors.length > 0) throw new Error(this.errors[0] ?? `status ${status}`);
       grids.forEach((grid, k) => {
-        if (grid) grid.set(new Float32Array(this.module.HEAPU8.buffer, addresses[k], grid.length));
+        if (grid) grid.set(new Float32Array(this.memory, addresses[k], grid.length));
       });
     } finally {
       for (const address of [...addresses, parameters]) if (address) this.module._free(address);

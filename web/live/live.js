@@ -60,19 +60,24 @@ class Live {
     by_id("message").textContent = "";
   }
 
-  make_worker() {
-    const parts = ["library", "worker"].map(id => by_id(id).textContent);
-    this.worker = new Worker(URL.createObjectURL(new Blob(parts, {type: "text/javascript"})));
-    this.worker.onmessage = ({data}) => this.hear(data);
-    this.worker.onerror = event => this.hear({error: event.message});
+  async make_worker() {
+    this.folder ??= await folder_with_threads();
+    const library = this.folder ? `importScripts("${this.folder}tarn.js");` : by_id("library").textContent;
+    const code = new Blob([library, by_id("worker").textContent], {type: "text/javascript"});
+    const worker = new Worker(URL.createObjectURL(code));
+    worker.onmessage = ({data}) => this.hear(data);
+    worker.onerror = event => this.hear({error: event.message});
+    return worker;
   }
 
-  run() {
-    if (!this.worker) this.make_worker();
+  async run() {
     this.set_running(true);
     this.say("Running …");
-    this.worker.postMessage({name: by_id("computation").value, grid: this.grid, heights: this.state.heights,
-                             settings: this.settings()});
+    this.worker ??= this.make_worker();
+    const worker = await this.worker;
+    const {grid, state: {heights}} = this;
+    worker.postMessage({folder: this.folder, name: by_id("computation").value, grid, heights,
+                        settings: this.settings()});
   }
 
   set_running(on) {
@@ -83,13 +88,13 @@ class Live {
   }
 
   cancel() {
-    this.worker.terminate();
+    this.worker.then(worker => worker.terminate());
     this.worker = null;
     this.set_running(false);
     this.say("Cancelled; nothing has changed.");
   }
 
-  hear({percent, result, seconds, error}) {
+  hear({percent, result, seconds, threads, error}) {
     if (percent !== undefined) {
       by_id("progress").value = percent;
       return;
@@ -106,7 +111,7 @@ class Live {
     // What does not change the heights leaves the layers of other runs.
     const others = result.heights ? [] : layers.filter(old => !result.layers.some(layer => layer.name === old.name));
     this.show(result.heights ?? heights, result.heights ? heights : before, [...others, ...result.layers]);
-    this.say(`Done in ${seconds.toFixed(1)} s.`);
+    this.say(`Done in ${seconds.toFixed(1)} s on ${threads === 1 ? "one thread" : `${threads} threads`}.`);
   }
 
   undo() {
@@ -143,6 +148,15 @@ class Live {
     link.download = "terrain.tif";
     link.click();
   }
+}
+
+/// Where the build with threads lies, beside a page that is served; empty where the page may not have threads, since
+/// browsers let only isolated pages share memory between them.
+async function folder_with_threads() {
+  const folder = new URL("threads/", location.href).href;
+  if (!crossOriginIsolated) return "";
+  const answer = await fetch(`${folder}tarn.wasm`, {method: "HEAD"}).catch(() => null);
+  return answer?.ok ? folder : "";
 }
 
 /// Browsers give 8 bits of grey: white is 255 m, on cells of 1 m.

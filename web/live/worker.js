@@ -2,13 +2,13 @@
 
 let loading;
 
-onmessage = async ({data: {name, grid, heights, settings}}) => {
+onmessage = async ({data: {folder, name, grid, heights, settings}}) => {
   try {
-    loading ??= Library.load(percent => postMessage({percent}));
+    loading ??= Library.load(folder, percent => postMessage({percent}));
     const library = await loading;
     const start = performance.now();
     const result = computations[name].run(library, grid, heights, settings);
-    postMessage({result, seconds: (performance.now() - start) / 1000});
+    postMessage({result, seconds: (performance.now() - start) / 1000, threads: library.threads});
   } catch (error) {
     postMessage({error: error.message});
   }
