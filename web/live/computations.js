@@ -88,11 +88,12 @@ const computations = {
     title: "Rocks",
     about: "Rocks slide and bounce downhill and come to rest on one another.",
     sliders: {
-      count: ["Rocks", 100, 20000, 100, 3000],
-      max_size: ["Largest radius, cells", 2, 20, 0.5, 8],
-      friction: ["Friction", 0, 1, 0.02, 0.3],
+      count: ["Rocks", 100, 20000, 100, 1500],
+      max_size: ["Largest radius, cells", 2, 20, 0.5, 6],
+      friction: ["Friction", 0, 1, 0.02, 0.1],
       restitution: ["Bounce", 0, 1, 0.05, 0.3],
-      favour_small: ["Mostly small", 0, 1, 1, 1],
+      favour_small: ["Mostly small", 0, 1, 1, 0],
+      draw_unmoved: ["Also those that stay where they were", 0, 1, 1, 1],
       seed: ["Seed", 1, 99, 1, 1]},
     run(library, grid, heights, set) {
       const side = Math.max(grid.width, grid.height), size = {width: side, height: side};

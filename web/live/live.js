@@ -159,7 +159,7 @@ async function folder_with_threads() {
   return answer?.ok ? folder : "";
 }
 
-/// Browsers give 8 bits of grey: white is 255 m, on cells of 1 m.
+/// Browsers give 8 bits of grey: white is 255 m, an eighth of the longer side.
 async function read_png(file) {
   const bitmap = await createImageBitmap(file, {colorSpaceConversion: "none"});
   const canvas = document.createElement("canvas");
@@ -169,7 +169,8 @@ async function read_png(file) {
   context.drawImage(bitmap, 0, 0);
   const {data} = context.getImageData(0, 0, bitmap.width, bitmap.height);
   const cells = Float32Array.from({length: data.length / 4}, (_, i) => (data[4 * i] + data[4 * i + 1] + data[4 * i + 2]) / 3);
-  return {width: bitmap.width, height: bitmap.height, cells, cell: [1, 1]};
+  const side = 8 * 255 / Math.max(bitmap.width, bitmap.height);
+  return {width: bitmap.width, height: bitmap.height, cells, cell: [side, side]};
 }
 
 let live, stage;
