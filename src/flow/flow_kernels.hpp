@@ -60,7 +60,7 @@ inline void trace(const Start* particles, std::uint32_t first, std::uint32_t las
                 atomic_add(hits[cell[k]], 1u);
             if (walkers.is_walking[k] == 0)
                 enter(k);
-            if constexpr (shared && lanes > 1)
+            if constexpr (lanes > 1)
                 prefetch_for_write(&hits[terrain.cell_at(walkers.x[k], walkers.y[k])]);
             any |= walkers.is_walking[k];
         }
