@@ -15,7 +15,7 @@ clang-format --dry-run --Werror "${sources[@]}" || failed=1
 
 echo "== duplicate includes"
 for file in "${sources[@]}"; do
-    twice=$(grep --extended-regexp '^#include' "$file" | sort | uniq --repeated)
+    twice=$(sed --quiet "/^#include/p" "$file" | sort | uniq --repeated)
     if [[ -n $twice ]]; then
         echo "$file: $twice"
         failed=1

@@ -17,10 +17,10 @@
 // GCC cannot tell that Boost's integers copy only the words that they have.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <boost/polygon/voronoi_builder.hpp>
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
-#else
-#include <boost/polygon/voronoi_builder.hpp>
 #endif
 
 namespace tarn::mesh_rasterizer {
