@@ -149,7 +149,8 @@ lighting_Parameters light_of_year(const Grid& grid, double cell_size, double hei
     lighting_Parameters parameters{};
     parameters.resolution = {grid.width, grid.height};
     // It is traced at half the size, where the last column of an odd number falls away.
-    parameters.terrain_size = static_cast<float>(cell_size * (grid.width / 2 * 2));
+    const int columns = grid.width / 2 * 2;
+    parameters.terrain_size = static_cast<float>(cell_size * columns);
     parameters.terrain_height = static_cast<float>(height_unit);
     parameters.first_day = 1;
     parameters.last_day = 365;

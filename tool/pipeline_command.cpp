@@ -7,8 +7,8 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <regex>
 #include <set>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 #include <cpl_vsi.h>
@@ -182,12 +182,20 @@ void in_step(const std::string& title, const std::function<void()>& work) {
 
 /// What the parser of TOML says is several lines, with the text around the place. "line 3: value is not closed"
 std::string syntax_error(const std::string& message) {
-    std::smatch parts;
-    std::string line;
-    if (std::regex_search(message, parts, std::regex("\n *([0-9]+) *\\|")))
-        line = "line " + parts.str(1) + ": ";
-    std::string what = message.substr(0, message.find('\n'));
-    return line + std::regex_replace(what, std::regex("^\\[error\\] *|toml::[^ ]+: "), "");
+    std::istringstream lines(message);
+    std::string what, place, line;
+    std::getline(lines, what);
+    while (place.empty() && std::getline(lines, line)) {
+        std::istringstream words(line); // " 3 | command ="
+        int number = 0;
+        char bar = 0;
+        if (words >> number >> bar && bar == '|')
+            place = "line " + std::to_string(number) + ": ";
+    }
+    for (const char* const prefix : {"[error] ", "toml::"})
+        if (what.starts_with(prefix))
+            what.erase(0, what.find(' ') + 1);
+    return place + what;
 }
 
 std::vector<toml::value> read_steps(const std::string& path) {

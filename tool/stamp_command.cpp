@@ -107,8 +107,7 @@ void StampCommand::run(Outputs& outputs) {
     parameters.stamps_height = sheet.height;
     parameters.stamp_height = stamp_height > 0 ? stamp_height : sheet.height;
     const int stamp_count = sheet.height / parameters.stamp_height;
-    Instances instances =
-        points.empty() ? scatter(*count, seed, {grid.width, grid.height}, stamp_count) : read_points(points);
+    Instances instances = count ? scatter(*count, seed, {grid.width, grid.height}, stamp_count) : read_points(points);
     if (instances.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
         throw ToolError(ExitCode::failed, "'" + points + "' has too many lines");
     parameters.instance_count = static_cast<std::int32_t>(instances.size());

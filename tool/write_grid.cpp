@@ -186,7 +186,7 @@ bool keeps_south_up(const std::string& path) {
     return extension != ".asc" && extension != ".hgt";
 }
 
-void refuse_fit(const std::string& path, const std::string& reason) {
+[[noreturn]] void refuse_fit(const std::string& path, const std::string& reason) {
     throw ToolError(ExitCode::unwritable_output, "cannot write '" + path + "': " + reason);
 }
 
@@ -202,16 +202,17 @@ void check_grid_names(const std::vector<std::string>& paths, const std::vector<s
         for (const std::string& path : paths) {
             const char* const driver = find_format(path)->driver;
             const CPLStringList known = with_known_options({}, driver, {option});
-            is_known |= known.size() > 0;
+            is_known |= !known.empty();
             // GDAL warns of values that the driver does not take.
             static bool has_warned;
             has_warned = false;
             CPLPushErrorHandler([](CPLErr, CPLErrorNum, const char*) { has_warned = true; });
-            if (known.size() > 0)
+            if (!known.empty())
                 GDALValidateCreationOptions(GDALGetDriverByName(driver), const_cast<char**>(known.List()));
             CPLPopErrorHandler();
             if (has_warned)
-                throw ToolError(ExitCode::usage, "--co: '" + option + "' is no value that '" + path + "' can take");
+                throw ToolError(ExitCode::usage,
+                                format_text("--co: '%s' is no value that '%s' can take", option.c_str(), path.c_str()));
         }
         if (!is_known)
             throw ToolError(ExitCode::usage, "--co: no output has an option of the form '" + option + "'");

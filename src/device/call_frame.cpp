@@ -149,7 +149,7 @@ bool is_memory_sufficient(sycl::queue& queue, std::uint64_t need) {
     return true;
 }
 
-void handle_asynchronous_errors(sycl::exception_list errors) {
+void handle_asynchronous_errors(const sycl::exception_list& errors) {
     if (allocation_probe_active) {
         allocation_probe_active = false;
         return;

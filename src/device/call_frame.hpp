@@ -91,7 +91,7 @@ bool is_memory_sufficient(sycl::queue& queue, std::uint64_t need);
 
 /// The error handler of every queue: sets `failure_flag` and logs a line for each asynchronous error, or drops them all
 /// while an allocation is under way that may fail.
-void handle_asynchronous_errors(sycl::exception_list errors);
+void handle_asynchronous_errors(const sycl::exception_list& errors);
 
 /// The device's name for messages.
 std::string device_display_name(sycl::queue& queue);

@@ -176,7 +176,7 @@ void fastblur_half_pass(sycl::queue& queue, const float* source, float* destinat
     const int width = static_cast<int>(extent.x());
     const int height = static_cast<int>(extent.y());
     if (queue.get_device().is_cpu()) {
-        const auto blocks = static_cast<std::size_t>((height - 1) / lanes + 1);
+        const auto blocks = static_cast<std::size_t>(height - 1) / lanes + 1;
         queue.parallel_for(sycl::range<1>(blocks), [=](sycl::id<1> block) {
             blur_rows<straight>(source, destination, width, height, static_cast<int>(block[0]) * lanes, window);
         });

@@ -62,6 +62,7 @@ constexpr std::array<std::array<float, 2>, 4> four_offsets{
 template <std::size_t count>
 std::vector<Ray> parallel_rays(const Vector& direction, const std::array<std::array<float, 2>, count>& offsets) {
     std::vector<Ray> rays;
+    rays.reserve(count);
     for (const auto& [x, y] : offsets)
         rays.push_back({direction, x, y});
     return rays;

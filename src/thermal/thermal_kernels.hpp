@@ -205,7 +205,7 @@ inline void loosen_row(const LoosenGrids& grids, int first, int last, int y, con
         for (int k = 0; k < count; ++k) {
             grids.depth[row + k] += loose[k];
             grids.wear[row + k] += loose[k];
-            grids.drop_sum[row + k] = sum[k];
+            grids.drop_sum[row + k] = sum[k]; // NOLINT(clang-analyzer-core.uninitialized.Assign): the loop above set it
         }
     }
 }

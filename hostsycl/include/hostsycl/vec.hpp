@@ -30,10 +30,10 @@ class alignas(sizeof(T) * (N == 3 ? 4 : N)) vec {
     constexpr const T& operator[](int index) const { return data_[index]; }
 
 #define HOSTSYCL_VEC_ELEMENT(name, index)                                                                              \
-    constexpr T& name() requires(N > index) {                                                                          \
+    constexpr T& name() requires(N > (index)) {                                                                        \
         return data_[index];                                                                                           \
     }                                                                                                                  \
-    constexpr const T& name() const requires(N > index) {                                                              \
+    constexpr const T& name() const requires(N > (index)) {                                                            \
         return data_[index];                                                                                           \
     }
     HOSTSYCL_VEC_ELEMENT(x, 0)
