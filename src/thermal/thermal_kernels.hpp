@@ -203,9 +203,10 @@ inline void loosen_row(const LoosenGrids& grids, int first, int last, int y, con
         });
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < count; ++k) {
+            // The loop above has set all that is read here. NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign)
             grids.depth[row + k] += loose[k];
             grids.wear[row + k] += loose[k];
-            grids.drop_sum[row + k] = sum[k]; // NOLINT(clang-analyzer-core.uninitialized.Assign): the loop above set it
+            grids.drop_sum[row + k] = sum[k];
         }
     }
 }
