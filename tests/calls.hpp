@@ -390,9 +390,8 @@ inline Call sun_light_call(int width, int height) {
 /// lists.
 inline std::vector<Array> with_mesh(const TestMesh& mesh, const std::vector<Array>& grids) {
     const auto list = [](const auto& elements) {
-        Cells values(elements.size() * 4);
-        std::memcpy(values.data(), elements.data(), values.size() * sizeof(float));
-        return values;
+        const auto* const values = reinterpret_cast<const float*>(elements.data());
+        return Cells(values, values + elements.size() * 4); // also of none
     };
     std::vector<Array> arrays{
         {"mesh", Cells(1)},
