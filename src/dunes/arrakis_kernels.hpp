@@ -177,6 +177,7 @@ inline void look(const int* cell, int count, const Wind& wind, const float* heig
         std::uint8_t is_break[capacity];
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < count - 1; ++k)
+            // The caller has set all cells. NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult)
             is_break[k] = cell[k + 1] - cell[k] != 1;
         constexpr std::uint8_t no_break[cpu_lanes - 1] = {};
         constexpr std::size_t bytes = cpu_lanes * sizeof(float);
@@ -365,6 +366,7 @@ inline void lay_down(int first, int last, const RunConstants& s, const Landings&
             float shares[4][cells_at_a_time];
             TARN_INDEPENDENT_ITERATIONS
             for (int k = 0; k < grains; ++k) {
+                // Grains are set by the loop above. NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage)
                 const Corners at(px[k], py[k], s);
                 column[k] = at.column;
                 row[k] = at.row;
