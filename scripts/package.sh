@@ -14,7 +14,7 @@ fi
 scripts/setup.sh
 libraries=lib/$(gcc -print-multiarch)
 common=(-G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr -DTARN_SYCL=host -DTARN_BUILD_TESTS=OFF
-    -DTARN_BUILD_BENCH=OFF -DTARN_BUILD_PYTHON=OFF -DTARN_DELAUNATOR_INCLUDE_DIR=)
+    -DTARN_BUILD_BENCH=OFF -DTARN_BUILD_PYTHON=OFF)
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 

@@ -6,6 +6,7 @@
 
 #include "mesh/mesh_kernels.hpp"
 #include "mesh/point_cloud_kernels.hpp"
+#include "mesh/sweep_line.hpp"
 #include "support.hpp"
 
 namespace {
@@ -235,6 +236,32 @@ TEST_F(PointCloud, TriangulationsAreDelaunayAndCoverTheHull) {
             }
         }
     }
+}
+
+TEST_F(PointCloud, DividingFindsWhatTheSweepLineFindsInItsOrder) {
+    std::mt19937 random(12);
+    const auto number = [&](int bits) {
+        return static_cast<std::int64_t>((std::uint64_t{random()} << 32 | random()) >> (64 - bits));
+    };
+    for (const std::size_t count : {3u, 4u, 5u, 9u, 40u, 700u, 5000u})
+        for (const char* kind : {"square", "strip", "rim", "fine lattice"}) {
+            std::set<Point> chosen;
+            while (chosen.size() < count) {
+                Point p{number(41), number(kind == std::string("strip") ? 12 : 41)};
+                if (kind == std::string("rim") && chosen.size() % 3 == 0)
+                    p[chosen.size() % 2] = chosen.size() % 4 < 2 ? -500 : std::int64_t{1} << 41;
+                if (kind == std::string("fine lattice")) // where some points are as high as the middle of their circle
+                    p = {number(13), number(13)};
+                chosen.insert(p);
+            }
+            std::vector<Place> places;
+            for (const Point& p : chosen)
+                places.push_back({p[0], p[1], static_cast<std::uint32_t>(2 * places.size())});
+            auto triangles = divide_and_conquer(places);
+            ASSERT_TRUE(triangles.has_value()) << count << " points, " << kind;
+            ASSERT_TRUE(sort_by_sweep(*triangles, places)) << count << " points, " << kind;
+            EXPECT_EQ(*triangles, sweep_line(places)) << count << " points, " << kind;
+        }
 }
 
 TEST_F(PointCloud, OfSeveralPointsInOnePlaceTheFirstCounts) {

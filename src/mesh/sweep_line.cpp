@@ -1,0 +1,235 @@
+// The triangulation as the dual of the points' Voronoi diagram, which Boost.Polygon's sweep line finds (S. Fortune, A
+// Sweepline Algorithm for Voronoi Diagrams, 1987). It computes in integers and tests orientations exactly, so points on
+// one line, on one circle and in one place, which the rim of a frame is full of, are no special cases: the hull is
+// always covered. The license, unlike that of other triangulators with exact tests, allows any use.
+#include "mesh/sweep_line.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <deque>
+#include <utility>
+
+#if defined(__GNUC__) && !defined(__clang__)
+// GCC cannot tell that Boost's integers copy only the words that they have.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <boost/polygon/voronoi_builder.hpp>
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+
+namespace tarn::mesh_rasterizer {
+
+namespace {
+
+/// Whole numbers that hold the product of two differences of coordinates. Boost's own of that size are kept in words,
+/// which takes a third of the sweep line's time.
+class Wide {
+  public:
+    Wide() = default;
+    Wide(std::int64_t value) : value_(value) {}
+
+    /// For numbers that an int64_t holds, as differences and sums of coordinates are.
+    operator boost::polygon::detail::extended_int<16>() const { return static_cast<std::int64_t>(value_); }
+
+    /// For numbers of up to 96 bits, rounded word by word as Boost rounds its own.
+    explicit operator double() const {
+        constexpr double word = 4294967296.0; // 2^32
+        const bool is_negative = value_ < 0;
+        const auto size = static_cast<unsigned_int128>(is_negative ? -value_ : value_);
+        const auto bits = [&](int shift) {
+            return static_cast<double>(static_cast<std::uint32_t>(size >> shift));
+        };
+        const double result = (bits(64) * word + bits(32)) * word + bits(0);
+        return is_negative ? -result : result;
+    }
+
+    friend Wide operator-(Wide a) { return from(-a.value_); }
+    friend Wide operator+(Wide a, Wide b) { return from(a.value_ + b.value_); }
+    friend Wide operator-(Wide a, Wide b) { return from(a.value_ - b.value_); }
+    friend Wide operator*(Wide a, Wide b) { return from(a.value_ * b.value_); }
+    friend int sign(Wide a) { return a.value_ > 0 ? 1 : a.value_ < 0 ? -1 : 0; }
+    friend bool operator<(Wide a, Wide b) { return a.value_ < b.value_; }
+    friend bool operator>(Wide a, Wide b) { return a.value_ > b.value_; }
+
+  private:
+    __extension__ using int128 = __int128;
+    __extension__ using unsigned_int128 = unsigned __int128;
+
+    static Wide from(int128 value) {
+        Wide wide;
+        wide.value_ = value;
+        return wide;
+    }
+
+    int128 value_ = 0;
+};
+
+/// The sweep line's number types for such coordinates.
+struct SweepNumbers {
+    using int_type = std::int64_t;
+    using int_x2_type = Wide;
+    using uint_x2_type = Wide;
+    using big_int_type = boost::polygon::detail::extended_int<16>;
+    using fpt_type = double;
+    using efpt_type = boost::polygon::detail::extended_exponent_fpt<double>;
+    using ulp_cmp_type = boost::polygon::detail::ulp_comparison<double>;
+    using to_fpt_converter_type = boost::polygon::detail::type_converter_fpt;
+    using to_efpt_converter_type = boost::polygon::detail::type_converter_efpt;
+};
+
+/// Takes what the sweep line finds, in place of a Voronoi diagram: pairs of points that become neighbours on the beach
+/// line, and a triangle whenever the point between two neighbours drops out of it.
+class TriangleCollector {
+  public:
+    explicit TriangleCollector(const std::vector<Place>& places) : places_(places) {}
+
+    void _reserve(std::size_t sites) { triangles_.reserve(2 * sites); }
+
+    template <class Site>
+    void _process_single_site(const Site&) {}
+
+    template <class Site>
+    std::pair<void*, void*> _insert_new_edge(const Site& a, const Site& b) {
+        return add_neighbours(point(a), point(b));
+    }
+
+    template <class Site, class Circle>
+    std::pair<void*, void*> _insert_new_edge(const Site& left, const Site& right, const Circle&, void* left_neighbours,
+                                             void*) {
+        const std::uint32_t a = point(left), c = point(right);
+        const auto& pair = *static_cast<const Neighbours*>(left_neighbours);
+        triangles_.push_back({a, pair[0] == a ? pair[1] : pair[0], c});
+        return add_neighbours(a, c);
+    }
+
+    void _build() {}
+
+    std::vector<PointTriangle> take() { return std::move(triangles_); }
+
+  private:
+    using Neighbours = std::array<std::uint32_t, 2>;
+
+    template <class Site>
+    std::uint32_t point(const Site& site) const {
+        return places_[site.initial_index()].point;
+    }
+
+    std::pair<void*, void*> add_neighbours(std::uint32_t a, std::uint32_t b) {
+        Neighbours* const added = &neighbours_.emplace_back(Neighbours{a, b});
+        return {added, added};
+    }
+
+    const std::vector<Place>& places_;
+    std::deque<Neighbours> neighbours_; // its elements stay where they are
+    std::vector<PointTriangle> triangles_;
+};
+
+using Site = boost::polygon::detail::site_event<std::int64_t>;
+using Circle = boost::polygon::detail::circle_event<double>;
+using Predicates = boost::polygon::detail::voronoi_predicates<SweepNumbers>;
+using CircleOf = Predicates::lazy_circle_formation_functor<Site, Circle>;
+
+/// When the sweep line, which moves to the right, has passed the circle through a triangle's corners: then it finds the
+/// triangle. `y` is that of the middle.
+struct Event {
+    double x, y;
+    PointTriangle triangle; // numbers of places
+};
+
+Wide squared(const Place& a, const Place& b) {
+    const Wide x(b.x - a.x), y(b.y - a.y);
+    return x * x + y * y;
+}
+
+/// Whether a is below (-1) or above (1) the middle of the circle through a, b and c, which go round counter-clockwise.
+/// 0 if it is as high, 2 if that cannot be told.
+int side_of_middle(const Place& a, const Place& b, const Place& c) {
+    const auto bx = static_cast<double>(b.x - a.x), by = static_cast<double>(b.y - a.y);
+    const auto cx = static_cast<double>(c.x - a.x), cy = static_cast<double>(c.y - a.y);
+    const double left = bx * (cx * cx + cy * cy), right = cx * (bx * bx + by * by);
+    const double height = left - right; // of the middle above a, times a positive number
+    if (std::abs(height) > 8.0 * 0x1p-53 * (std::abs(left) + std::abs(right)))
+        return height > 0.0 ? -1 : 1;
+    constexpr double most = 0x1p40; // so that products of three and their sums have room
+    if (std::max({std::abs(bx), std::abs(by), std::abs(cx), std::abs(cy)}) > most)
+        return 2;
+    return -sign(Wide(b.x - a.x) * squared(a, c) - Wide(c.x - a.x) * squared(a, b));
+}
+
+/// Turns a triangle, counter-clockwise, so that it is as the sweep line finds it: its first and last corner, clockwise,
+/// are those between which the circle reaches furthest to the right. False if that cannot be told.
+bool turn_to_sweep(PointTriangle& triangle, const std::vector<Place>& places) {
+    std::array<bool, 3> is_below{};
+    for (std::size_t k = 0; k < 3; ++k) {
+        const int side =
+            side_of_middle(places[triangle[k]], places[triangle[(k + 1) % 3]], places[triangle[(k + 2) % 3]]);
+        if (side == 2)
+            return false;
+        is_below[k] = side <= 0; // the sweep line puts a point that hits two arcs at once onto the right one
+    }
+    std::size_t first = 0;
+    if (is_below[0] == is_below[1] && is_below[1] == is_below[2]) { // the circle is widest opposite
+        for (std::size_t k = 1; k < 3; ++k) {
+            const std::int64_t step = places[triangle[k]].x - places[triangle[first]].x;
+            if (is_below[0] ? step > 0 : step < 0)
+                first = k;
+        }
+    } else { // where the way round comes from below the middle to above it
+        while (!is_below[first] || is_below[(first + 1) % 3])
+            ++first;
+    }
+    triangle = {triangle[first], triangle[(first + 2) % 3], triangle[(first + 1) % 3]};
+    return true;
+}
+
+} // namespace
+
+std::vector<PointTriangle> sweep_line(const std::vector<Place>& places) {
+    boost::polygon::voronoi_builder<std::int64_t, SweepNumbers> builder;
+    for (const Place& place : places)
+        builder.insert_point(place.x, place.y);
+    TriangleCollector triangles(places);
+    builder.construct(&triangles);
+    return triangles.take();
+}
+
+bool sort_by_sweep(std::vector<PointTriangle>& triangles, const std::vector<Place>& places) {
+    std::vector<Event> events;
+    events.reserve(triangles.size());
+    CircleOf circle_of;
+    Circle circle;
+    for (PointTriangle& triangle : triangles) {
+        if (!turn_to_sweep(triangle, places))
+            return false;
+        std::array<Site, 3> sites;
+        for (std::size_t k = 0; k < 3; ++k)
+            sites[k] = Site(places[triangle[k]].x, places[triangle[k]].y);
+        circle_of.ppp(sites[0], sites[1], sites[2], circle);
+        events.push_back({circle.lower_x(), circle.y(), triangle});
+    }
+    std::sort(events.begin(), events.end(),
+              [](const Event& a, const Event& b) { return a.x != b.x ? a.x < b.x : a.y < b.y; });
+    // Neighbours with almost the same circle: the sweep line may have cut their four corners the other way.
+    for (std::size_t n = 0; n < events.size(); ++n) {
+        const double near = events[n].x + std::abs(events[n].x) * 0x1p-44;
+        for (std::size_t other = n + 1; other < events.size() && events[other].x <= near; ++other) {
+            const auto& corners = events[n].triangle;
+            const auto shared = std::count_if(corners.begin(), corners.end(), [&](std::uint32_t corner) {
+                const auto& others = events[other].triangle;
+                return std::find(others.begin(), others.end(), corner) != others.end();
+            });
+            if (shared > 1 || (events[other].x == events[n].x && events[other].y == events[n].y))
+                return false;
+        }
+    }
+    for (std::size_t n = 0; n < events.size(); ++n)
+        for (std::size_t k = 0; k < 3; ++k)
+            triangles[n][k] = places[events[n].triangle[k]].point;
+    return true;
+}
+
+} // namespace tarn::mesh_rasterizer
