@@ -1,6 +1,7 @@
 // What the rasterizer does with one vertex, one triangle and one cell.
 #pragma once
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -160,26 +161,70 @@ struct KeepLastTriangle {
     }
 };
 
-/// Draws the cells from `first` to before `last` of a row of a grid of `width`, and calls `store(index, height,
-/// triangle)` for each that the triangle covers. The heights are worked out side by side, in whole vectors that may
-/// reach past the last.
+/// Cells that a triangle may cover, side by side.
+template <int lanes>
+struct Candidates {
+    int x[lanes];
+    int y[lanes];
+    float height[lanes];
+    std::uint32_t covered = 0; ///< a bit for each lane
+
+    /// Puts cell (x, y) in a lane; `counts` tells whether it is one of those to draw.
+    void add(int lane, int cell_x, int cell_y, bool counts, const DrawnTriangle& triangle) {
+        x[lane] = cell_x;
+        y[lane] = cell_y;
+        height[lane] = triangle.height(cell_x, cell_y);
+        covered |= counts & (height[lane] > lowest_height) ? 1u << lane : 0u;
+    }
+
+    /// Calls `store(index, height, triangle)` for those that the triangle covers.
+    template <class Store>
+    void hand_out(int width, const DrawnTriangle& triangle, const Store& store) {
+        for (; covered != 0; covered &= covered - 1u) {
+            const int lane = std::countr_zero(covered);
+            store(static_cast<std::ptrdiff_t>(y[lane]) * width + x[lane], height[lane], triangle.number);
+        }
+    }
+};
+
+/// Draws the cells from `first` to before `last` of a row of a grid of `width`.
 template <int lanes, class Store>
 inline void render_row(const DrawnTriangle& triangle, int first, int last, int y, int width, const Store& store) {
-    const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(y) * width;
     for (int begin = first; begin < last; begin += lanes) {
-        float z[lanes];
-        int covered = 0;
+        Candidates<lanes> cells;
+        TARN_INDEPENDENT_ITERATIONS
+        for (int lane = 0; lane < lanes; ++lane)
+            cells.add(lane, begin + lane, y, lane < last - begin, triangle);
+        cells.hand_out(width, triangle, store);
+    }
+}
+
+/// A frame of `width` by `height` cells, and a box in it whose items are its cells, row by row.
+struct NumberedBox {
+    /// Boxes up to this size are numbered in floats and ints.
+    static constexpr int most_items = 1 << 16;
+
+    int x0, y0;
+    int row_width;
+    int width, height;
+};
+
+/// Draws the items from `first` to before `last` of a box whose rows are narrower than a vector.
+template <int lanes, class Store>
+inline void render_narrow(const DrawnTriangle& triangle, const NumberedBox& box, int first, int last,
+                          const Store& store) {
+    const float rows_per_item = 1.0f / static_cast<float>(box.row_width);
+    for (int begin = first; begin < last; begin += lanes) {
+        Candidates<lanes> cells;
         TARN_INDEPENDENT_ITERATIONS
         for (int lane = 0; lane < lanes; ++lane) {
-            z[lane] = triangle.height(begin + lane, y);
-            covered |= z[lane] > lowest_height ? 1 : 0;
+            const int item = begin + lane;
+            const int row = static_cast<int>((static_cast<float>(item) + 0.5f) * rows_per_item);
+            const int x = box.x0 + item - row * box.row_width, y = box.y0 + row;
+            const bool counts = (item < last) & (x >= 0) & (x < box.width) & (y >= 0) & (y < box.height);
+            cells.add(lane, x, y, counts, triangle);
         }
-        if (covered == 0)
-            continue;
-        const int count = minimum(lanes, last - begin);
-        for (int lane = 0; lane < count; ++lane)
-            if (z[lane] > lowest_height)
-                store(row + begin + lane, z[lane], triangle.number);
+        cells.hand_out(box.width, triangle, store);
     }
 }
 

@@ -100,6 +100,13 @@ struct ExpandedTriangle {
     template <int lanes, class Store>
     void render_items(std::uint32_t first, std::uint32_t last, int width, int height, const Store& store) const {
         const std::int64_t pitch = row_width;
+        constexpr int most = 1 << 30;
+        if (lanes > 1 && row_width < lanes && last <= NumberedBox::most_items && x0 > -most && x0 < most &&
+            y0 > -most && y0 < most) {
+            render_narrow<lanes>(drawn, {x0, y0, static_cast<int>(row_width), width, height}, static_cast<int>(first),
+                                 static_cast<int>(last), store);
+            return;
+        }
         // Rows that lie in the frame.
         const std::int64_t top = maximum<std::int64_t>(first / pitch, -std::int64_t{y0});
         const std::int64_t bottom = minimum<std::int64_t>((last - 1) / pitch, std::int64_t{height} - 1 - y0);
