@@ -277,6 +277,8 @@ class Triangulator {
 std::optional<std::vector<PointTriangle>> divide_and_conquer(const std::vector<Place>& places) {
     if (places.size() < 3)
         return std::vector<PointTriangle>();
+    if (places.size() > no_edge / 6) // each of the up to three edges of a place is two
+        return std::nullopt;
     try {
         return Triangulator(places).run();
     } catch (const OneCircle&) {

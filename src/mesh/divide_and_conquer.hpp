@@ -16,7 +16,8 @@ struct Place {
 };
 
 /// The Delaunay triangles of places, sorted by x and then by y, no two alike: numbers of places, counter-clockwise, in
-/// an order of their own. Nothing if four places lie so near one circle that doubles cannot tell on which side.
+/// an order of their own. Nothing if four places lie so near one circle that doubles cannot tell on which side, or if
+/// there are more than 715 million.
 std::optional<std::vector<PointTriangle>> divide_and_conquer(const std::vector<Place>& places);
 
 } // namespace tarn::mesh_rasterizer

@@ -174,7 +174,7 @@ struct Candidates {
         x[lane] = cell_x;
         y[lane] = cell_y;
         height[lane] = triangle.height(cell_x, cell_y);
-        covered |= counts & (height[lane] > lowest_height) ? 1u << lane : 0u;
+        covered |= (counts & (height[lane] > lowest_height)) ? 1u << lane : 0u;
     }
 
     /// Calls `store(index, height, triangle)` for those that the triangle covers.

@@ -151,9 +151,14 @@ Circle circle_of(const PointTriangle& triangle, const std::vector<Place>& places
     return circle;
 }
 
+/// How far two events of the sweep line may be apart and be one but for rounding: it is sure of all but six bits.
+double rounding(double x) {
+    return std::abs(x) * 0x1p-44;
+}
+
 /// How far two events may be apart, in whole units, and their order still be in doubt.
 double doubt(double x) {
-    return std::max(1.0, std::abs(x) * 0x1p-44);
+    return std::max(1.0, rounding(x));
 }
 
 /// An event, less exact than the sweep line's by a quarter of a unit at most, and much faster.
@@ -233,7 +238,7 @@ bool settle(std::vector<Event>::iterator first, std::vector<Event>::iterator las
     std::sort(exact.begin(), exact.end(),
               [](const Exact& a, const Exact& b) { return std::tie(a.x, a.y) < std::tie(b.x, b.y); });
     for (auto a = exact.begin(); a != exact.end(); ++a)
-        for (auto b = a + 1; b != exact.end() && b->x - a->x <= doubt(a->x); ++b) {
+        for (auto b = a + 1; b != exact.end() && b->x - a->x <= rounding(a->x); ++b) {
             const auto shared = std::count_if(a->triangle.begin(), a->triangle.end(), [&](std::uint32_t corner) {
                 return std::find(b->triangle.begin(), b->triangle.end(), corner) != b->triangle.end();
             });
