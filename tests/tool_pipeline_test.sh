@@ -72,4 +72,11 @@ expect 66 "cannot read 'none.toml'" pipeline none.toml
 # Each of the sixteen computations has a time.
 expect 0 "MeshRasterizer_ComputeTangentSpaceNormals" bench --size 64
 [[ "$("$tarn" bench --size 64 --json | grep -c '"seconds":0.0*[1-9]')" -ge 14 ]] || fail "bench: times are missing"
+# Stopped halfway, it leaves no files.
+mkdir temporary
+TMPDIR=$PWD/temporary "$tarn" bench >/dev/null 2>&1 &
+until compgen -G 'temporary/*/picture.png' >/dev/null || ! kill -0 $!; do sleep 0.1; done
+kill -TERM $!
+wait $! && fail "bench: was not stopped"
+[[ -z $(ls temporary) ]] || fail "bench: left $(ls temporary)"
 finish

@@ -13,6 +13,7 @@
 
 #include "command.hpp"
 #include "host.hpp"
+#include "interrupt.hpp"
 #include "message.hpp"
 #include "named_grids.hpp"
 #include "parser.hpp"
@@ -102,6 +103,7 @@ std::string name_of(const std::string& device) {
 void run_bench(int side, const std::string& device, bool as_json) {
     allow_grid_names();
     std::signal(SIGPIPE, SIG_IGN); // or the folder stays where `tarn bench | head` ends the run
+    const InterruptGuard guard(InterruptGuard::Second::is_ignored); // likewise where Ctrl-C does
     const Folder folder;
     const std::string model = folder.file("model.obj"), points = folder.file("points.csv");
     const std::string picture = folder.file("picture.png"), other = folder.file("other.png");
@@ -134,6 +136,8 @@ void run_bench(int side, const std::string& device, bool as_json) {
         std::printf("%d x %d cells, on %s; the time of the library alone\n\n%-9s %-52s %9s %16s %11s\n", side, side,
                     name_of(device).c_str(), "command", "functions", "seconds", "s/million cells", "memory");
     for (std::vector<std::string> arguments : runs) {
+        if (is_interrupted())
+            throw ToolError(ExitCode::cancelled, "cancelled");
         arguments.insert(arguments.end(), {"--device", device});
         const RunCost cost = cost_of(arguments);
         const bool is_displaced = arguments.size() > 8 && arguments[0] == "mesh";
