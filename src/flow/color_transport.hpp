@@ -28,8 +28,8 @@ struct Color {
     float blue;
 };
 
-/// What particles have laid down in a cell.
-struct Load {
+/// What particles have laid down in a cell. Two numbers at a time can be changed as one of 64 bits.
+struct alignas(16) Load {
     Color sum;
     std::uint32_t hits;
 };

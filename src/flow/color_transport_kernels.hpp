@@ -87,10 +87,15 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
         for (int k = 0; k < lanes; ++k) {
             if (lays_down[k] != 0) {
                 Load& load = loads[cell[k]];
-                atomic_add(load.sum.red, carried[k].red);
-                atomic_add(load.sum.green, carried[k].green);
-                atomic_add(load.sum.blue, carried[k].blue);
-                atomic_add(load.hits, 1u);
+                if constexpr (lanes > 1) {
+                    atomic_add_two(load.sum.red, carried[k].red, load.sum.green, carried[k].green);
+                    atomic_add_two(load.sum.blue, carried[k].blue, load.hits, 1u);
+                } else {
+                    atomic_add(load.sum.red, carried[k].red);
+                    atomic_add(load.sum.green, carried[k].green);
+                    atomic_add(load.sum.blue, carried[k].blue);
+                    atomic_add(load.hits, 1u);
+                }
             }
             if (takes_up[k] != 0) {
                 carried[k] = image.at(cell[k]);
