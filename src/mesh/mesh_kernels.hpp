@@ -167,19 +167,18 @@ struct Candidates {
     int x[lanes];
     int y[lanes];
     float height[lanes];
-    std::uint32_t covered = 0; ///< a bit for each lane
 
-    /// Puts cell (x, y) in a lane; `counts` tells whether it is one of those to draw.
-    void add(int lane, int cell_x, int cell_y, bool counts, const DrawnTriangle& triangle) {
+    /// Puts cell (x, y) in a lane. The lane's bit if the triangle covers it, and `counts`: it is one of those to draw.
+    std::uint32_t add(int lane, int cell_x, int cell_y, bool counts, const DrawnTriangle& triangle) {
         x[lane] = cell_x;
         y[lane] = cell_y;
         height[lane] = triangle.height(cell_x, cell_y);
-        covered |= (counts & (height[lane] > lowest_height)) ? 1u << lane : 0u;
+        return (counts & (height[lane] > lowest_height)) ? 1u << lane : 0u;
     }
 
-    /// Calls `store(index, height, triangle)` for those that the triangle covers.
+    /// Calls `store(index, height, triangle)` for the lanes whose bits are set.
     template <class Store>
-    void hand_out(int width, const DrawnTriangle& triangle, const Store& store) {
+    void hand_out(std::uint32_t covered, int width, const DrawnTriangle& triangle, const Store& store) const {
         for (; covered != 0; covered &= covered - 1u) {
             const int lane = std::countr_zero(covered);
             store(static_cast<std::ptrdiff_t>(y[lane]) * width + x[lane], height[lane], triangle.number);
@@ -192,10 +191,11 @@ template <int lanes, class Store>
 inline void render_row(const DrawnTriangle& triangle, int first, int last, int y, int width, const Store& store) {
     for (int begin = first; begin < last; begin += lanes) {
         Candidates<lanes> cells;
+        std::uint32_t covered = 0;
         TARN_INDEPENDENT_ITERATIONS
         for (int lane = 0; lane < lanes; ++lane)
-            cells.add(lane, begin + lane, y, lane < last - begin, triangle);
-        cells.hand_out(width, triangle, store);
+            covered |= cells.add(lane, begin + lane, y, lane < last - begin, triangle);
+        cells.hand_out(covered, width, triangle, store);
     }
 }
 
@@ -216,15 +216,16 @@ inline void render_narrow(const DrawnTriangle& triangle, const NumberedBox& box,
     const float rows_per_item = 1.0f / static_cast<float>(box.row_width);
     for (int begin = first; begin < last; begin += lanes) {
         Candidates<lanes> cells;
+        std::uint32_t covered = 0;
         TARN_INDEPENDENT_ITERATIONS
         for (int lane = 0; lane < lanes; ++lane) {
             const int item = begin + lane;
             const int row = static_cast<int>((static_cast<float>(item) + 0.5f) * rows_per_item);
             const int x = box.x0 + item - row * box.row_width, y = box.y0 + row;
             const bool counts = (item < last) & (x >= 0) & (x < box.width) & (y >= 0) & (y < box.height);
-            cells.add(lane, x, y, counts, triangle);
+            covered |= cells.add(lane, x, y, counts, triangle);
         }
-        cells.hand_out(box.width, triangle, store);
+        cells.hand_out(covered, box.width, triangle, store);
     }
 }
 
