@@ -38,11 +38,22 @@ struct LevelRun {
         : level(run_level), plan(level_plan), cells(sycl::range<2>(level.rows, level.cols)),
           particles(plan.particle_count), particles_next(plan.particle_count), alive_count(1),
           wishes(plan.particle_count * std::size_t{longest_path}),
-          changed(plan.particle_count * std::size_t{longest_path}), delta(one_if_absent(level, has_shaping)),
-          reach(one_if_absent(level, has_spawn_map)), reach_next(one_if_absent(level, has_spawn_map)) {
+          changed(plan.particle_count * std::size_t{longest_path}), survivors(plan.particle_count / particle_block + 2),
+          delta(one_if_absent(level, has_shaping)), reach(one_if_absent(level, has_spawn_map)),
+          reach_next(one_if_absent(level, has_spawn_map)) {
         sycl::host_accessor(alive_count, sycl::write_only, sycl::no_init)[0] = 0;
         fill(*level.queue, cells, CellState{});
         fill(*level.queue, reach, 0.0f);
+    }
+
+    /// Turns the numbers of survivors of `blocks` blocks into their places. The number of all.
+    std::uint32_t place_survivors(std::size_t blocks) {
+        const sycl::host_accessor list(survivors, sycl::read_write);
+        std::uint32_t sum = 0;
+        for (std::size_t block = 0; block < blocks; ++block)
+            sum += std::exchange(list[block], sum);
+        list[blocks] = sum;
+        return sum;
     }
 
     /// Reads the counter, which waits for the kernels before, and sets it back to 0.
@@ -63,6 +74,9 @@ struct LevelRun {
     sycl::buffer<Wish, 1> wishes;
     /// The cells that a pass has changed, each once.
     sycl::buffer<std::uint32_t, 1> changed;
+    /// On CPUs: how many particles of each block go on; then the place of the first of them in the next pass, and at
+    /// the end the number of all.
+    sycl::buffer<std::uint32_t, 1> survivors;
     /// The change that the shaping makes of a cell.
     Grid delta;
     /// How far the flow has reached, from 0 to 1.
@@ -234,10 +248,13 @@ std::uint32_t ParallelErosion::give_birth(LevelRun& run, std::uint32_t batch_off
 }
 
 std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
+    // On CPUs survivors keep their order, and with it the neighbourhood that they have been sorted into.
+    const bool keeps_order = cpu_lanes > 1 && queue_.get_device().is_cpu();
     queue_.submit([&](sycl::handler& handler) {
         const auto particles = read(run.particles, handler);
         const auto next = overwrite(run.particles_next, handler);
         const auto alive_count = update(run.alive_count, handler);
+        const auto survivors = overwrite(run.survivors, handler);
         const auto changed = overwrite(run.changed, handler);
         const auto wishes = overwrite(run.wishes, handler);
         const auto cells = update(run.cells, handler);
@@ -252,13 +269,22 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
                          const std::uint32_t first_wish = first * longest_path;
                          walkers.put_down(taken, first_wish, elements_of(wishes) + first_wish, cells_of(cells),
                                           elements_of(changed) + first_wish);
-                         if (const std::uint32_t survivors = walkers.count_survivors(); survivors != 0)
-                             walkers.store(elements_of(next) + atomic_add(alive_count[0], survivors));
+                         const std::uint32_t going_on = walkers.count_survivors();
+                         if constexpr (lanes.value > 1) {
+                             elements_of(survivors)[first / particle_block] = going_on;
+                             walkers.store(elements_of(next) + first);
+                         } else if (going_on != 0) {
+                             walkers.store(elements_of(next) + atomic_add(alive_count[0], going_on));
+                         }
                      });
     });
+    std::uint32_t alive = keeps_order ? run.place_survivors((count - 1) / particle_block + 1) : 0;
     queue_.submit([&](sycl::handler& handler) {
         const auto changed = read(run.changed, handler);
         const auto wishes = read(run.wishes, handler);
+        const auto next = read(run.particles_next, handler);
+        const auto survivors = read(run.survivors, handler);
+        const auto particles = update(run.particles, handler);
         const auto cells = update(run.cells, handler);
         const auto height = update(run.level.height, handler);
         const auto sediment = update(run.level.sediment, handler), wear = update(run.level.wear, handler);
@@ -268,10 +294,18 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
                                                     static_cast<int>(last - first) * longest_path, cells_of(cells),
                                                     elements_of(wishes),
                                                     {cells_of(height), cells_of(sediment), cells_of(wear)});
+                         if constexpr (lanes.value > 1) {
+                             const std::uint32_t* places = elements_of(survivors) + first / particle_block;
+                             for (std::uint32_t n = 0; places[0] + n < places[1]; ++n)
+                                 elements_of(particles)[places[0] + n] = elements_of(next)[first + n];
+                         }
                      });
     });
-    std::swap(run.particles, run.particles_next);
-    return run.take_alive_count();
+    if (!keeps_order) {
+        std::swap(run.particles, run.particles_next);
+        alive = run.take_alive_count();
+    }
+    return alive;
 }
 
 template <bool with_reach>
