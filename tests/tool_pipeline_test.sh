@@ -34,7 +34,7 @@ END
 "$tarn" -q dunes "$terrain" land.asc --sand 0 --duration 0
 awk 'NR > 8 && NR < 20 { $50 = $51 = -32768 } /NODATA/ { next } { print } NR == 5 { print "NODATA_value -32768" }' land.asc >holes.asc
 "$tarn" -q median holes.asc land.tif --iterations 0
-expect 0 "step 4 of 4, median" pipeline steps.toml
+expect 0 "step 4 of 4: tarn median @eroded median.tif" pipeline steps.toml
 expect 0 "tarn median @eroded median.tif  # step 4 of steps.toml" info median.tif
 mkdir single
 "$tarn" -q erode land.tif single/eroded.tif --iterations 2 --erosion-strength 0.7 --flow-out single/flow.tif
@@ -68,6 +68,10 @@ refused 64 "only grids stay in memory" 's/"picture.png"/"@picture.png"/'
 refused 66 "'stop' is not known" '$a[[stop]]'
 refused 73 "there is no folder 'nowhere'" 's/median.tif/nowhere\/median.tif/'
 expect 66 "cannot read 'none.toml'" pipeline none.toml
+
+# A number where a grid may stand is no file.
+printf '[[step]]\ncommand = "dunes"\nin = "land.tif"\nout = "dunes.tif"\nsand = 1.5\nduration = 0.001\n' >sand.toml
+expect 0 "step 1 of 1: tarn dunes land.tif dunes.tif --sand=1.5" pipeline sand.toml
 
 # Each of the sixteen computations has a time.
 expect 0 "MeshRasterizer_ComputeTangentSpaceNormals" bench --size 64

@@ -111,10 +111,15 @@ void remove_stale_companions(const std::string& path, const std::deque<StagedFil
 
 } // namespace
 
-void set_command_line(const std::vector<std::string>& arguments, const std::string& place) {
-    command_line() = "tarn";
+std::string command_line_of(const std::vector<std::string>& arguments) {
+    std::string line = "tarn";
     for (const std::string& argument : arguments)
-        command_line().append(" ").append(quoted(argument));
+        line.append(" ").append(quoted(argument));
+    return line;
+}
+
+void set_command_line(const std::vector<std::string>& arguments, const std::string& place) {
+    command_line() = command_line_of(arguments);
     if (!place.empty())
         command_line().append("  # ").append(place);
 }

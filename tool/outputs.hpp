@@ -18,6 +18,9 @@ struct GridOutput {
     std::string path = {}; ///< empty if it is not asked for
 };
 
+/// The words after `tarn` as a line for a shell.
+std::string command_line_of(const std::vector<std::string>& arguments);
+
 /// Keeps the words after `tarn`, and where they stand if not on a command line, for the records of the files that are
 /// written.
 void set_command_line(const std::vector<std::string>& arguments, const std::string& place = "");

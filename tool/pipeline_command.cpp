@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -131,6 +132,11 @@ class Files {
     std::map<std::string, std::size_t> last_use_;
 };
 
+bool is_number(const std::string& text) {
+    double number = 0;
+    return std::from_chars(text.data(), text.data() + text.size(), number).ptr == text.data() + text.size();
+}
+
 std::string place_of(const std::string& path) {
     return is_grid_name(path) ? path : fs::weakly_canonical(fs::absolute(path)).string();
 }
@@ -152,6 +158,8 @@ void Files::check(const CommandRecord& command, std::size_t step) {
         if (option.role == "parameter" && !is_layer)
             continue;
         for (const std::string& value : option.parser->results()) {
+            if (option.type.ends_with("_or_grid") && is_number(value))
+                continue;
             const std::string path = is_layer ? value.substr(value.find('=') + 1) : value;
             if (is_grid_name(path) && option.type != "grid" && !is_layer)
                 refuse("'" + path + "': only grids stay in memory");
@@ -244,12 +252,17 @@ void run_pipeline(const std::string& path) {
         print_note("no step reads the grid '" + name + "'");
     const double share = 100.0 / static_cast<double>(steps.size());
     for (std::size_t i = 0; i < steps.size(); ++i) {
-        print_note(steps[i].title);
+        const std::string number = format_text("step %zu of %zu: ", i + 1, steps.size());
+        print_note(number + command_line_of(steps[i].arguments));
+        const auto start = std::chrono::steady_clock::now();
         set_progress_part(steps[i].title + ": ", share * static_cast<double>(i), share * static_cast<double>(i + 1));
         set_command_line(steps[i].arguments, format_text("step %zu of %s", i + 1, path.c_str()));
         in_step(steps[i].title, steps[i].run);
         steps[i] = {}; // the grids that it holds may go
         files.forget_after(i);
+        print_note(
+            number +
+            format_text("%.2f s", std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()));
     }
 }
 
