@@ -144,9 +144,14 @@ sycl::buffer<float, 1> create_random_directions(std::uint32_t seed) {
     return sycl::buffer<float, 1>(coordinates.begin(), coordinates.end());
 }
 
-/// Puts particles that lie in the same tile side by side, so that those of a block find one another's cells in the
-/// cache. No result depends on the order.
+/// After so many passes particles have left the tiles in which they were: they walk up to twelve cells in one.
+constexpr int passes_in_a_tile = 5;
+
+/// On CPUs, puts particles that lie in the same tile side by side, so that those of a block find one another's cells in
+/// the cache. No result depends on the order.
 void sort_by_place(LevelRun& run, std::uint32_t count) {
+    if (count <= cpu_lanes || !run.level.queue->get_device().is_cpu())
+        return;
     constexpr float per_tile = 1.0f / 64.0f; // a tile has about as many particles as a CPU has lanes
     const std::uint32_t columns = static_cast<std::uint32_t>(run.level.cols) / 64u + 1u;
     const std::uint32_t rows = static_cast<std::uint32_t>(run.level.rows) / 64u + 1u;
@@ -154,14 +159,17 @@ void sort_by_place(LevelRun& run, std::uint32_t count) {
         return static_cast<std::uint32_t>(p.y * per_tile) * columns + static_cast<std::uint32_t>(p.x * per_tile);
     };
     std::vector<std::uint32_t> places(std::size_t{columns} * rows + 1);
-    const sycl::host_accessor unsorted(run.particles, sycl::read_only);
-    const sycl::host_accessor sorted(run.particles_next, sycl::write_only, sycl::no_init);
-    for (std::uint32_t i = 0; i < count; ++i)
-        ++places[tile_of(unsorted[i]) + 1];
-    for (std::size_t tile = 1; tile < places.size(); ++tile)
-        places[tile] += places[tile - 1];
-    for (std::uint32_t i = 0; i < count; ++i)
-        sorted[places[tile_of(unsorted[i])]++] = unsorted[i];
+    {
+        const sycl::host_accessor unsorted(run.particles, sycl::read_only);
+        const sycl::host_accessor sorted(run.particles_next, sycl::write_only, sycl::no_init);
+        for (std::uint32_t i = 0; i < count; ++i)
+            ++places[tile_of(unsorted[i]) + 1];
+        for (std::size_t tile = 1; tile < places.size(); ++tile)
+            places[tile] += places[tile - 1];
+        for (std::uint32_t i = 0; i < count; ++i)
+            sorted[places[tile_of(unsorted[i])]++] = unsorted[i];
+    }
+    std::swap(run.particles, run.particles_next);
 }
 
 } // namespace
@@ -211,8 +219,11 @@ void ParallelErosion::erode_level(LaplacianLevel& level, int levels_done) {
     std::uint32_t batch_offset = 0;
     for (int round = 0; round < plan.rounds && !tracker_.cancelled; ++round) {
         std::uint32_t count = has_inside ? give_birth(run, batch_offset) : 0;
-        for (int pass = 0; count != 0 && pass < plan.most_passes && !tracker_.ask(); ++pass)
+        for (int pass = 1; count != 0 && pass <= plan.most_passes && !tracker_.ask(); ++pass) {
             count = flow(run, count);
+            if (pass % passes_in_a_tile == 0)
+                sort_by_place(run, count);
+        }
         if (has_shaping && !tracker_.cancelled)
             with_constant(plan_.has_spawn_map, [&](auto with_reach) { shape<with_reach.value>(run); });
         batch_offset += plan.particle_count;
@@ -240,10 +251,7 @@ std::uint32_t ParallelErosion::give_birth(LevelRun& run, std::uint32_t batch_off
     });
     if (plan_.has_spawn_map)
         count = run.take_alive_count();
-    if (count > cpu_lanes && queue_.get_device().is_cpu()) {
-        sort_by_place(run, count);
-        std::swap(run.particles, run.particles_next);
-    }
+    sort_by_place(run, count);
     return count;
 }
 
