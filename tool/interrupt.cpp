@@ -7,6 +7,7 @@
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
+int guards = 0;
 
 void say(std::string_view text) {
     // Nothing can be done in a signal handler about a message that cannot be written.
@@ -26,7 +27,8 @@ void stop(int) {
 } // namespace
 
 InterruptGuard::InterruptGuard(Second second) {
-    interrupted = 0;
+    if (guards++ == 0)
+        interrupted = 0;
     struct sigaction action = {};
     action.sa_handler = second == Second::ends_program ? stop_or_end : stop;
     action.sa_flags = SA_RESTART;
@@ -38,6 +40,7 @@ InterruptGuard::InterruptGuard(Second second) {
 }
 
 InterruptGuard::~InterruptGuard() {
+    --guards;
     sigaction(SIGINT, &previous_interrupt_, nullptr);
     sigaction(SIGTERM, &previous_terminate_, nullptr);
 }

@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-/// Takes Ctrl-C and SIGTERM as a wish to stop, for as long as it lives.
+/// Takes Ctrl-C and SIGTERM as a wish to stop, for as long as it lives. One may be made while another one lives.
 class InterruptGuard {
   public:
     enum class Second { ends_program, is_ignored };
@@ -17,5 +17,5 @@ class InterruptGuard {
     struct sigaction previous_terminate_ = {};
 };
 
-/// Whether there was one since the guard was made.
+/// Whether there was one since the outermost guard was made.
 bool is_interrupted();
