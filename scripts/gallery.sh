@@ -36,7 +36,7 @@ story() {
 }
 step() {
     local line number seconds
-    line=$(grep --max-count=1 "step .* $out/$1\( \|$\)" "$notes")
+    line=$(grep --max-count=1 "step .* '\?$out/$1'\?\( \|$\)" "$notes") # quoted where the folder has a space in its name
     number=$(sed 's/.*\(step [0-9]* of [0-9]*\): .*/\1/' <<<"$line")
     seconds=$(sed -n "s/.*$number: \([0-9.]* s\)$/\1/p" "$notes")
     tell "${line#*"$number": }" "$seconds"

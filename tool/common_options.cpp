@@ -1,6 +1,7 @@
 #include "common_options.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -104,6 +105,13 @@ double square_side(CellSize cell) {
     if (std::abs(cell.x - cell.y) > 0.01 * cell.x)
         print_note(format_text("cells are %.4g x %.4g m; squares of %.4g m are assumed", cell.x, cell.y, side));
     return side;
+}
+
+std::optional<double> number_of(const std::string& text) {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [after, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && after == end ? std::optional(number) : std::nullopt;
 }
 
 void note_if_unchanged(const std::vector<float>& before, const std::vector<float>& after, const std::string& hint) {

@@ -38,6 +38,9 @@ void add_file_options(Command& command, bool writes_grids = true, bool draws = t
 /// The side of the square of the same area, with a note if a cell is clearly oblong: the library's cells are squares.
 double square_side(CellSize cell);
 
+/// The number that a text is as a whole; nothing if it is none, as the name of a grid that may stand in its place.
+std::optional<double> number_of(const std::string& text);
+
 /// Says that a run has changed nothing, if so, and what to try.
 void note_if_unchanged(const std::vector<float>& before, const std::vector<float>& after, const std::string& hint);
 

@@ -1,6 +1,5 @@
 #include "commands.hpp"
 
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <utility>
@@ -35,13 +34,10 @@ struct DunesCommand {
 
 /// The sand at the start, in the terrain's unit of height: a grid of depths, or one depth in metres for all cells.
 std::vector<float> DunesCommand::make_sand(const Grid& terrain) const {
-    double depth = 0;
-    const char* const end = sand.data() + sand.size();
-    const auto parsed = std::from_chars(sand.data(), end, depth);
-    if (parsed.ec == std::errc() && parsed.ptr == end) {
-        if (!std::isfinite(depth) || depth < 0)
+    if (const std::optional<double> depth = number_of(sand)) {
+        if (!std::isfinite(*depth) || *depth < 0)
             throw ToolError(ExitCode::usage, "--sand: a depth must be a finite number from 0 up");
-        return std::vector<float>(terrain.size(), static_cast<float>(depth / common.height_unit_of(terrain)));
+        return std::vector<float>(terrain.size(), static_cast<float>(*depth / common.height_unit_of(terrain)));
     }
     return fitted_cells(read_grid(sand, Holes::are_zero), {terrain.width, terrain.height}, "the sand");
 }

@@ -71,19 +71,17 @@ GridSize parse_size(const std::string& text) {
 
 /// What the model is drawn onto: one height for all cells, or a grid, which then gives the size too.
 Grid MeshCommand::make_floor() const {
-    double height = 0;
-    const char* const end = floor.data() + floor.size();
-    const auto parsed = std::from_chars(floor.data(), end, height);
-    if (parsed.ec != std::errc() || parsed.ptr != end)
+    const std::optional<double> height = number_of(floor);
+    if (!height)
         return read_grid(floor);
-    if (!std::isfinite(height))
+    if (!std::isfinite(*height))
         throw ToolError(ExitCode::usage, "--floor: a height must be a finite number");
     const GridSize cells = parse_size(size);
     Grid grid;
     grid.width = cells.width;
     grid.height = cells.height;
     grid.cells.assign(static_cast<std::size_t>(cells.width) * static_cast<std::size_t>(cells.height),
-                      static_cast<float>(height));
+                      static_cast<float>(*height));
     return grid;
 }
 

@@ -16,6 +16,7 @@
 #include <toml.hpp>
 
 #include "command.hpp"
+#include "common_options.hpp"
 #include "message.hpp"
 #include "named_grids.hpp"
 #include "parser.hpp"
@@ -132,11 +133,6 @@ class Files {
     std::map<std::string, std::size_t> last_use_;
 };
 
-bool is_number(const std::string& text) {
-    double number = 0;
-    return std::from_chars(text.data(), text.data() + text.size(), number).ptr == text.data() + text.size();
-}
-
 std::string place_of(const std::string& path) {
     return is_grid_name(path) ? path : fs::weakly_canonical(fs::absolute(path)).string();
 }
@@ -158,7 +154,7 @@ void Files::check(const CommandRecord& command, std::size_t step) {
         if (option.role == "parameter" && !is_layer)
             continue;
         for (const std::string& value : option.parser->results()) {
-            if (option.type.ends_with("_or_grid") && is_number(value))
+            if (option.type.ends_with("_or_grid") && number_of(value))
                 continue;
             const std::string path = is_layer ? value.substr(value.find('=') + 1) : value;
             if (is_grid_name(path) && option.type != "grid" && !is_layer)
