@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <functional>
 
+#include "memory.hpp"
+
 namespace sycl::detail {
 
 namespace {
@@ -27,10 +29,7 @@ void* buffer_impl::host_data() {
         return ready;
     const std::lock_guard lock(data_mutex_);
     if (host_.load(std::memory_order_relaxed) == nullptr && bytes_ > 0) {
-        constexpr std::size_t alignment = 64;
-        if (bytes_ > static_cast<std::size_t>(-1) - alignment)
-            throw exception(errc::memory_allocation, "no memory for a buffer");
-        void* block = std::aligned_alloc(alignment, (bytes_ + alignment - 1) / alignment * alignment);
+        void* block = allocate_block(bytes_, 64);
         if (block == nullptr)
             throw exception(errc::memory_allocation, "no memory for a buffer");
         owns_host_ = true;

@@ -8,33 +8,17 @@
 #include <mutex>
 #include <new>
 
-#include <sys/mman.h>
-
 #include "device_registry.hpp"
 #include "hostsycl/detail/queue_impl.hpp"
 #include "hostsycl/queue.hpp"
+#include "memory.hpp"
 
 namespace sycl {
 namespace detail {
 
 namespace {
 
-constexpr std::size_t huge_page = std::size_t{2} << 20;
 constexpr std::size_t largest_poisoned_block = std::size_t{128} << 20;
-
-void* allocate_block(std::size_t bytes, std::size_t alignment) {
-    // Large blocks in huge pages: a grid of 16 MiB is then 8 page faults and a handful of TLB entries.
-    const bool large = bytes >= 2 * huge_page;
-    if (large)
-        alignment = std::max(alignment, huge_page);
-    const std::size_t rounded = (std::max<std::size_t>(bytes, 1) + alignment - 1) / alignment * alignment;
-    if (rounded < bytes)
-        return nullptr;
-    void* block = std::aligned_alloc(alignment, rounded);
-    if (block != nullptr && large)
-        madvise(block, rounded, MADV_HUGEPAGE);
-    return block;
-}
 
 /// All USM allocations that are alive, by address.
 class allocation_table {
