@@ -69,7 +69,7 @@ void BakeCommand::run(Outputs& outputs) {
 
     outputs.check_grids(grid);
     // Where the model does not lie, the normal of the model itself.
-    std::vector<float> red(grid.size(), 0.5f), green(grid.size(), 0.5f), blue(grid.size(), 1.0f);
+    Cells red(grid.size(), 0.5f), green(grid.size(), 0.5f), blue(grid.size(), 1.0f);
     std::vector<TarnFloat2> hits(grid.size(), TarnFloat2{-1.0f, -1.0f});
     const mesh_rasterizer_MeshView view = mesh.view();
     host.run(format_text("baking %d x %d normals", grid.width, grid.height), [&](SyclQueue* queue,
@@ -92,7 +92,7 @@ void BakeCommand::run(Outputs& outputs) {
                  }
          }});
     const auto add_hits = [&](const GridOutput& place, float TarnFloat2::*axis) {
-        std::vector<float> cells(hits.size());
+        Cells cells(hits.size());
         std::transform(hits.begin(), hits.end(), cells.begin(), [axis](const TarnFloat2& hit) { return hit.*axis; });
         outputs.add(place, with_cells(grid, std::move(cells)));
     };

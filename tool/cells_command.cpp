@@ -74,7 +74,7 @@ Cellular3D_Parameters CellsCommand::make_parameters(const Grid& grid, CellSize c
 void CellsCommand::run(Outputs& outputs) {
     Host host(common.device);
     Grid grid = read_grid(input);
-    std::vector<float> factor;
+    Cells factor;
     if (!gap_factor.empty())
         factor = read_mask(gap_factor, {grid.width, grid.height});
 
@@ -87,7 +87,7 @@ void CellsCommand::run(Outputs& outputs) {
     Cellular3D_Parameters parameters =
         make_parameters(grid, cell, static_cast<double>(range) * common.height_unit_of(grid));
     const float asked = parameters.cell_density;
-    Grid random = grid;
+    Grid random = with_cells(grid, Cells(grid.size()));
     outputs.check_grids(grid);
     host.run(format_text("rebuilding %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {

@@ -38,7 +38,7 @@ void ColourCommand::run(Outputs& outputs) {
     if (const GridSize from{picture.width, picture.height}; from != size) {
         print_note(format_text("the image is resampled from %d x %d to %d x %d cells", from.width, from.height,
                                size.width, size.height));
-        for (std::vector<float>& channel : picture.channels)
+        for (Cells& channel : picture.channels)
             channel = resample(channel, from, size);
         picture.width = size.width;
         picture.height = size.height;
@@ -55,10 +55,10 @@ void ColourCommand::run(Outputs& outputs) {
     parameters.straight_trails = straight_trails ? 1 : 0;
     parameters.seed = trails.seed;
 
-    const std::vector<float> heights = unit_heights(terrain);
-    const std::vector<float> mask = trails.read_mask_cells(size);
-    const std::vector<float> lengths = length_map.empty() ? std::vector<float>() : read_mask(length_map, size);
-    const std::vector<float> before = picture.channels[0];
+    const Cells heights = unit_heights(terrain);
+    const Cells mask = trails.read_mask_cells(size);
+    const Cells lengths = length_map.empty() ? Cells() : read_mask(length_map, size);
+    const Cells before = picture.channels[0];
     host.run(format_text("moving colours over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return ColorTransportSimulation(queue, heights.data(), picture.channels[0].data(),

@@ -114,7 +114,7 @@ std::optional<double> number_of(const std::string& text) {
     return error == std::errc() && after == end ? std::optional(number) : std::nullopt;
 }
 
-void note_if_unchanged(const std::vector<float>& before, const std::vector<float>& after, const std::string& hint) {
+void note_if_unchanged(const Cells& before, const Cells& after, const std::string& hint) {
     if (before == after)
         print_note("nothing has changed: " + hint);
 }

@@ -42,7 +42,7 @@ double square_side(CellSize cell);
 std::optional<double> number_of(const std::string& text);
 
 /// Says that a run has changed nothing, if so, and what to try.
-void note_if_unchanged(const std::vector<float>& before, const std::vector<float>& after, const std::string& hint);
+void note_if_unchanged(const Cells& before, const Cells& after, const std::string& hint);
 
 /// What is wrong with a day as MM-DD or with a time as HH:MM; empty if nothing is.
 std::string check_day(const std::string& text);

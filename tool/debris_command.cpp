@@ -138,9 +138,9 @@ void DebrisCommand::run(Outputs& outputs) {
                                static_cast<double>(parameters.friction)));
 
     outputs.check_grids(grid);
-    std::vector<float> heights = pad(grid.cells, size, work_size);
+    Cells heights = pad(grid.cells, size, work_size);
     constexpr float untouched = -1;
-    std::vector<float> rock_id(heights.size(), untouched), coverage(heights.size()), speed(heights.size());
+    Cells rock_id(heights.size(), untouched), coverage(heights.size()), speed(heights.size(), 0.0f);
     host.run(format_text("strewing %u rocks over %d x %d cells", count, work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) -> std::uint32_t {
                  DebrisSimulation(queue, heights.data(), rock_id.data(), coverage.data(), speed.data(), &parameters,
@@ -149,15 +149,15 @@ void DebrisCommand::run(Outputs& outputs) {
                  return rock_id.front() == untouched ? status_failed : status_ok;
              });
 
-    coverage = crop(coverage, work_size, size);
+    coverage = crop(std::move(coverage), work_size, size);
     if (std::find(coverage.begin(), coverage.end(), 1.0f) == coverage.end())
         print_note("nothing has changed: no rock came to rest on the terrain; try a smaller --friction, smaller cells "
                    "(--window and --resolution) or --draw-unmoved");
-    grid.cells = crop(heights, work_size, size);
+    grid.cells = crop(std::move(heights), work_size, size);
     common.draw_preview(outputs, host, grid, cell);
-    outputs.add(rock_id_output, with_cells(grid, crop(rock_id, work_size, size)));
+    outputs.add(rock_id_output, with_cells(grid, crop(std::move(rock_id), work_size, size)));
     outputs.add(coverage_output, with_cells(grid, std::move(coverage)));
-    outputs.add(speed_output, with_cells(grid, crop(speed, work_size, size)));
+    outputs.add(speed_output, with_cells(grid, crop(std::move(speed), work_size, size)));
     outputs.add(output, std::move(grid));
     outputs.write();
 }

@@ -29,15 +29,15 @@ struct DunesCommand {
     void run(Outputs& outputs);
 
   private:
-    std::vector<float> make_sand(const Grid& terrain) const;
+    Cells make_sand(const Grid& terrain) const;
 };
 
 /// The sand at the start, in the terrain's unit of height: a grid of depths, or one depth in metres for all cells.
-std::vector<float> DunesCommand::make_sand(const Grid& terrain) const {
+Cells DunesCommand::make_sand(const Grid& terrain) const {
     if (const std::optional<double> depth = number_of(sand)) {
         if (!std::isfinite(*depth) || *depth < 0)
             throw ToolError(ExitCode::usage, "--sand: a depth must be a finite number from 0 up");
-        return std::vector<float>(terrain.size(), static_cast<float>(*depth / common.height_unit_of(terrain)));
+        return Cells(terrain.size(), static_cast<float>(*depth / common.height_unit_of(terrain)));
     }
     return fitted_cells(read_grid(sand, Holes::are_zero), {terrain.width, terrain.height}, "the sand");
 }
@@ -47,9 +47,8 @@ void DunesCommand::run(Outputs& outputs) {
     Grid grid = read_grid(input);
     const CellSize cell = common.cell_of(grid);
     const double cell_size = square_side(cell);
-    Grid depth = grid;
-    depth.cells = make_sand(grid);
-    Grid wind_trace = grid;
+    Grid depth = with_cells(grid, make_sand(grid));
+    Grid wind_trace = with_cells(grid, Cells(grid.size()));
 
     arrakis_Parameters parameters{};
     parameters.width = grid.width;
@@ -65,7 +64,7 @@ void DunesCommand::run(Outputs& outputs) {
 
     print_note(format_text("the size of dunes follows the cells, which are %.4g m wide: finer cells make smaller dunes",
                            cell_size));
-    const std::vector<float> before = depth.cells;
+    const Cells before = depth.cells;
     outputs.check_grids(grid);
     host.run(format_text("moving sand over %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {

@@ -83,12 +83,12 @@ void ErodeCommand::run(Outputs& outputs) {
                              static_cast<double>(parameters.terrain_height),
                              static_cast<double>(parameters.feature_size)));
 
-    std::vector<float> births;
+    Cells births;
     if (!spawn_map.empty())
         births = pad(read_mask(spawn_map, size), size, work_size);
     outputs.check_grids(grid);
-    std::vector<float> heights = pad(grid.cells, size, work_size);
-    std::vector<float> flow(heights.size()), sediment(heights.size()), wear(heights.size());
+    Cells heights = pad(grid.cells, size, work_size);
+    Cells flow(heights.size()), sediment(heights.size()), wear(heights.size());
     host.run(format_text("eroding %d x %d cells", work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return ParallelErosionSimulation(queue, heights.data(), births.empty() ? nullptr : births.data(),
@@ -96,12 +96,12 @@ void ErodeCommand::run(Outputs& outputs) {
                                                   callbacks);
              });
 
-    const std::vector<float> before = std::exchange(grid.cells, crop(heights, work_size, size));
+    const Cells before = std::exchange(grid.cells, crop(std::move(heights), work_size, size));
     note_if_unchanged(before, grid.cells, "try more --iterations or a larger --erosion-strength");
     common.draw_preview(outputs, host, grid, cell);
-    outputs.add(flow_output, with_cells(grid, crop(flow, work_size, size)));
-    outputs.add(sediment_output, with_cells(grid, crop(sediment, work_size, size)));
-    outputs.add(wear_output, with_cells(grid, crop(wear, work_size, size)));
+    outputs.add(flow_output, with_cells(grid, crop(std::move(flow), work_size, size)));
+    outputs.add(sediment_output, with_cells(grid, crop(std::move(sediment), work_size, size)));
+    outputs.add(wear_output, with_cells(grid, crop(std::move(wear), work_size, size)));
     outputs.add(output, std::move(grid));
     outputs.write();
 }

@@ -10,7 +10,7 @@ constexpr int relaxations = 16;
 
 struct Level {
     int width, height;
-    std::vector<float> cells;
+    Cells cells;
     std::vector<std::uint8_t> missing;
 
     std::size_t clamped(int x, int y) const {
@@ -81,7 +81,7 @@ void fill(Level& level) {
 
 } // namespace
 
-void fill_holes(std::vector<float>& cells, const std::vector<std::uint8_t>& missing, int width, int height) {
+void fill_holes(Cells& cells, const std::vector<std::uint8_t>& missing, int width, int height) {
     Level level{width, height, std::move(cells), missing};
     fill(level);
     cells = std::move(level.cells);

@@ -26,11 +26,11 @@ struct FlowCommand {
     void run(Outputs& outputs);
 
   private:
-    void draw(Outputs& outputs, Host& host, const Grid& terrain, const std::vector<float>& flow) const;
+    void draw(Outputs& outputs, Host& host, const Grid& terrain, const Cells& flow) const;
 };
 
 /// Water on a shaded relief.
-void FlowCommand::draw(Outputs& outputs, Host& host, const Grid& terrain, const std::vector<float>& flow) const {
+void FlowCommand::draw(Outputs& outputs, Host& host, const Grid& terrain, const Cells& flow) const {
     constexpr double water[3] = {12, 58, 140};
     ShadeOptions shade;
     shade.tinted = false;
@@ -65,17 +65,17 @@ void FlowCommand::run(Outputs& outputs) {
     parameters.spread = trails.spread;
     parameters.seed = trails.seed;
 
-    const std::vector<float> heights = unit_heights(terrain);
-    const std::vector<float> mask = trails.read_mask_cells({terrain.width, terrain.height});
-    Grid flow = with_cells(terrain, std::vector<float>(terrain.size()));
+    const Cells heights = unit_heights(terrain);
+    const Cells mask = trails.read_mask_cells({terrain.width, terrain.height});
+    Grid flow = with_cells(terrain, Cells(terrain.size(), 0.0f));
     outputs.check_grids(flow);
     host.run(format_text("tracing trails over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return FlowSimulation(queue, heights.data(), flow.cells.data(), data_or_null(mask), &parameters,
                                        callbacks);
              });
-    note_if_unchanged(std::vector<float>(flow.size()), flow.cells,
-                      "no trail left a mark; try a larger --flow-length or a --mask above 0");
+    if (std::all_of(flow.cells.begin(), flow.cells.end(), [](float cell) { return cell == 0; }))
+        print_note("nothing has changed: no trail left a mark; try a larger --flow-length or a --mask above 0");
     if (!common.preview.empty())
         draw(outputs, host, terrain, flow.cells);
     outputs.add(output, std::move(flow));

@@ -1,6 +1,8 @@
 #include "gdal.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -28,7 +30,46 @@ std::string without_name(const std::string& path, const std::string& reason) {
     return reason.starts_with(path + ": ") ? reason.substr(path.size() + 2) : reason;
 }
 
+bool read_window(const RasterWindow& w, GDALRasterBand& band, void* cells, GDALDataType type) {
+    const GSpacing cell = GDALGetDataTypeSizeBytes(type), row = cell * band.GetXSize();
+    return band.RasterIO(GF_Read, w.column, w.row, w.columns, w.rows,
+                         static_cast<std::byte*>(cells) + w.row * row + w.column * cell, w.columns, w.rows, type, cell,
+                         row) == CE_None;
+}
+
 } // namespace
+
+bool RasterWindow::read(GDALRasterBand& band, float* cells) const {
+    return read_window(*this, band, cells, GDT_Float32);
+}
+
+bool RasterWindow::read(GDALRasterBand& band, std::uint8_t* cells) const {
+    return read_window(*this, band, cells, GDT_Byte);
+}
+
+void read_by_windows(const std::string& path, GDALDataset& dataset,
+                     const std::function<bool(const RasterWindow&)>& read) {
+    constexpr std::int64_t window_bytes = 1 << 21; // small beside the caches
+    const std::int64_t width = dataset.GetRasterXSize(), height = dataset.GetRasterYSize();
+    GDALRasterBand* const band = dataset.GetRasterBand(1);
+    int block_width = 0, block_height = 0;
+    band->GetBlockSize(&block_width, &block_height);
+    // Where pixels are interleaved the blocks of all bands are read together.
+    const std::int64_t block_bytes = std::int64_t{block_width} * block_height *
+                                     GDALGetDataTypeSizeBytes(band->GetRasterDataType()) * dataset.GetRasterCount();
+    const std::int64_t blocks = std::max<std::int64_t>(window_bytes / block_bytes, 1);
+    const std::int64_t blocks_across = (width + block_width - 1) / block_width;
+    const std::int64_t columns = std::min(blocks, blocks_across) * block_width;
+    const std::int64_t rows = std::max<std::int64_t>(blocks / blocks_across, 1) * block_height;
+    for (std::int64_t row = 0; row < height; row += rows)
+        for (std::int64_t column = 0; column < width; column += columns) {
+            if (!read({static_cast<int>(column), static_cast<int>(row),
+                       static_cast<int>(std::min(columns, width - column)),
+                       static_cast<int>(std::min(rows, height - row))}))
+                refuse_input(path, gdal_error());
+            dataset.FlushCache();
+        }
+}
 
 void prepare_gdal() {
     static const bool done = [] {

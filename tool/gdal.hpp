@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,6 +20,20 @@ std::string gdal_error();
 
 /// Opens a raster file to read. Throws ToolError (unreadable_input).
 Dataset open_raster(const std::string& path);
+
+/// A part of a raster that is read at once.
+struct RasterWindow {
+    int column, row, columns, rows;
+
+    /// Reads this part of a band into its place among all cells of the raster.
+    bool read(GDALRasterBand& band, float* cells) const;
+    bool read(GDALRasterBand& band, std::uint8_t* cells) const;
+};
+
+/// Reads a raster part by part, so that GDAL's cache never holds more than a few blocks of the file. Throws ToolError
+/// (unreadable_input) if `read` returns false.
+void read_by_windows(const std::string& path, GDALDataset& dataset,
+                     const std::function<bool(const RasterWindow&)>& read);
 
 [[noreturn]] void refuse_input(const std::string& path, const std::string& reason);
 

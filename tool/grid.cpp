@@ -56,7 +56,7 @@ std::optional<CellSize> ground_cell_size(const Grid& grid) {
     return size;
 }
 
-Grid with_cells(const Grid& grid, std::vector<float> cells) {
+Grid with_cells(const Grid& grid, Cells cells) {
     Grid result;
     result.width = grid.width;
     result.height = grid.height;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "cells.hpp"
+
 struct CellSize {
     double x, y; ///< metres
 };
@@ -17,7 +19,7 @@ struct CellSize {
 struct Grid {
     int width = 0;
     int height = 0;
-    std::vector<float> cells;
+    Cells cells;
 
     /// 1 where the file has no value; empty if every cell has one. Such cells hold a stand-in to work on, and are
     /// written without a value again.
@@ -45,8 +47,8 @@ struct Grid {
 };
 
 /// Turns the order of the rows of cells.
-template <class Cell>
-void reverse_rows(std::vector<Cell>& cells, int width) {
+template <class Cell, class Allocator>
+void reverse_rows(std::vector<Cell, Allocator>& cells, int width) {
     const auto length = static_cast<std::size_t>(width);
     for (std::size_t top = 0, bottom = cells.size() - length; top < bottom; top += length, bottom -= length)
         std::swap_ranges(&cells[top], &cells[top] + length, &cells[bottom]);
@@ -62,7 +64,7 @@ struct Extremes {
 Extremes extremes(const Grid& grid);
 
 /// A grid of the same shape and place with other cells.
-Grid with_cells(const Grid& grid, std::vector<float> cells);
+Grid with_cells(const Grid& grid, Cells cells);
 
 /// Size of a cell on the ground, if the grid is georeferenced. Degrees are turned into metres at the grid's centre.
 std::optional<CellSize> ground_cell_size(const Grid& grid);

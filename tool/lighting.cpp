@@ -42,7 +42,7 @@ bool has_rays(const lighting_Parameters& p) {
     return (p.direct_light != 0 && p.shadows != 0) || (p.ambient_light != 0 && p.ambient_occlusion != 0);
 }
 
-LitGrid render_rows(Host& host, const Scene& scene, const std::vector<float>& ao, int first, int rows) {
+LitGrid render_rows(Host& host, const Scene& scene, const Cells& ao, int first, int rows) {
     const Grid& grid = scene.grid;
     lighting_Parameters parameters = scene.parameters;
     parameters.resolution = {grid.width, rows};
@@ -50,7 +50,7 @@ LitGrid render_rows(Host& host, const Scene& scene, const std::vector<float>& ao
     parameters.terrain_height = static_cast<float>(scene.height_unit);
 
     const auto blank = [&](bool needed) {
-        return std::vector<float>(needed ? cells_of_rows(grid, rows) : 0);
+        return Cells(needed ? cells_of_rows(grid, rows) : 0);
     };
     const bool occluded = parameters.ambient_light != 0 && parameters.ambient_occlusion != 0;
     const bool supplied = parameters.ao_supplied != 0;
@@ -159,7 +159,7 @@ lighting_Parameters light_of_year(const Grid& grid, double cell_size, double hei
     return parameters;
 }
 
-LitGrid render(Host& host, const Scene& scene, const std::vector<float>& ao) {
+LitGrid render(Host& host, const Scene& scene, const Cells& ao) {
     return render_rows(host, scene, ao, 0, scene.grid.height);
 }
 

@@ -31,12 +31,12 @@ lighting_Parameters light_of_year(const Grid& grid, double cell_size, double hei
 /// What the ground reflects of red, green and blue, from 0 to 1, in a grid's cells. Without cells it is the grey of the
 /// parameters.
 struct Surface {
-    std::vector<float> red, green, blue;
+    Cells red, green, blue;
 };
 
 /// A rendered grid; stages that did not run have no cells.
 struct LitGrid {
-    std::vector<float> diffuse, shadow, ao, red, green, blue;
+    Cells diffuse, shadow, ao, red, green, blue;
 };
 
 /// The surface of some rows of a grid, from `first` on.
@@ -52,7 +52,7 @@ struct Scene {
 };
 
 /// Renders a grid with the library. `ao` is read if the parameters say that it is supplied.
-LitGrid render(Host& host, const Scene& scene, const std::vector<float>& ao = {});
+LitGrid render(Host& host, const Scene& scene, const Cells& ao = {});
 
 /// Draws a rendered scene in sRGB. Cells without a value are white. Everything must stay as long as the drawing.
 Drawing develop(const Scene& scene, const LitGrid& lit);

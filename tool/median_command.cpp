@@ -25,8 +25,8 @@ constexpr int square_side_cells = 24 * tile_side;
 constexpr int margin = tile_side;
 
 /// Filters a square grid once.
-std::uint32_t filter_once(SyclQueue* queue, const HostCallbacks* callbacks, std::vector<float>& cells, int side,
-                          int radius, double percent_before, double percent_after) {
+std::uint32_t filter_once(SyclQueue* queue, const HostCallbacks* callbacks, Cells& cells, int side, int radius,
+                          double percent_before, double percent_after) {
     if (side <= square_side_cells) {
         const median_filter_Parameters parameters{static_cast<std::uint32_t>(side), radius, 1};
         return MedianFilter(queue, cells.data(), &parameters);
@@ -37,8 +37,8 @@ std::uint32_t filter_once(SyclQueue* queue, const HostCallbacks* callbacks, std:
         return static_cast<std::size_t>(std::clamp(y, 0, side - 1)) * static_cast<std::size_t>(side) +
                static_cast<std::size_t>(std::clamp(x, 0, side - 1));
     };
-    const std::vector<float> before = cells;
-    std::vector<float> square(static_cast<std::size_t>(square_side_cells) * square_side_cells);
+    const Cells before = cells;
+    Cells square(static_cast<std::size_t>(square_side_cells) * square_side_cells);
     for (int top = 0; top < side; top += step)
         for (int left = 0; left < side; left += step) {
             auto cell = square.begin();
@@ -82,7 +82,7 @@ void MedianCommand::run(Outputs& outputs) {
         print_note(format_text("%d x %d cells are padded to %d x %d, a square of tiles, and brought back afterwards",
                                size.width, size.height, work_size.width, work_size.height));
 
-    std::vector<float> cells = pad(grid.cells, size, work_size);
+    Cells cells = pad(grid.cells, size, work_size);
     outputs.check_grids(grid);
     host.run(format_text("filtering %d x %d cells", work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) -> std::uint32_t {
@@ -96,7 +96,7 @@ void MedianCommand::run(Outputs& outputs) {
                  return status_ok;
              });
 
-    grid.cells = crop(cells, work_size, size);
+    grid.cells = crop(std::move(cells), work_size, size);
     common.draw_preview(outputs, host, grid);
     outputs.add(output, std::move(grid));
     outputs.write();

@@ -170,7 +170,7 @@ void fit_to_unit_space(Model& model, const mesh_rasterizer_Parameters& p) {
 void MeshCommand::draw(Outputs& outputs, Host& host, const Model& model, Grid& heights,
                        mesh_rasterizer_Parameters parameters) const {
     const bool with_noise = !noise_output.path.empty();
-    Grid noise = with_noise ? with_cells(heights, std::vector<float>(heights.size())) : Grid{};
+    Grid noise = with_noise ? with_cells(heights, Cells(heights.size(), 0.0f)) : Grid{};
     const mesh_rasterizer_MeshView view = model.view();
     host.run(format_text("drawing %u triangles into %d x %d cells", view.triangle_count, heights.width, heights.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
@@ -184,12 +184,12 @@ void MeshCommand::draw_displaced(Host& host, Model model, Grid& heights, mesh_ra
     const auto read_map = [&](const std::string& name) {
         return read_mask(name, {heights.width, heights.height}, "the displacement map");
     };
-    std::vector<float> all(heights.size());
+    Cells all(heights.size(), 0.0f);
     if (!displacement_map.empty())
         all = read_map(displacement_map);
-    const std::vector<float> xy = xy_map.empty() ? all : read_map(xy_map);
-    const std::vector<float> xz = xz_map.empty() ? all : read_map(xz_map);
-    const std::vector<float> yz = yz_map.empty() ? all : read_map(yz_map);
+    const Cells xy = xy_map.empty() ? all : read_map(xy_map);
+    const Cells xz = xz_map.empty() ? all : read_map(xz_map);
+    const Cells yz = yz_map.empty() ? all : read_map(yz_map);
     fit_to_unit_space(model, parameters);
     const mesh_rasterizer_MeshView view = model.view();
     host.run(format_text("drawing %u displaced triangles into %d x %d cells", view.triangle_count, heights.width,
@@ -224,7 +224,7 @@ void MeshCommand::run(Outputs& outputs) {
     parameters.supersample = supersample ? 1 : 0;
     print_detail(format_text("%zu vertices, %zu triangles", model.vertices.size(), model.triangles.size()));
     outputs.check_grids(heights);
-    const std::vector<float> before = heights.cells;
+    const Cells before = heights.cells;
     if (is_displaced())
         draw_displaced(host, model, heights, parameters);
     else

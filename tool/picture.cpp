@@ -35,23 +35,31 @@ Picture read_picture(const std::string& path) {
     std::array<double, 6> map;
     const bool is_south_up =
         dataset->GetGeoTransform(map.data()) == CE_None && runs_northwards(path, map, picture.width, picture.height);
-    for (int channel = 0; channel < 3; ++channel) {
-        GDALRasterBand* const band = dataset->GetRasterBand(bands >= 3 ? channel + 1 : 1);
+    const auto band_of = [&](std::size_t channel) {
+        return dataset->GetRasterBand(bands >= 3 ? static_cast<int>(channel) + 1 : 1);
+    };
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        GDALRasterBand* const band = band_of(channel);
         const double brightest = largest_integer(band->GetRasterDataType());
         if (brightest == 0 || brightest > 65535 || band->GetColorTable() != nullptr)
             refuse_input(path, "it is no picture with 8 or 16 bits a channel");
-        std::vector<float>& pixels = picture.channels[static_cast<std::size_t>(channel)];
-        pixels.resize(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height));
-        if (band->RasterIO(GF_Read, 0, 0, picture.width, picture.height, pixels.data(), picture.width, picture.height,
-                           GDT_Float32, 0, 0) != CE_None)
-            refuse_input(path, gdal_error());
+        picture.channels[channel].resize(static_cast<std::size_t>(picture.width) *
+                                         static_cast<std::size_t>(picture.height));
+    }
+    read_by_windows(path, *dataset, [&](const RasterWindow& window) {
+        return window.read(*band_of(0), picture.channels[0].data()) &&
+               window.read(*band_of(1), picture.channels[1].data()) &&
+               window.read(*band_of(2), picture.channels[2].data());
+    });
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        const double brightest = largest_integer(band_of(channel)->GetRasterDataType());
         std::vector<float> lights(static_cast<std::size_t>(brightest) + 1);
         for (std::size_t code = 0; code < lights.size(); ++code)
             lights[code] = linear_light(static_cast<float>(code) / static_cast<float>(brightest));
-        for (float& pixel : pixels)
+        for (float& pixel : picture.channels[channel])
             pixel = lights[static_cast<std::size_t>(std::max(pixel, 0.0f))];
         if (is_south_up)
-            reverse_rows(pixels, picture.width);
+            reverse_rows(picture.channels[channel], picture.width);
     }
     return picture;
 }
@@ -65,7 +73,7 @@ Drawing draw_picture(const Picture& picture) {
                 const auto width = static_cast<std::size_t>(picture.width);
                 const std::size_t begin = static_cast<std::size_t>(first) * width;
                 for (std::size_t i = begin; i < begin + static_cast<std::size_t>(rows) * width; ++i)
-                    for (const std::vector<float>& channel : picture.channels)
+                    for (const Cells& channel : picture.channels)
                         *pixels++ = byte_of(channel[i]);
             }};
 }

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "cells.hpp"
 #include "png.hpp"
 
 /// A colour picture: red, green and blue of each pixel, 0 to 1, in linear light.
 struct Picture {
     int width = 0;
     int height = 0;
-    std::array<std::vector<float>, 3> channels;
+    std::array<Cells, 3> channels;
 };
 
 /// Reads the first three bands of a file of 8 or 16 bits a band, or one grey band, as sRGB. Throws ToolError

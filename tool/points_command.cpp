@@ -123,7 +123,7 @@ void PointsCommand::run(Outputs& outputs) {
     Picture picture;
     if (!image.empty()) {
         picture = read_picture(image);
-        for (std::vector<float>& channel : picture.channels)
+        for (Cells& channel : picture.channels)
             channel = resample(channel, {picture.width, picture.height}, {columns, rows});
         picture.width = columns;
         picture.height = rows;
@@ -136,7 +136,7 @@ void PointsCommand::run(Outputs& outputs) {
     parameters.resolution = {columns, rows};
     parameters.point_count = static_cast<std::uint32_t>(samples.size());
     parameters.vertical_scale = 1;
-    Grid noise = with_cells(grid, std::vector<float>(grid.size()));
+    Grid noise = with_cells(grid, Cells(grid.size(), 0.0f));
     outputs.check_grids(grid);
     host.run(format_text("triangulating %zu points", samples.size()),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {

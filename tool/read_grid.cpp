@@ -22,18 +22,15 @@ Grid read_with_gdal(const std::string& path) {
     grid.width = dataset->GetRasterXSize();
     grid.height = dataset->GetRasterYSize();
     grid.cells.resize(static_cast<std::size_t>(grid.width) * static_cast<std::size_t>(grid.height));
-    if (band->RasterIO(GF_Read, 0, 0, grid.width, grid.height, grid.cells.data(), grid.width, grid.height, GDT_Float32,
-                       0, 0) != CE_None)
-        refuse_input(path, gdal_error());
-
-    if ((band->GetMaskFlags() & GMF_ALL_VALID) == 0) {
+    const bool has_mask = (band->GetMaskFlags() & GMF_ALL_VALID) == 0;
+    if (has_mask)
         grid.missing.resize(grid.size());
-        if (band->GetMaskBand()->RasterIO(GF_Read, 0, 0, grid.width, grid.height, grid.missing.data(), grid.width,
-                                          grid.height, GDT_Byte, 0, 0) != CE_None)
-            refuse_input(path, gdal_error());
-        for (std::uint8_t& mark : grid.missing)
-            mark = mark == 0;
-    }
+    read_by_windows(path, *dataset, [&](const RasterWindow& window) {
+        return window.read(*band, grid.cells.data()) &&
+               (!has_mask || window.read(*band->GetMaskBand(), grid.missing.data()));
+    });
+    for (std::uint8_t& mark : grid.missing)
+        mark = mark == 0;
     int has_missing_value = 0;
     if (const double value = band->GetNoDataValue(&has_missing_value); has_missing_value)
         grid.missing_value = value;

@@ -15,8 +15,8 @@ std::size_t index(GridSize size, int x, int y) {
     return static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width) + static_cast<std::size_t>(x);
 }
 
-std::vector<float> make_cells(GridSize size) {
-    return std::vector<float>(index(size, 0, size.height));
+Cells make_cells(GridSize size) {
+    return Cells(index(size, 0, size.height));
 }
 
 /// Where a cell centre of the new grid falls between two of the old one, along one axis.
@@ -51,26 +51,30 @@ GridSize round_up(GridSize size, int multiple) {
     return {up(size.width), up(size.height)};
 }
 
-std::vector<float> pad(const std::vector<float>& cells, GridSize from, GridSize to) {
-    std::vector<float> result = make_cells(to);
-    for (int y = 0; y < to.height; ++y)
-        for (int x = 0; x < to.width; ++x)
-            result[index(to, x, y)] = cells[index(from, std::min(x, from.width - 1), std::min(y, from.height - 1))];
+Cells pad(const Cells& cells, GridSize from, GridSize to) {
+    Cells result = make_cells(to);
+    for (int y = 0; y < to.height; ++y) {
+        const float* const row = &cells[index(from, 0, std::min(y, from.height - 1))];
+        float* const rest = std::copy_n(row, from.width, &result[index(to, 0, y)]);
+        std::fill_n(rest, to.width - from.width, row[from.width - 1]);
+    }
     return result;
 }
 
-std::vector<float> crop(const std::vector<float>& cells, GridSize from, GridSize to) {
-    std::vector<float> result = make_cells(to);
+Cells crop(Cells cells, GridSize from, GridSize to) {
+    if (from == to)
+        return cells;
+    Cells result = make_cells(to);
     for (int y = 0; y < to.height; ++y)
         std::copy_n(cells.begin() + static_cast<std::ptrdiff_t>(index(from, 0, y)), to.width,
                     result.begin() + static_cast<std::ptrdiff_t>(index(to, 0, y)));
     return result;
 }
 
-std::vector<float> resample(const std::vector<float>& cells, GridSize from, GridSize to) {
+Cells resample(const Cells& cells, GridSize from, GridSize to) {
     const std::vector<Position> columns = positions(from.width, to.width);
     const std::vector<Position> rows = positions(from.height, to.height);
-    std::vector<float> result = make_cells(to);
+    Cells result = make_cells(to);
     for (int y = 0; y < to.height; ++y) {
         const Position row = rows[static_cast<std::size_t>(y)];
         for (int x = 0; x < to.width; ++x) {
@@ -125,7 +129,7 @@ Grid thinned(const Grid& grid, std::size_t most) {
     const int side = static_cast<int>(std::lround(factor)); // of a square
     const GridSize even_size{size.width * side, size.height * side};
     Grid result = stretched(grid, size);
-    const std::vector<float> cells = own_size == even_size ? grid.cells : resample(grid.cells, own_size, even_size);
+    const Cells cells = own_size == even_size ? grid.cells : resample(grid.cells, own_size, even_size);
     for (int y = 0; y < size.height; ++y)
         for (int x = 0; x < size.width; ++x) {
             double sum = 0;
@@ -137,7 +141,7 @@ Grid thinned(const Grid& grid, std::size_t most) {
     return result;
 }
 
-std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what) {
+Cells fitted_cells(Grid grid, GridSize size, const std::string& what) {
     const GridSize own_size{grid.width, grid.height};
     if (own_size == size)
         return std::move(grid.cells);
@@ -146,7 +150,7 @@ std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& wha
     return resample(grid.cells, own_size, size);
 }
 
-std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what) {
+Cells read_mask(const std::string& name, GridSize size, const std::string& what) {
     Grid grid = read_grid(name, Holes::are_zero);
     const float highest = *std::max_element(grid.cells.begin(), grid.cells.end());
     if (grid.integer_maximum > 0 && highest > 1)

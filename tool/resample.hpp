@@ -18,13 +18,13 @@ enum class Fit { pad, resample, none };
 GridSize round_up(GridSize size, int multiple);
 
 /// Adds columns on the right and rows at the bottom that repeat the last ones.
-std::vector<float> pad(const std::vector<float>& cells, GridSize from, GridSize to);
+Cells pad(const Cells& cells, GridSize from, GridSize to);
 
 /// Takes the upper left corner: undoes pad.
-std::vector<float> crop(const std::vector<float>& cells, GridSize from, GridSize to);
+Cells crop(Cells cells, GridSize from, GridSize to);
 
 /// Stretches the grid over another number of cells, bilinear between cell centres.
-std::vector<float> resample(const std::vector<float>& cells, GridSize from, GridSize to);
+Cells resample(const Cells& cells, GridSize from, GridSize to);
 
 /// The grid stretched over another number of cells on the same ground.
 Grid stretched(const Grid& grid, GridSize size);
@@ -34,8 +34,8 @@ Grid stretched(const Grid& grid, GridSize size);
 Grid thinned(const Grid& grid, std::size_t most);
 
 /// The cells of a grid, resampled with a note if its size is another one; `what` names it there, as in "the mask".
-std::vector<float> fitted_cells(Grid grid, GridSize size, const std::string& what);
+Cells fitted_cells(Grid grid, GridSize size, const std::string& what);
 
 /// Reads a mask for a terrain of `size`. A painted mask goes up to the largest number of its type, a drawn one up to 1:
 /// both end up from 0 to 1. `what` names it if it has to be resampled.
-std::vector<float> read_mask(const std::string& name, GridSize size, const std::string& what = "the mask");
+Cells read_mask(const std::string& name, GridSize size, const std::string& what = "the mask");

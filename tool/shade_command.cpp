@@ -100,13 +100,13 @@ SurfaceOfRows ShadeCommand::surface(const Grid& grid) const {
         return {};
     if (albedo_grids[0].empty())
         return tinted_surface(grid, span_of(range));
-    std::array<std::vector<float>, 3> channels;
+    std::array<Cells, 3> channels;
     for (std::size_t i = 0; i < channels.size(); ++i)
         channels[i] = read_mask(albedo_grids[i], {grid.width, grid.height});
     return [width = grid.width, channels = std::move(channels)](int first, int rows) {
-        const auto part = [=](const std::vector<float>& channel) {
+        const auto part = [=](const Cells& channel) {
             const auto begin = channel.begin() + std::ptrdiff_t{first} * width;
-            return std::vector<float>(begin, begin + std::ptrdiff_t{rows} * width);
+            return Cells(begin, begin + std::ptrdiff_t{rows} * width);
         };
         return Surface{part(channels[0]), part(channels[1]), part(channels[2])};
     };
@@ -134,8 +134,7 @@ void ShadeCommand::run(Outputs& outputs) {
                              static_cast<double>(p.sun_direction[0]), static_cast<double>(p.sun_direction[1]),
                              static_cast<double>(p.sun_direction[2]), p.sun_rings, static_cast<double>(p.sun_intensity),
                              static_cast<double>(p.ambient_intensity)));
-    const std::vector<float> ao =
-        ao_input.empty() ? std::vector<float>() : read_mask(ao_input, {grid.width, grid.height});
+    const Cells ao = ao_input.empty() ? Cells() : read_mask(ao_input, {grid.width, grid.height});
     outputs.check_grids(grid);
     const Scene scene{grid, cell, exaggeration * common.height_unit_of(grid), p, surface(grid)};
     if (ao.empty() && diffuse_output.path.empty() && shadow_output.path.empty() && ao_output.path.empty()) {

@@ -63,7 +63,7 @@ SurfaceOfRows tinted_surface(const Grid& grid, std::optional<Extremes> span) {
     return [&grid, tinting = Tinting(grid, palette("heights"), span)](int first, int rows) {
         const auto width = static_cast<std::size_t>(grid.width), count = static_cast<std::size_t>(rows) * width;
         const float* const heights = grid.cells.data() + static_cast<std::size_t>(first) * width;
-        Surface surface{std::vector<float>(count), std::vector<float>(count), std::vector<float>(count)};
+        Surface surface{Cells(count), Cells(count), Cells(count)};
         tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count), [&](const auto& cells) {
             const auto light = [](double channel) {
                 return static_cast<float>(light_of(channel / 255));

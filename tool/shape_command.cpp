@@ -83,17 +83,17 @@ void ShapeCommand::run(Outputs& outputs) {
     thermal_shaper_Parameters parameters = make_parameters(grid, cell);
     const GridSize size{grid.width, grid.height};
     const GridSize work_size = fitted_size(parameters);
-    std::vector<float> mask_cells;
+    Cells mask_cells;
     if (!mask.empty())
         mask_cells = read_mask(mask, size);
 
-    std::vector<float> before = grid.cells;
+    Cells refitted;
     if (work_size != size) {
         print_note(format_text("%d x %d cells are %s to %d x %d for %s", size.width, size.height,
                                fit == Fit::pad ? "padded" : "resampled", work_size.width, work_size.height,
                                "the levels of the pyramid, and brought back afterwards"));
         const auto change_size = fit == Fit::pad ? pad : resample;
-        before = change_size(before, size, work_size);
+        refitted = change_size(grid.cells, size, work_size);
         if (!mask_cells.empty())
             mask_cells = change_size(mask_cells, size, work_size);
         if (fit == Fit::pad) { // the rows grow longer, the cells stay as large as they are
@@ -113,7 +113,8 @@ void ShapeCommand::run(Outputs& outputs) {
                     static_cast<double>(parameters.detail_gain)));
 
     outputs.check_grids(grid);
-    std::vector<float> after = before;
+    const Cells& before = work_size == size ? grid.cells : refitted;
+    Cells after = before;
     host.run(format_text("shaping %d x %d cells", parameters.width, parameters.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return ThermalShaper_Process(queue, after.data(), mask_cells.empty() ? nullptr : mask_cells.data(),
@@ -124,12 +125,12 @@ void ShapeCommand::run(Outputs& outputs) {
     if (work_size == size) {
         grid.cells = std::move(after);
     } else if (fit == Fit::pad) {
-        grid.cells = crop(after, work_size, size);
+        grid.cells = crop(std::move(after), work_size, size);
     } else {
         // Only the change is brought back, so that the grid keeps the detail that resampling takes away.
         for (std::size_t i = 0; i < after.size(); ++i)
             after[i] -= before[i];
-        const std::vector<float> change = resample(after, work_size, size);
+        const Cells change = resample(after, work_size, size);
         for (std::size_t i = 0; i < change.size(); ++i)
             grid.cells[i] += change[i];
     }

@@ -115,8 +115,8 @@ void StampCommand::run(Outputs& outputs) {
                              parameters.height, stamp_count, parameters.stamp_width, parameters.stamp_height,
                              parameters.instance_count));
 
-    Grid ids = with_cells(grid, std::vector<float>(grid.size()));
-    const std::vector<float> before = grid.cells;
+    Grid ids = with_cells(grid, Cells(grid.size(), 0.0f));
+    const Cells before = grid.cells;
     outputs.check_grids(grid);
     host.run(format_text("stamping %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {

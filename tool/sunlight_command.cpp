@@ -47,7 +47,7 @@ void SunlightCommand::run(Outputs& outputs) {
     parameters.haze = haze;
     print_note(format_text("latitude %.4g, days %d to %d", *place, parameters.first_day, parameters.last_day));
 
-    std::vector<float> result(grid.size());
+    Cells result(grid.size());
     outputs.check_grids(grid);
     host.run(format_text("summing sunlight over %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks*) {

@@ -14,15 +14,15 @@ void TrailOptions::add_options(Command& command) {
     command.input("--mask", mask, "grid", "share", "Chance that a cell starts a trail");
 }
 
-std::vector<float> TrailOptions::read_mask_cells(GridSize size) const {
-    return mask.empty() ? std::vector<float>() : read_mask(mask, size);
+Cells TrailOptions::read_mask_cells(GridSize size) const {
+    return mask.empty() ? Cells() : read_mask(mask, size);
 }
 
-std::vector<float> unit_heights(const Grid& grid) {
+Cells unit_heights(const Grid& grid) {
     const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
     const double base = static_cast<double>(*lowest);
     const double range = static_cast<double>(*highest) - base;
-    std::vector<float> heights;
+    Cells heights;
     heights.reserve(grid.size());
     for (const float cell : grid.cells)
         heights.push_back(range > 0 ? static_cast<float>((static_cast<double>(cell) - base) / range) : 0.0f);

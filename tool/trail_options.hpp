@@ -17,14 +17,14 @@ struct TrailOptions {
     void add_options(Command& command);
 
     /// No cells if there is no mask.
-    std::vector<float> read_mask_cells(GridSize size) const;
+    Cells read_mask_cells(GridSize size) const;
 };
 
 /// The heights from 0 at the lowest cell to 1 at the highest: the unit of `spread`, and the zero below which no ground
 /// lies.
-std::vector<float> unit_heights(const Grid& grid);
+Cells unit_heights(const Grid& grid);
 
 /// Null if there are no cells.
-inline const float* data_or_null(const std::vector<float>& cells) {
+inline const float* data_or_null(const Cells& cells) {
     return cells.empty() ? nullptr : cells.data();
 }

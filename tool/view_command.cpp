@@ -83,8 +83,8 @@ void ViewCommand::add_flow(View& view, Host& host) const {
     parameters.flow_length = defaults.flow_length;
     parameters.spread = defaults.spread;
     parameters.seed = defaults.seed;
-    const std::vector<float> heights = unit_heights(view.grid);
-    std::vector<float> flow(view.grid.size());
+    const Cells heights = unit_heights(view.grid);
+    Cells flow(view.grid.size(), 0.0f);
     host.run("tracing trails", [&](SyclQueue* queue, const HostCallbacks* callbacks) {
         return FlowSimulation(queue, heights.data(), flow.data(), nullptr, &parameters, callbacks);
     });
@@ -97,7 +97,7 @@ void ViewCommand::add_sunlight(View& view, Host& host) const {
         return;
     const lighting_Parameters parameters =
         light_of_year(view.grid, std::sqrt(view.cell.x * view.cell.y), view.height_unit, *latitude);
-    std::vector<float> light(view.grid.size());
+    Cells light(view.grid.size());
     host.run("summing sunlight", [&](SyclQueue* queue, const HostCallbacks*) {
         return SunLightIntegral(queue, view.grid.cells.data(), light.data(), &parameters);
     });

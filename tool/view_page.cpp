@@ -49,7 +49,7 @@ std::string base64(const std::uint8_t* bytes, std::size_t count) {
 }
 
 /// web/decode.js undoes this.
-std::string packed(const Grid& grid, const std::vector<float>& cells, float least, float greatest) {
+std::string packed(const Grid& grid, const Cells& cells, float least, float greatest) {
     const std::size_t count = cells.size();
     std::vector<std::uint8_t> bytes(2 * count);
     const double base = static_cast<double>(least);
@@ -79,7 +79,7 @@ std::string packed(const Grid& grid, const std::vector<float>& cells, float leas
            text + "\"";
 }
 
-std::string packed(const Grid& grid, const std::vector<float>& cells) {
+std::string packed(const Grid& grid, const Cells& cells) {
     const Extremes span = extremes(with_cells(grid, cells));
     return packed(grid, cells, span.least, span.greatest);
 }

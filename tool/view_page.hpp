@@ -13,7 +13,7 @@ struct ViewLayer {
     std::string name;
     std::string unit;
     std::string palette; ///< one of palettes()
-    std::vector<float> cells;
+    Cells cells;
     bool thins_out = false;  ///< low values let the layers below through
     bool multiplies = false; ///< darkens the layers below
 };
@@ -24,8 +24,8 @@ struct View {
     std::string note;
     Grid grid;
     CellSize cell;
-    double height_unit = 1;    ///< metres in one unit of height
-    std::vector<float> before; ///< heights; empty for none
+    double height_unit = 1; ///< metres in one unit of height
+    Cells before;           ///< heights; empty for none
     std::vector<ViewLayer> layers;
     std::optional<Picture> picture; ///< laid over the ground
     double exaggeration = 1;

@@ -35,12 +35,12 @@ struct WeatherCommand {
     void run(Outputs& outputs);
 
   private:
-    std::vector<float> padded_mask(const std::string& name, GridSize size, GridSize work_size) const;
+    Cells padded_mask(const std::string& name, GridSize size, GridSize work_size) const;
 };
 
 /// No cells if there is no mask.
-std::vector<float> WeatherCommand::padded_mask(const std::string& name, GridSize size, GridSize work_size) const {
-    return name.empty() ? std::vector<float>() : pad(read_mask(name, size), size, work_size);
+Cells WeatherCommand::padded_mask(const std::string& name, GridSize size, GridSize work_size) const {
+    return name.empty() ? Cells() : pad(read_mask(name, size), size, work_size);
 }
 
 void WeatherCommand::run(Outputs& outputs) {
@@ -76,11 +76,11 @@ void WeatherCommand::run(Outputs& outputs) {
                              static_cast<double>(parameters.terrain_size),
                              static_cast<double>(parameters.terrain_height)));
 
-    const std::vector<float> erosion = padded_mask(erosion_mask, size, work_size);
-    const std::vector<float> absorbing = padded_mask(absorption_mask, size, work_size);
+    const Cells erosion = padded_mask(erosion_mask, size, work_size);
+    const Cells absorbing = padded_mask(absorption_mask, size, work_size);
     outputs.check_grids(grid);
-    std::vector<float> heights = pad(grid.cells, size, work_size);
-    std::vector<float> depth(heights.size()), wear(heights.size());
+    Cells heights = pad(grid.cells, size, work_size);
+    Cells depth(heights.size()), wear(heights.size());
     host.run(format_text("weathering %d x %d cells", work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
                  return ThermalSimulation(queue, heights.data(), depth.data(), wear.data(),
@@ -88,11 +88,11 @@ void WeatherCommand::run(Outputs& outputs) {
                                           absorbing.empty() ? nullptr : absorbing.data(), &parameters, callbacks);
              });
 
-    const std::vector<float> before = std::exchange(grid.cells, crop(heights, work_size, size));
+    const Cells before = std::exchange(grid.cells, crop(std::move(heights), work_size, size));
     note_if_unchanged(before, grid.cells, "try a longer --duration or a smaller --repose-angle");
     common.draw_preview(outputs, host, grid, cell);
-    outputs.add(depth_output, with_cells(grid, crop(depth, work_size, size)));
-    outputs.add(wear_output, with_cells(grid, crop(wear, work_size, size)));
+    outputs.add(depth_output, with_cells(grid, crop(std::move(depth), work_size, size)));
+    outputs.add(wear_output, with_cells(grid, crop(std::move(wear), work_size, size)));
     outputs.add(output, std::move(grid));
     outputs.write();
 }

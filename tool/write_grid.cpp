@@ -40,11 +40,12 @@ CPLStringList with_known_options(CPLStringList options, const char* driver, cons
     return options;
 }
 
-/// The number that stands for "no value": that of the input unless a cell has it as its value, NaN at worst.
+/// The number that stands for "no value": that of the input unless a cell has it as its value, NaN at worst. Any if
+/// every cell has a value.
 double missing_value_for(const Grid& grid) {
     for (const double candidate : {grid.missing_value.value_or(-9999), -9999.0}) {
         bool is_free = true;
-        for (std::size_t i = 0; i < grid.size() && is_free; ++i)
+        for (std::size_t i = 0; i < grid.missing.size() && is_free; ++i)
             is_free = grid.is_missing(i) || grid.cells[i] != static_cast<float>(candidate);
         if (is_free)
             return candidate;
@@ -53,7 +54,7 @@ double missing_value_for(const Grid& grid) {
 }
 
 void mark_missing(Grid& grid, double value) {
-    for (std::size_t i = 0; i < grid.size(); ++i)
+    for (std::size_t i = 0; i < grid.missing.size(); ++i)
         if (grid.is_missing(i))
             grid.cells[i] = static_cast<float>(value);
 }
