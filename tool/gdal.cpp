@@ -30,6 +30,23 @@ std::string without_name(const std::string& path, const std::string& reason) {
     return reason.starts_with(path + ": ") ? reason.substr(path.size() + 2) : reason;
 }
 
+/// While it lives, GDAL keeps few of the blocks that it writes: they go out as they are made, and their memory serves
+/// the next ones.
+class SmallCache {
+  public:
+    SmallCache() {
+        if (CPLGetConfigOption("GDAL_CACHEMAX", nullptr) == nullptr)
+            GDALSetCacheMax64(std::min(before_, most));
+    }
+    ~SmallCache() { GDALSetCacheMax64(before_); }
+    SmallCache(const SmallCache&) = delete;
+    SmallCache& operator=(const SmallCache&) = delete;
+
+  private:
+    static constexpr GIntBig most = 1 << 25; // two rows of tiles of 16,384 cells
+    GIntBig before_ = GDALGetCacheMax64();
+};
+
 bool read_window(const RasterWindow& w, GDALRasterBand& band, void* cells, GDALDataType type) {
     const GSpacing cell = GDALGetDataTypeSizeBytes(type), row = cell * band.GetXSize();
     return band.RasterIO(GF_Read, w.column, w.row, w.columns, w.rows,
@@ -123,6 +140,7 @@ void copy_dataset(const std::string& path, const char* driver_name, GDALDataset&
     GDALDriver* const driver = GetGDALDriverManager()->GetDriverByName(driver_name);
     if (driver == nullptr)
         throw std::runtime_error(format_text("this build of GDAL has no driver %s", driver_name));
+    const SmallCache cache;
     Dataset copy(driver->CreateCopy(path.c_str(), &dataset, TRUE, const_cast<char**>(options),
                                     continue_unless_interrupted, nullptr));
     const bool is_created = copy != nullptr;

@@ -82,8 +82,8 @@ void MedianCommand::run(Outputs& outputs) {
         print_note(format_text("%d x %d cells are padded to %d x %d, a square of tiles, and brought back afterwards",
                                size.width, size.height, work_size.width, work_size.height));
 
-    Cells cells = pad(grid.cells, size, work_size);
     outputs.check_grids(grid);
+    Cells cells = pad(std::move(grid.cells), size, work_size);
     host.run(format_text("filtering %d x %d cells", work_size.width, work_size.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) -> std::uint32_t {
                  for (std::uint32_t i = 0; i < iterations && !callbacks->is_cancelled(); ++i) {

@@ -1,7 +1,6 @@
 #include "outputs.hpp"
 
 #include <algorithm>
-#include <deque>
 #include <filesystem>
 #include <map>
 #include <system_error>
@@ -17,13 +16,11 @@
 #include "message.hpp"
 #include "named_grids.hpp"
 #include "picture.hpp"
-#include "staged_file.hpp"
+#include "staging.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::string memory_folder = "/vsimem/tarn";
 
 std::string& command_line() {
     static std::string line;
@@ -72,39 +69,12 @@ bool is_same_file(const std::string& a, const std::string& b) {
     return resolved(a) == resolved(b) || fs::equivalent(a, b, ignored);
 }
 
-/// Copies what GDAL has made in memory to the disk, in the folder of `path`, and forgets it.
-void stage(const std::string& path, std::deque<StagedFile>& files) {
-    const CPLStringList names(VSIReadDir(memory_folder.c_str()));
-    for (int i = 0; i < names.size(); ++i) {
-        const std::string name = names[i];
-        const std::string in_memory = (fs::path(memory_folder) / name).string();
-        vsi_l_offset size = 0;
-        const GByte* const bytes = VSIGetMemFileBuffer(in_memory.c_str(), &size, FALSE);
-        const bool is_main = fs::path(path).filename() == name;
-        try {
-            StagedFile& file = files.emplace_back(is_main ? fs::path(path) : folder_of(path) / name);
-            constexpr vsi_l_offset step = 1 << 24;
-            for (vsi_l_offset at = 0; at < size; at += step) {
-                if (is_interrupted())
-                    throw ToolError(ExitCode::cancelled, "cancelled, nothing is written");
-                file.append(bytes + at, static_cast<std::size_t>(std::min(step, size - at)));
-            }
-            file.finish();
-        } catch (const std::system_error& error) {
-            refuse(path, error.code().message());
-        }
-        VSIUnlink(in_memory.c_str());
-    }
-}
-
 /// Overviews, masks and notes of the file that was replaced would be taken for those of the new one.
-void remove_stale_companions(const std::string& path, const std::deque<StagedFile>& files) {
+void remove_stale_companions(const std::string& path, const StagingFolder& staging) {
     for (const char* ending : {".aux.xml", ".ovr", ".msk"}) {
         const fs::path companion = resolved(path + ending);
-        const bool is_new =
-            std::any_of(files.begin(), files.end(), [&](const StagedFile& file) { return file.target() == companion; });
         std::error_code ignored;
-        if (!is_new)
+        if (!staging.has(companion))
             fs::remove(companion, ignored);
     }
 }
@@ -212,25 +182,31 @@ void Outputs::add_text(const std::string& path, std::string text) {
 
 void Outputs::write() {
     const InterruptGuard guard(InterruptGuard::Second::is_ignored);
-    std::deque<StagedFile> staged;
+    StagingFolder staging;
     for (File& file : files_) {
         try {
-            file.make(memory_folder + "/" + fs::path(file.path).filename().string());
+            try {
+                file.make(staging.begin(file.path));
+            } catch (const std::runtime_error&) {
+                staging.check(); // what GDAL says of it is less
+                throw;
+            }
+            file.make = nullptr; // the grid may go
+            staging.finish();
+        } catch (const std::system_error& error) {
+            refuse(file.path, error.code().message());
         } catch (const std::runtime_error& error) {
             if (is_interrupted())
                 throw ToolError(ExitCode::cancelled, "cancelled, nothing is written");
             refuse(file.path, error.what());
         }
-        file.make = nullptr; // the grid may go
-        stage(file.path, staged);
     }
     try {
-        for (StagedFile& file : staged)
-            file.commit();
+        staging.commit();
     } catch (const std::system_error& error) {
         throw ToolError(ExitCode::unwritable_output, error.what());
     }
     for (const File& file : files_)
-        remove_stale_companions(file.path, staged);
+        remove_stale_companions(file.path, staging);
     files_.clear();
 }

@@ -64,11 +64,15 @@ Grid read_exr_or_refuse(const std::string& path) {
 
 /// Marks every cell that holds no number, and gives the marked ones a number.
 void replace_missing(const std::string& path, Grid& grid, Holes holes) {
-    for (std::size_t i = 0; i < grid.size(); ++i)
-        if (!std::isfinite(grid.cells[i])) {
-            grid.missing.resize(grid.size());
-            grid.missing[i] = 1;
-        }
+    const auto is_no_number = [](float cell) {
+        return !std::isfinite(cell);
+    };
+    if (std::count_if(grid.cells.begin(), grid.cells.end(), is_no_number) > 0) {
+        grid.missing.resize(grid.size());
+        for (std::size_t i = 0; i < grid.size(); ++i)
+            if (is_no_number(grid.cells[i]))
+                grid.missing[i] = 1;
+    }
     const auto count = std::count(grid.missing.begin(), grid.missing.end(), std::uint8_t{1});
     if (count == 0) {
         grid.missing.clear();

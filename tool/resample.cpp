@@ -51,7 +51,9 @@ GridSize round_up(GridSize size, int multiple) {
     return {up(size.width), up(size.height)};
 }
 
-Cells pad(const Cells& cells, GridSize from, GridSize to) {
+Cells pad(Cells cells, GridSize from, GridSize to) {
+    if (from == to)
+        return cells;
     Cells result = make_cells(to);
     for (int y = 0; y < to.height; ++y) {
         const float* const row = &cells[index(from, 0, std::min(y, from.height - 1))];

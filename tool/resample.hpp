@@ -18,7 +18,7 @@ enum class Fit { pad, resample, none };
 GridSize round_up(GridSize size, int multiple);
 
 /// Adds columns on the right and rows at the bottom that repeat the last ones.
-Cells pad(const Cells& cells, GridSize from, GridSize to);
+Cells pad(Cells cells, GridSize from, GridSize to);
 
 /// Takes the upper left corner: undoes pad.
 Cells crop(Cells cells, GridSize from, GridSize to);

@@ -92,10 +92,12 @@ void ShapeCommand::run(Outputs& outputs) {
         print_note(format_text("%d x %d cells are %s to %d x %d for %s", size.width, size.height,
                                fit == Fit::pad ? "padded" : "resampled", work_size.width, work_size.height,
                                "the levels of the pyramid, and brought back afterwards"));
-        const auto change_size = fit == Fit::pad ? pad : resample;
-        refitted = change_size(grid.cells, size, work_size);
+        const auto refit = [&](const Cells& cells) {
+            return fit == Fit::pad ? pad(cells, size, work_size) : resample(cells, size, work_size);
+        };
+        refitted = refit(grid.cells);
         if (!mask_cells.empty())
-            mask_cells = change_size(mask_cells, size, work_size);
+            mask_cells = refit(mask_cells);
         if (fit == Fit::pad) { // the rows grow longer, the cells stay as large as they are
             const float growth = static_cast<float>(work_size.width) / static_cast<float>(size.width);
             parameters.scale_numerator *= growth;

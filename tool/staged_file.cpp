@@ -1,5 +1,6 @@
 #include "staged_file.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -51,17 +52,41 @@ StagedFile::~StagedFile() {
         unlink(name_.c_str());
 }
 
-void StagedFile::append(const void* bytes, std::size_t count) {
-    const char* next = static_cast<const char*>(bytes);
-    while (count > 0) {
-        const ssize_t written = write(descriptor_, next, count);
+void StagedFile::write(std::uint64_t place, const void* bytes, std::size_t count) {
+    const char* const begin = static_cast<const char*>(bytes);
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t written = pwrite(descriptor_, begin + done, count - done, static_cast<off_t>(place + done));
         if (written < 0 && errno != EINTR)
             throw_error();
-        if (written > 0) {
-            next += written;
-            count -= static_cast<std::size_t>(written);
-        }
+        done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
     }
+}
+
+std::size_t StagedFile::read(std::uint64_t place, void* bytes, std::size_t count) const {
+    char* const begin = static_cast<char*>(bytes);
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t got = pread(descriptor_, begin + done, count - done, static_cast<off_t>(place + done));
+        if (got < 0 && errno != EINTR)
+            throw_error();
+        if (got == 0)
+            break;
+        done += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    }
+    return done;
+}
+
+void StagedFile::truncate(std::uint64_t size) {
+    if (ftruncate(descriptor_, static_cast<off_t>(size)) != 0)
+        throw_error();
+}
+
+std::uint64_t StagedFile::size() const {
+    struct stat status = {};
+    if (fstat(descriptor_, &status) != 0)
+        throw_error();
+    return static_cast<std::uint64_t>(status.st_size);
 }
 
 void StagedFile::finish() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 
 /// The place of a file whatever links and relative names lead to it.
@@ -15,7 +16,11 @@ class StagedFile {
     StagedFile(const StagedFile&) = delete;
     StagedFile& operator=(const StagedFile&) = delete;
 
-    void append(const void* bytes, std::size_t count);
+    void write(std::uint64_t place, const void* bytes, std::size_t count);
+    /// Bytes read, fewer than `count` at the end of the file.
+    std::size_t read(std::uint64_t place, void* bytes, std::size_t count) const;
+    void truncate(std::uint64_t size);
+    std::uint64_t size() const;
     /// Waits until the contents are on the disk.
     void finish();
     /// Takes the place of the target.

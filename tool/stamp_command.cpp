@@ -1,5 +1,6 @@
 #include "commands.hpp"
 
+#include <algorithm>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -116,7 +117,6 @@ void StampCommand::run(Outputs& outputs) {
                              parameters.instance_count));
 
     Grid ids = with_cells(grid, Cells(grid.size(), 0.0f));
-    const Cells before = grid.cells;
     outputs.check_grids(grid);
     host.run(format_text("stamping %d x %d cells", grid.width, grid.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
@@ -124,7 +124,8 @@ void StampCommand::run(Outputs& outputs) {
                                                 instances.data(), &parameters, callbacks);
              });
 
-    note_if_unchanged(before, grid.cells, "try more --count, a larger --stamp-scale, or --points on the grid");
+    if (std::all_of(ids.cells.begin(), ids.cells.end(), [](float id) { return id == 0; }))
+        print_note("nothing has changed: try more --count, a larger --stamp-scale, or --points on the grid");
     common.draw_preview(outputs, host, grid);
     outputs.add(ids_output, std::move(ids));
     outputs.add(output, std::move(grid));

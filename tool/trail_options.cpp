@@ -22,9 +22,9 @@ Cells unit_heights(const Grid& grid) {
     const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
     const double base = static_cast<double>(*lowest);
     const double range = static_cast<double>(*highest) - base;
-    Cells heights;
-    heights.reserve(grid.size());
-    for (const float cell : grid.cells)
-        heights.push_back(range > 0 ? static_cast<float>((static_cast<double>(cell) - base) / range) : 0.0f);
+    Cells heights(grid.size());
+    std::transform(grid.cells.begin(), grid.cells.end(), heights.begin(), [&](float cell) {
+        return range > 0 ? static_cast<float>((static_cast<double>(cell) - base) / range) : 0.0f;
+    });
     return heights;
 }
