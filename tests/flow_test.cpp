@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "simulated_gpu.hpp"
 #include "support.hpp"
 
 namespace {
@@ -138,6 +139,15 @@ TEST_F(FlowMap, IsHighInValleysAndBelowOne) {
     const Cells narrow = finished(parameters(200, 120), valley);
     const Cells wide = finished(parameters(200, 120, 0.5f, 3000.0f), valley);
     EXPECT_GT(wide[100 * 200 + 84], narrow[100 * 200 + 84]); // pushed beside the channel
+}
+
+/// On a CPU, visits are counted in 8 bits at first, on a GPU are not.
+TEST_F(FlowMap, CountsThousandsOfVisitsOfACell) {
+    const Cells bowl = ground(96, 96, [](float x, float y) { return std::hypot(x - 48.0f, y - 40.0f) + 1.0f; });
+    SimulatedGpu gpu;
+    const Cells map = finished(parameters(96, 96, 10.0f, 1.0f), bowl);
+    EXPECT_TRUE(same_bits(map, run(gpu.queue, parameters(96, 96, 10.0f, 1.0f), bowl)));
+    EXPECT_EQ(std::max_element(map.begin(), map.end()) - map.begin(), 40 * 96 + 48);
 }
 
 TEST_F(FlowMap, WithoutParticlesStaysAsItWas) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include <unistd.h>
 #if defined(__x86_64__) || defined(__i386__)
@@ -71,6 +72,7 @@ std::shared_ptr<device_impl> make_cpu() {
     cpu->global_mem_size = physical_memory();
     cpu->local_mem_size = std::size_t{1} << 20;
     cpu->max_work_group_size = 4096;
+    cpu->max_compute_units = std::max(1u, std::thread::hardware_concurrency());
     cpu->sub_group_sizes = {16};
     for (const aspect which :
          {aspect::cpu, aspect::fp64, aspect::atomic64, aspect::usm_device_allocations, aspect::usm_host_allocations})

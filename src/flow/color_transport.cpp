@@ -11,6 +11,15 @@
 
 namespace tarn::color_transport {
 
+namespace {
+
+/// How many trails a CPU's work-item walks.
+constexpr std::uint32_t trail_block = 128;
+/// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
+constexpr std::uint32_t most_steps_at_once = 1u << 23;
+
+} // namespace
+
 float prior_weight(float persistence) {
     return maximum(16.0f / (persistence + 0.1f) - 14.0f, 0.0f);
 }
@@ -67,7 +76,7 @@ void ColorTransport::process() {
 void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std::uint32_t start, std::uint32_t count,
                                           float steps, sycl::buffer<float, 1>& directions) {
     const Walk walk{steps, pick_distance(parameters_.transport, extent_[0]), parameters_.seed};
-    const auto at_once = std::max(flow::most_steps_at_once / static_cast<std::uint32_t>(steps), flow::trail_block);
+    const auto at_once = std::max(most_steps_at_once / static_cast<std::uint32_t>(steps), trail_block);
     const std::uint32_t end = start + count;
     for (; start < end && !tracker_.ask(); start += at_once) {
         queue_.submit([&](sycl::handler& handler) {
@@ -76,7 +85,7 @@ void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std
             const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
             const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
             const Updater<Load> loads = update(loads_, handler);
-            launch_lanes(launch_on(handler, queue_), std::min(at_once, end - start), flow::trail_block,
+            launch_lanes(launch_on(handler, queue_), std::min(at_once, end - start), trail_block,
                          [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
                           rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
                              carry_colors<lanes.value>(

@@ -65,9 +65,9 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
         enter(k);
 
     for (Mask any = mask_of(true); any != 0;) {
-        walkers.template look<true>(terrain, directions, inertia);
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
+            TARN_INLINE_CALLS walkers.template look<true>(k, terrain, directions, inertia);
             const Mask climbs = mask_of(walkers.height[k] >= walkers.previous_height[k]) & ~walkers.is_new[k];
             const int climbed = uphill[k] + static_cast<int>(climbs & 1u);
             const Mask arrives = walkers.is_walking[k] & mask_of(climbed <= most_uphill);

@@ -1,6 +1,7 @@
 #include "flow/flow.hpp"
 
 #include <algorithm>
+#include <bit>
 
 #include "flow/flow_kernels.hpp"
 #include "grid/access.hpp"
@@ -13,7 +14,27 @@ namespace tarn::flow {
 namespace {
 
 constexpr std::uint32_t short_steps = 16;
-static_assert(short_steps <= TiledStarts::reach);
+/// Particles that walk side by side; on CPUs two vectors of them, one of which goes on while the other one waits for
+/// its heights.
+template <int lanes>
+constexpr int walker_lanes = lanes > 1 ? 2 * lanes : 1;
+/// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
+constexpr std::uint32_t most_steps_at_once = 1u << 24;
+/// Each takes a byte for each cell.
+constexpr std::uint32_t most_planes = 8;
+/// How many trails a CPU's work-item walks. At the end of a block lanes run empty: it is as long as there are blocks
+/// for all threads.
+constexpr std::uint32_t trail_block(int planes) {
+    return 1024u / static_cast<std::uint32_t>(std::max(planes, 1));
+}
+
+/// One for each thread of a CPU, while they are few; none if all their rows are too many for a launch.
+int choose_plane_count(const sycl::device& device, std::size_t rows) {
+    if (!device.is_cpu() || rows >= INT32_MAX / most_planes)
+        return 0;
+    return static_cast<int>(
+        std::bit_ceil(std::min(device.get_info<sycl::info::device::max_compute_units>(), most_planes)));
+}
 
 } // namespace
 
@@ -23,7 +44,11 @@ Flow::Flow(const Parameters& parameters, sycl::queue& caller_queue, const HostCa
       extent_(static_cast<std::size_t>(parameters.height), static_cast<std::size_t>(parameters.width)),
       heights_(create_input(grids.heights, extent_, queue_)), work_heights_(extent_),
       flow_map_(create_buffer(grids.flow_map, extent_, queue_, true)), hits_(extent_),
-      mask_(create_input(grids.mask, extent_, queue_)) {}
+      mask_(create_input(grids.mask, extent_, queue_)),
+      plane_count_(choose_plane_count(queue_.get_device(), extent_[0])),
+      planes_(plane_count_ > 0 ? sycl::range<2>(static_cast<std::size_t>(plane_count_) * (extent_[0] + 1), extent_[1])
+                               : sycl::range<2>(1, 1)),
+      taken_(sycl::range<2>(1, most_planes)) {}
 
 void Flow::process() {
     copy(queue_, heights_, work_heights_);
@@ -40,19 +65,15 @@ void Flow::process() {
     auto directions = create_direction_buffer(parameters_.seed);
     fill(queue_, flow_map_, 0.0f);
     fill(queue_, hits_, 0u);
+    fill(queue_, planes_, std::uint8_t{0});
+    fill(queue_, taken_, 0u);
 
     tracker_.add_total(64.0); // the batches come to 32: the report runs up to 50 %
     const TrailLengths lengths(parameters_.width, parameters_.flow_length);
     const auto long_steps = static_cast<std::uint32_t>(lengths.longest);
-    const bool is_cpu = queue_.get_device().is_cpu();
     for (const Batch& batch : plan_batches(static_cast<std::uint32_t>(particles.size()), extent_.size(), lengths)) {
-        const TiledStarts short_trails(extent_, particles, batch.start, batch.short_count);
-        const TiledStarts long_trails(extent_, particles, batch.start + batch.short_count, batch.long_count);
-        if (is_cpu)
-            trace_in_tiles(short_trails, short_steps, directions);
-        else
-            trace_together(short_trails, short_steps, directions);
-        trace_together(long_trails, long_steps, directions);
+        trace_trails(particles, batch.start, batch.short_count, short_steps, directions);
+        trace_trails(particles, batch.start + batch.short_count, batch.long_count, long_steps, directions);
         if (tracker_.cancelled)
             break;
         fold(batch.norm);
@@ -62,72 +83,82 @@ void Flow::process() {
     }
 }
 
-void Flow::trace_together(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions) {
-    const auto count = static_cast<std::uint32_t>(tiles.starts.size());
+void Flow::trace_trails(const std::vector<Point>& particles, std::uint32_t first_particle, std::uint32_t count,
+                        std::uint32_t steps, sycl::buffer<float, 1>& directions) {
     if (count == 0)
         return;
-    auto starts = create_list_buffer(tiles.starts, queue_);
-    const std::uint32_t at_once = std::max(most_steps_at_once / steps, trail_block);
+    const std::vector<Start> list = tiled_starts(extent_, particles, first_particle, count);
+    auto starts = create_list_buffer(list, queue_);
+    const std::uint32_t block = trail_block(plane_count_);
+    const std::uint32_t at_once = std::max(most_steps_at_once / steps, block);
     for (std::uint32_t start = 0; start < count && !tracker_.ask(); start += at_once) {
         queue_.submit([&](sycl::handler& handler) {
             const Reader<Start, 1> points = read(starts, handler);
             const Reader<float, 1> table = read(directions, handler);
             const Reader<float> heights = read(work_heights_, handler);
-            const Updater<std::uint32_t> hits = update(hits_, handler);
-            launch_lanes(launch_on(handler, queue_), std::min(at_once, count - start), trail_block,
-                         [=, seed = parameters_.seed, columns = parameters_.width,
-                          rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
-                             trace<lanes.value, true>(elements_of(points), start + first, start + last, seed, steps,
-                                                      {cells_of(heights), columns, rows}, elements_of(table),
-                                                      cells_of(hits));
+            const Updater<std::uint32_t> hits = update(hits_, handler), taken = update(taken_, handler);
+            const Updater<std::uint8_t> planes = update(planes_, handler);
+            launch_lanes(launch_on(handler, queue_), std::min(at_once, count - start), block,
+                         [=, seed = parameters_.seed, columns = parameters_.width, rows = parameters_.height,
+                          plane_count = plane_count_, plane_size = extent_.size() + extent_[1]](
+                             std::uint32_t first, std::uint32_t last, auto lanes) {
+                             const auto walk = [&](const auto& counter) {
+                                 trace<walker_lanes<lanes.value>>(elements_of(points), start + first, start + last,
+                                                                  seed, steps, {cells_of(heights), columns, rows},
+                                                                  elements_of(table), counter);
+                             };
+                             const SharedCounter shared{cells_of(hits), columns * rows};
+                             if constexpr (lanes.value > 1) {
+                                 const Planes all{cells_of(planes), cells_of(taken), plane_count, plane_size};
+                                 if (const int plane = all.take(); plane >= 0) {
+                                     walk(PlaneCounter{all.at(plane), shared});
+                                     all.give_back(plane);
+                                     return;
+                                 }
+                             }
+                             walk(shared);
                          });
         });
     }
 }
 
-void Flow::trace_in_tiles(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions) {
-    if (tiles.starts.empty())
-        return;
-    auto starts = create_list_buffer(tiles.starts, queue_);
-    auto begins = create_list_buffer(tiles.begins, queue_);
-    // Every second tile of every second row at once: their trails keep apart.
-    for (std::uint32_t corner = 0; corner < 4 && !tracker_.ask(); ++corner) {
-        const std::uint32_t left = corner % 2, top = corner / 2;
-        const std::uint32_t across = (tiles.columns - left + 1) / 2, down = (tiles.rows - top + 1) / 2;
-        if (across * down == 0)
-            continue;
-        queue_.submit([&](sycl::handler& handler) {
-            const Reader<Start, 1> points = read(starts, handler);
-            const Reader<std::uint32_t, 1> ends = read(begins, handler);
-            const Reader<float, 1> table = read(directions, handler);
-            const Reader<float> heights = read(work_heights_, handler);
-            const Updater<std::uint32_t> hits = update(hits_, handler);
-            handler.parallel_for(sycl::range<1>(across * down), [=, tile_columns = tiles.columns,
-                                                                 seed = parameters_.seed, columns = parameters_.width,
-                                                                 rows = parameters_.height](sycl::id<1> item) {
-                const auto i = static_cast<std::uint32_t>(item[0]);
-                const std::uint32_t tile = (2 * (i / across) + top) * tile_columns + 2 * (i % across) + left;
-                trace<cpu_lanes, false>(elements_of(points), ends[tile], ends[tile + 1], seed, steps,
-                                        {cells_of(heights), columns, rows}, elements_of(table), cells_of(hits));
-            });
-        });
-    }
-}
-
-void Flow::fold(float norm) {
+template <int planes>
+void Flow::fold_planes(float norm) {
     queue_.submit([&](sycl::handler& handler) {
         const Updater<float> map = update(flow_map_, handler), work = update(work_heights_, handler);
         const Updater<std::uint32_t> hits = update(hits_, handler);
+        const Updater<std::uint8_t> counts = update(planes_, handler);
         launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
                      [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
+                      plane_size = static_cast<std::ptrdiff_t>(extent_.size() + extent_[1]),
                       feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
                          const std::ptrdiff_t i = y * columns + x;
-                         const float visits = counted(cells_of(hits)[i]);
+                         std::uint32_t sum = cells_of(hits)[i];
+                         for (int plane = 0; plane < planes; ++plane) {
+                             sum += cells_of(counts)[plane * plane_size + i];
+                             cells_of(counts)[plane * plane_size + i] = 0;
+                         }
+                         const float visits = counted(sum);
                          cells_of(map)[i] += saturated(visits * norm);
                          cells_of(work)[i] += visits * feedback;
                          cells_of(hits)[i] = 0;
                      });
     });
+}
+
+void Flow::fold(float norm) {
+    switch (plane_count_) {
+    case 0:
+        return fold_planes<0>(norm);
+    case 1:
+        return fold_planes<1>(norm);
+    case 2:
+        return fold_planes<2>(norm);
+    case 4:
+        return fold_planes<4>(norm);
+    default:
+        return fold_planes<most_planes>(norm);
+    }
 }
 
 } // namespace tarn::flow

@@ -36,11 +36,13 @@ class Flow {
     bool cancelled() const { return tracker_.cancelled; }
 
   private:
-    /// Walks particles over the work heights and counts their visits; all at once, or on CPUs tile by tile, where no
-    /// cell has to be shared. Trails of the latter stay within the reach of their tiles.
-    void trace_together(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions);
-    void trace_in_tiles(const TiledStarts& tiles, std::uint32_t steps, sycl::buffer<float, 1>& directions);
-    /// Adds the visits of a batch to the flow map and to the work heights, and clears them.
+    /// Walks `count` particles from `first` on over the work heights and counts their visits.
+    void trace_trails(const std::vector<Point>& particles, std::uint32_t first, std::uint32_t count,
+                      std::uint32_t steps, sycl::buffer<float, 1>& directions);
+    /// Adds the visits of a batch, counted in so many planes besides, to the flow map and to the work heights, and
+    /// clears them.
+    template <int planes>
+    void fold_planes(float norm);
     void fold(float norm);
 
     ProgressTracker tracker_;
@@ -52,6 +54,11 @@ class Flow {
     Grid flow_map_;
     sycl::buffer<std::uint32_t, 2> hits_;
     Grid mask_;
+    /// On CPUs: how many planes there are for counts besides, 1, 2, 4 or 8; the planes, one below the other and each
+    /// with one row more than the grid; and which of them are taken.
+    int plane_count_;
+    sycl::buffer<std::uint8_t, 2> planes_;
+    sycl::buffer<std::uint32_t, 2> taken_;
 };
 
 } // namespace tarn::flow

@@ -3,23 +3,51 @@
 
 #include <cstdint>
 
+#include <sycl/sycl.hpp>
+
 #include "flow/trail_kernels.hpp"
 
 namespace tarn::flow {
 
-/// Walks the particles `first` to `last` and counts their visits in `hits`, which other work-items count in as well if
-/// it is `shared`.
-template <int lanes, bool shared>
+/// Counts visits where all work-items count them. Particles that are not on their way are at `nowhere`, the number
+/// after the last cell's.
+struct SharedCounter {
+    std::uint32_t* hits;
+    int nowhere;
+
+    void count(int cell) const {
+        if (cell != nowhere)
+            atomic_add(hits[cell], 1u);
+    }
+};
+
+/// Counts visits in a plane, which has 8 bits for each cell and for `nowhere`, and which no other work-item uses
+/// meanwhile. That spares the atomic addition, half the time of a trail. What does not fit is carried over to the
+/// shared counts.
+struct PlaneCounter {
+    std::uint8_t* plane;
+    SharedCounter shared;
+
+    void count(int cell) const {
+        if (++plane[cell] == 0 && cell != shared.nowhere)
+            atomic_add(shared.hits[cell], 1u << 8);
+    }
+};
+
+/// Walks the particles `first` to `last` and counts their visits.
+template <int lanes, class Counter>
 inline void trace(const Start* particles, std::uint32_t first, std::uint32_t last, std::uint32_t seed,
-                  std::uint32_t steps, const Terrain& terrain, const float* directions, std::uint32_t* hits) {
+                  std::uint32_t steps, const Terrain& terrain, const float* directions, const Counter& counter) {
     constexpr float inertia = 1.2f;
     const float last_step = static_cast<float>(steps - 1u);
     const float most_uphill = maximum(static_cast<float>(steps) * 0.08f, 4.0f);
+    const int nowhere = terrain.columns * terrain.rows;
+    // Short trails end nearly all at once, so their lanes wait for one another before new ones enter.
+    const std::uint32_t least_walking = steps <= 16u ? lanes / 2 + 1 : lanes;
 
     Walkers<lanes> walkers;
     float steps_done[lanes], uphill[lanes];
     int cell[lanes];
-    Mask counts[lanes];
     const auto enter = [&](int k) {
         if (first < last) {
             const Start& p = particles[first++];
@@ -35,37 +63,60 @@ inline void trace(const Start* particles, std::uint32_t first, std::uint32_t las
         enter(k);
 
     while (any != 0) {
-        walkers.template look<false>(terrain, directions, inertia);
+        std::uint32_t walking = 0;
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
+            TARN_INLINE_CALLS walkers.template look<false>(k, terrain, directions, inertia);
             const float x = walkers.x[k] + walkers.direction_x[k], y = walkers.y[k] + walkers.direction_y[k];
             const float climbs =
                 uphill[k] + blend(mask_of(walkers.height[k] >= walkers.previous_height[k]), 1.0f, 0.0f);
             const float done = steps_done[k] + 1.0f;
-            const Mask goes_on = terrain.holds(x, y) & ~mask_of(done == last_step) & ~mask_of(climbs > most_uphill);
-            cell[k] = terrain.cell_at(walkers.x[k], walkers.y[k]);
-            counts[k] = walkers.is_walking[k];
+            const Mask counts = walkers.is_walking[k];
+            const Mask goes_on =
+                counts & terrain.holds(x, y) & ~mask_of(done == last_step) & ~mask_of(climbs > most_uphill);
+            cell[k] = blend(counts, terrain.cell_at(walkers.x[k], walkers.y[k]), nowhere);
             uphill[k] = climbs;
             steps_done[k] = done;
-            walkers.x[k] = x;
-            walkers.y[k] = y;
+            walkers.x[k] = blend(goes_on, x, walkers.x[k]);
+            walkers.y[k] = blend(goes_on, y, walkers.y[k]);
             walkers.is_new[k] = 0;
-            walkers.is_walking[k] &= goes_on;
+            walkers.is_walking[k] = goes_on;
+            walking += goes_on & 1u;
         }
+        for (int k = 0; k < lanes; ++k)
+            counter.count(cell[k]);
+        if (walking >= least_walking)
+            continue;
         any = 0;
         for (int k = 0; k < lanes; ++k) {
-            if constexpr (!shared)
-                hits[cell[k]] += counts[k] & 1u;
-            else if (counts[k] != 0)
-                atomic_add(hits[cell[k]], 1u);
             if (walkers.is_walking[k] == 0)
                 enter(k);
-            if constexpr (lanes > 1)
-                prefetch_for_write(&hits[terrain.cell_at(walkers.x[k], walkers.y[k])]);
             any |= walkers.is_walking[k];
         }
     }
 }
+
+/// Planes, each of which one work-item at a time may take.
+struct Planes {
+    using Flag = sycl::atomic_ref<std::uint32_t, sycl::memory_order::seq_cst, sycl::memory_scope::device,
+                                  sycl::access::address_space::global_space>;
+
+    std::uint8_t* counts;
+    /// 1 for each plane that is taken, else 0.
+    std::uint32_t* taken;
+    int number;
+    std::size_t size;
+
+    /// The number of a plane that was free, or -1.
+    int take() const {
+        for (int plane = 0; plane < number; ++plane)
+            if (Flag(taken[plane]).exchange(1u) == 0)
+                return plane;
+        return -1;
+    }
+    void give_back(int plane) const { Flag(taken[plane]).store(0u); }
+    std::uint8_t* at(int plane) const { return counts + static_cast<std::size_t>(plane) * size; }
+};
 
 /// What a batch's visits of a cell add to the flow map: less the more there are, and less than 1/32.
 inline float saturated(float count) {

@@ -51,23 +51,23 @@ void shuffle_particles(std::vector<Point>& particles, std::uint32_t seed) {
     shuffle(particles, generator);
 }
 
-TiledStarts::TiledStarts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
-                         std::uint32_t count)
-    : columns(static_cast<std::uint32_t>((extent[1] - 1) / side + 1)),
-      rows(static_cast<std::uint32_t>((extent[0] - 1) / side + 1)), starts(count),
-      begins(std::size_t{columns} * rows + 1) {
-    const auto tile_of = [this](const Point& p) {
-        return std::size_t{static_cast<std::uint32_t>(p.y()) / side} * columns +
-               static_cast<std::uint32_t>(p.x()) / side;
+std::vector<Start> tiled_starts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
+                                std::uint32_t count) {
+    constexpr std::uint32_t side = 64;
+    const std::size_t columns = (extent[1] - 1) / side + 1, rows = (extent[0] - 1) / side + 1;
+    const auto tile_of = [columns](const Point& p) {
+        return static_cast<std::uint32_t>(p.y()) / side * columns + static_cast<std::uint32_t>(p.x()) / side;
     };
+    std::vector<std::uint32_t> ends(columns * rows);
     for (std::uint32_t i = first; i < first + count; ++i)
-        ++begins[tile_of(particles[i])];
-    std::uint32_t end = 0;
-    for (std::uint32_t& begin : begins)
-        begin = end += begin;
-    // Filled from the back, which leaves each begin where it belongs.
+        ++ends[tile_of(particles[i])];
+    std::uint32_t sum = 0;
+    for (std::uint32_t& end : ends)
+        end = sum += end;
+    std::vector<Start> starts(count);
     for (std::uint32_t i = first + count; i-- > first;)
-        starts[--begins[tile_of(particles[i])]] = {particles[i].x(), particles[i].y(), i};
+        starts[--ends[tile_of(particles[i])]] = {particles[i].x(), particles[i].y(), i};
+    return starts;
 }
 
 sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero) {

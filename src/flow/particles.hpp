@@ -32,12 +32,6 @@ sycl::buffer<T, 1> create_list_buffer(const std::vector<T>& list, sycl::queue& q
     return buffer;
 }
 
-/// How many trails a CPU's work-item walks.
-inline constexpr std::uint32_t trail_block = 128;
-
-/// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
-inline constexpr std::uint32_t most_steps_at_once = 1u << 23;
-
 /// The x and y, in turn, of 32 unit vectors in random order, or of as many zeros for trails without kicks.
 sycl::buffer<float, 1> create_direction_buffer(std::uint32_t seed, bool are_zero = false);
 
@@ -66,22 +60,10 @@ struct Start {
     std::uint32_t number;
 };
 
-/// Particles in the order of square tiles, row by row of them. Those of a tile stay where the cache has its cells; and
-/// if their trails are short, they do not come to the cells of those from the tile after the next one.
-struct TiledStarts {
-    static constexpr std::uint32_t side = 64;
-    /// Trails that stay within so many cells of their start come to no tile but the next.
-    static constexpr std::uint32_t reach = side / 2;
-
-    TiledStarts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
-                std::uint32_t count);
-
-    std::uint32_t columns;
-    std::uint32_t rows;
-    std::vector<Start> starts;
-    /// Where the tiles begin in `starts`, and the end of the last one.
-    std::vector<std::uint32_t> begins;
-};
+/// `count` particles from `first` on, in the order of square tiles, row by row of them: those of a tile stay where the
+/// cache has its cells.
+std::vector<Start> tiled_starts(const sycl::range<2>& extent, const std::vector<Point>& particles, std::uint32_t first,
+                                std::uint32_t count);
 
 /// All particles in at most 32 batches of equal size, but for the last one. At most 0x40000 trails in all are long.
 std::vector<Batch> plan_batches(std::uint32_t particles, std::uint64_t cells, const TrailLengths& lengths);

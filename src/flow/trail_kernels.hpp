@@ -89,32 +89,29 @@ struct Walkers {
         is_walking[k] = 0;
     }
 
-    /// Measures the terrain and turns: the next direction is what is left of the last one plus a random kick plus a
+    /// The particle of a lane measures the terrain and turns: the next direction is what is left of the last one plus a random kick plus a
     /// unit vector down the slope. Without a slope, on level ground or where a height is no number, particles go
     /// straight on. New ones end there; but with `starts_without_number` one among heights that are no numbers ends a
     /// step later.
     template <bool starts_without_number>
-    void look(const Terrain& terrain, const float* directions, float inertia) {
-        TARN_INDEPENDENT_ITERATIONS
-        for (int k = 0; k < lanes; ++k) {
-            const Mask fresh = is_new[k];
-            const std::uint32_t next_state = blend(fresh, state[k], xorshift(state[k]));
-            const Sample here = measure(terrain, x[k], y[k]);
-            const float steepness = length(here.gradient_x, here.gradient_y);
-            const float up_x = here.gradient_x / steepness, up_y = here.gradient_y / steepness;
-            const std::uint32_t entry = (next_state * 0x2545F381u - 1u) % direction_count;
-            const float dx = inertia * direction_x[k] + 0.7f * directions[2 * entry] - up_x;
-            const float dy = inertia * direction_y[k] + 0.7f * directions[2 * entry + 1] - up_y;
-            const float norm = length(dx, dy);
-            const Mask slopes = mask_of(steepness > 0.0f);
-            const Mask starts = starts_without_number ? ~mask_of(steepness == 0.0f) : slopes;
-            state[k] = next_state;
-            direction_x[k] = blend(fresh, -up_x, blend(slopes, dx / norm, direction_x[k]));
-            direction_y[k] = blend(fresh, -up_y, blend(slopes, dy / norm, direction_y[k]));
-            previous_height[k] = height[k];
-            height[k] = here.height;
-            is_walking[k] &= starts | ~fresh;
-        }
+    void look(int k, const Terrain& terrain, const float* directions, float inertia) {
+        const Mask fresh = is_new[k];
+        const std::uint32_t next_state = blend(fresh, state[k], xorshift(state[k]));
+        const Sample here = measure(terrain, x[k], y[k]);
+        const float steepness = length(here.gradient_x, here.gradient_y);
+        const float up_x = here.gradient_x / steepness, up_y = here.gradient_y / steepness;
+        const int entry = static_cast<int>((next_state * 0x2545F381u - 1u) % direction_count);
+        const float dx = inertia * direction_x[k] + 0.7f * directions[2 * entry] - up_x;
+        const float dy = inertia * direction_y[k] + 0.7f * directions[2 * entry + 1] - up_y;
+        const float norm = length(dx, dy);
+        const Mask slopes = mask_of(steepness > 0.0f);
+        const Mask starts = starts_without_number ? ~mask_of(steepness == 0.0f) : slopes;
+        state[k] = next_state;
+        direction_x[k] = blend(fresh, -up_x, blend(slopes, dx / norm, direction_x[k]));
+        direction_y[k] = blend(fresh, -up_y, blend(slopes, dy / norm, direction_y[k]));
+        previous_height[k] = height[k];
+        height[k] = here.height;
+        is_walking[k] &= starts | ~fresh;
     }
 };
 

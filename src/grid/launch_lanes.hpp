@@ -38,6 +38,10 @@ inline std::uint32_t blend(Mask mask, std::uint32_t set, std::uint32_t clear) {
     return (set & mask) | (clear & ~mask);
 }
 
+inline int blend(Mask mask, int set, int clear) {
+    return static_cast<int>(blend(mask, static_cast<std::uint32_t>(set), static_cast<std::uint32_t>(clear)));
+}
+
 inline float blend(Mask mask, float set, float clear) {
     return std::bit_cast<float>(blend(mask, std::bit_cast<std::uint32_t>(set), std::bit_cast<std::uint32_t>(clear)));
 }

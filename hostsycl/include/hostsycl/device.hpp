@@ -58,6 +58,7 @@ HOSTSYCL_DEVICE_INFO(execution_capabilities, std::vector<info::execution_capabil
 HOSTSYCL_DEVICE_INFO(host_unified_memory, bool)
 HOSTSYCL_DEVICE_INFO(is_available, bool)
 HOSTSYCL_DEVICE_INFO(global_mem_size, std::uint64_t)
+HOSTSYCL_DEVICE_INFO(max_compute_units, std::uint32_t)
 HOSTSYCL_DEVICE_INFO(sub_group_sizes, std::vector<std::size_t>)
 #undef HOSTSYCL_DEVICE_INFO
 } // namespace device
@@ -85,6 +86,7 @@ struct device_impl : std::enable_shared_from_this<device_impl> {
     std::size_t global_mem_size = 0;
     std::size_t local_mem_size = 0;
     std::size_t max_work_group_size = 1;
+    std::uint32_t max_compute_units = 1;
     std::vector<std::size_t> sub_group_sizes;
     std::bitset<32> aspects;
     bool available = true;
@@ -192,6 +194,8 @@ typename Parameter::return_type device::get_info() const {
         return d.available;
     else if constexpr (std::is_same_v<Parameter, query::global_mem_size>)
         return d.global_mem_size;
+    else if constexpr (std::is_same_v<Parameter, query::max_compute_units>)
+        return d.max_compute_units;
     else
         return d.sub_group_sizes;
 }
