@@ -89,10 +89,10 @@ struct Walkers {
         is_walking[k] = 0;
     }
 
-    /// The particle of a lane measures the terrain and turns: the next direction is what is left of the last one plus a random kick plus a
-    /// unit vector down the slope. Without a slope, on level ground or where a height is no number, particles go
-    /// straight on. New ones end there; but with `starts_without_number` one among heights that are no numbers ends a
-    /// step later.
+    /// The particle of a lane measures the terrain and turns: the next direction is what is left of the last one plus a
+    /// random kick plus a unit vector down the slope. Without a slope, on level ground or where a height is no number,
+    /// particles go straight on. New ones end there; but with `starts_without_number` one among heights that are no
+    /// numbers ends a step later.
     template <bool starts_without_number>
     void look(int k, const Terrain& terrain, const float* directions, float inertia) {
         const Mask fresh = is_new[k];
