@@ -67,7 +67,7 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
     for (Mask any = mask_of(true); any != 0;) {
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
-            TARN_INLINE_CALLS walkers.template look<true>(k, terrain, directions, inertia);
+            walkers.template look<true>(k, terrain, directions, inertia);
             const Mask climbs = mask_of(walkers.height[k] >= walkers.previous_height[k]) & ~walkers.is_new[k];
             const int climbed = uphill[k] + static_cast<int>(climbs & 1u);
             const Mask arrives = walkers.is_walking[k] & mask_of(climbed <= most_uphill);

@@ -66,7 +66,7 @@ inline void trace(const Start* particles, std::uint32_t first, std::uint32_t las
         std::uint32_t walking = 0;
         TARN_INDEPENDENT_ITERATIONS
         for (int k = 0; k < lanes; ++k) {
-            TARN_INLINE_CALLS walkers.template look<false>(k, terrain, directions, inertia);
+            walkers.template look<false>(k, terrain, directions, inertia);
             const float x = walkers.x[k] + walkers.direction_x[k], y = walkers.y[k] + walkers.direction_y[k];
             const float climbs =
                 uphill[k] + blend(mask_of(walkers.height[k] >= walkers.previous_height[k]), 1.0f, 0.0f);
