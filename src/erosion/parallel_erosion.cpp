@@ -35,10 +35,13 @@ sycl::range<2> one_if_absent(const LaplacianLevel& level, bool is_given) {
 
 struct LevelRun {
     LevelRun(LaplacianLevel& run_level, const LevelPlan& level_plan, bool has_spawn_map, bool has_shaping)
-        : level(run_level), plan(level_plan), cells(sycl::range<2>(level.rows, level.cols)),
-          particles(plan.particle_count), particles_next(plan.particle_count), alive_count(1),
-          wishes(plan.particle_count * std::size_t{longest_path}),
-          changed(plan.particle_count * std::size_t{longest_path}), survivors(plan.particle_count / particle_block + 2),
+        : level(run_level), plan(level_plan), is_on_cpu(level.queue->get_device().is_cpu()),
+          most_blocks((plan.particle_count - 1) / particle_block + 1), bands(level.size(), most_blocks),
+          cells(sycl::range<2>(level.rows, level.cols)), particles(plan.particle_count),
+          particles_next(plan.particle_count), alive_count(1),
+          changed(is_on_cpu ? 1 : plan.particle_count * std::size_t{longest_path}),
+          wishes(is_on_cpu ? plan.particle_count * std::size_t{longest_path} : 1),
+          band_starts(is_on_cpu ? most_blocks * bands.starts() : 1), survivors(is_on_cpu ? most_blocks + 1 : 1),
           delta(one_if_absent(level, has_shaping)), reach(one_if_absent(level, has_spawn_map)),
           reach_next(one_if_absent(level, has_spawn_map)) {
         sycl::host_accessor(alive_count, sycl::write_only, sycl::no_init)[0] = 0;
@@ -64,16 +67,21 @@ struct LevelRun {
 
     LaplacianLevel& level;
     LevelPlan plan;
+    bool is_on_cpu;
+    std::size_t most_blocks;
+    Bands bands;
     sycl::buffer<CellState, 2> cells;
     /// The particles of this pass and of the next one.
     sycl::buffer<Particle, 1> particles;
     sycl::buffer<Particle, 1> particles_next;
     /// 0 but between a kernel that counts and the host's look at it.
     sycl::buffer<std::uint32_t, 1> alive_count;
-    /// The wishes of a pass, `longest_path` a particle.
-    sycl::buffer<Wish, 1> wishes;
-    /// The cells that a pass has changed, each once.
+    /// On GPUs: the cells that a pass changes, each once.
     sycl::buffer<std::uint32_t, 1> changed;
+    /// On CPUs: the wishes of a pass, `longest_path` a particle, those of each block sorted by bands.
+    sycl::buffer<Wish, 1> wishes;
+    /// On CPUs: where the wishes of each band begin among those of each block.
+    sycl::buffer<std::uint16_t, 1> band_starts;
     /// On CPUs: how many particles of each block go on; then the place of the first of them in the next pass, and at
     /// the end the number of all.
     sycl::buffer<std::uint32_t, 1> survivors;
@@ -256,8 +264,6 @@ std::uint32_t ParallelErosion::give_birth(LevelRun& run, std::uint32_t batch_off
 }
 
 std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
-    // On CPUs survivors keep their order, and with it the neighbourhood that they have been sorted into.
-    const bool keeps_order = cpu_lanes > 1 && queue_.get_device().is_cpu();
     queue_.submit([&](sycl::handler& handler) {
         const auto particles = read(run.particles, handler);
         const auto next = overwrite(run.particles_next, handler);
@@ -265,54 +271,72 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
         const auto survivors = overwrite(run.survivors, handler);
         const auto changed = overwrite(run.changed, handler);
         const auto wishes = overwrite(run.wishes, handler);
+        const auto band_starts = overwrite(run.band_starts, handler);
         const auto cells = update(run.cells, handler);
         const auto height = read(run.level.height, handler);
         const auto directions = read(directions_, handler);
         launch_lanes(launch_on(handler, queue_), count, particle_block,
-                     [=, rule = run.plan.path](std::uint32_t first, std::uint32_t last, auto lanes) {
+                     [=, rule = run.plan.path, bands = run.bands](std::uint32_t first, std::uint32_t last, auto lanes) {
                          const int taken = static_cast<int>(last - first);
                          Walkers<walker_lanes<lanes.value>> walkers;
                          walkers.walk_and_carve(elements_of(particles) + first, taken, cells_of(height),
-                                                elements_of(directions), rule, cells_of(cells));
-                         const std::uint32_t first_wish = first * longest_path;
-                         walkers.put_down(taken, first_wish, elements_of(wishes) + first_wish, cells_of(cells),
-                                          elements_of(changed) + first_wish);
+                                                elements_of(directions), rule);
                          const std::uint32_t going_on = walkers.count_survivors();
                          if constexpr (lanes.value > 1) {
-                             elements_of(survivors)[first / particle_block] = going_on;
+                             const std::uint32_t block = first / particle_block;
+                             walkers.sort_wishes(taken, bands, elements_of(wishes) + first * longest_path,
+                                                 elements_of(band_starts) + block * bands.starts());
+                             elements_of(survivors)[block] = going_on;
                              walkers.store(elements_of(next) + first);
-                         } else if (going_on != 0) {
-                             walkers.store(elements_of(next) + atomic_add(alive_count[0], going_on));
+                         } else {
+                             walkers.put_down(cells_of(cells), elements_of(changed) + first * longest_path);
+                             if (going_on != 0)
+                                 walkers.store(elements_of(next) + atomic_add(alive_count[0], going_on));
                          }
                      });
     });
-    std::uint32_t alive = keeps_order ? run.place_survivors((count - 1) / particle_block + 1) : 0;
+    if (run.is_on_cpu)
+        return settle_bands(run, (count - 1) / particle_block + 1);
     queue_.submit([&](sycl::handler& handler) {
         const auto changed = read(run.changed, handler);
+        const auto cells = update(run.cells, handler);
+        const auto height = update(run.level.height, handler);
+        const auto sediment = update(run.level.sediment, handler), wear = update(run.level.wear, handler);
+        handler.parallel_for(sycl::range<1>(count), [=](sycl::id<1> particle) {
+            settle_listed(elements_of(changed) + particle[0] * longest_path, longest_path, cells_of(cells),
+                          {cells_of(height), cells_of(sediment), cells_of(wear)});
+        });
+    });
+    std::swap(run.particles, run.particles_next);
+    return run.take_alive_count();
+}
+
+std::uint32_t ParallelErosion::settle_bands(LevelRun& run, std::size_t blocks) {
+    const std::uint32_t alive = run.place_survivors(blocks);
+    queue_.submit([&](sycl::handler& handler) {
         const auto wishes = read(run.wishes, handler);
+        const auto band_starts = read(run.band_starts, handler);
         const auto next = read(run.particles_next, handler);
         const auto survivors = read(run.survivors, handler);
         const auto particles = update(run.particles, handler);
         const auto cells = update(run.cells, handler);
         const auto height = update(run.level.height, handler);
         const auto sediment = update(run.level.sediment, handler), wear = update(run.level.wear, handler);
-        launch_lanes(launch_on(handler, queue_), count, particle_block,
-                     [=](std::uint32_t first, std::uint32_t last, auto lanes) {
-                         settle_listed<lanes.value>(elements_of(changed) + first * longest_path,
-                                                    static_cast<int>(last - first) * longest_path, cells_of(cells),
-                                                    elements_of(wishes),
-                                                    {cells_of(height), cells_of(sediment), cells_of(wear)});
-                         if constexpr (lanes.value > 1) {
-                             const std::uint32_t* places = elements_of(survivors) + first / particle_block;
-                             for (std::uint32_t n = 0; places[0] + n < places[1]; ++n)
-                                 elements_of(particles)[places[0] + n] = elements_of(next)[first + n];
-                         }
-                     });
+        handler.parallel_for(
+            sycl::range<1>(static_cast<std::size_t>(run.bands.count)), [=, bands = run.bands](sycl::id<1> item) {
+                settle_band<4 * cpu_lanes>(static_cast<int>(item[0]), bands, blocks, particle_block * longest_path,
+                                           elements_of(wishes), elements_of(band_starts), cells_of(cells),
+                                           {cells_of(height), cells_of(sediment), cells_of(wear)});
+                // Survivors keep their order, and with it the neighbourhood that they have been sorted into.
+                const auto band_count = static_cast<std::size_t>(bands.count);
+                for (std::size_t block = blocks * item[0] / band_count; block < blocks * (item[0] + 1) / band_count;
+                     ++block) {
+                    const std::uint32_t* const places = elements_of(survivors) + block;
+                    for (std::uint32_t n = 0; places[0] + n < places[1]; ++n)
+                        elements_of(particles)[places[0] + n] = elements_of(next)[block * particle_block + n];
+                }
+            });
     });
-    if (!keeps_order) {
-        std::swap(run.particles, run.particles_next);
-        alive = run.take_alive_count();
-    }
     return alive;
 }
 

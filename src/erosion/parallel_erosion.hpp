@@ -37,17 +37,19 @@ struct Particle {
 /// What a particle wants of a cell on its path.
 struct Wish {
     /// In fixed point, so that sums do not depend on their order.
-    std::int64_t changes;
-    /// The sum of their weights in the lower half, the number of visits in the upper one.
+    std::int64_t change;
+    /// The sum of the changes' weights in the lower half, the number of visits in the upper one.
     std::uint32_t counts;
-    /// The number of the wish that came before it at the same cell, from 1; 0 for none.
-    std::uint32_t before;
+    std::uint32_t cell;
 };
 
-/// What particles do to a cell. Their wishes make a list: an exchange of its head is all that they share.
+/// What particles do to a cell. All but the visits is 0 between passes.
 struct CellState {
-    /// Its number, from 1; none but in the middle of a pass.
-    std::uint32_t last_wish;
+    /// The lower and the upper half of the sum of the changes that they want, in fixed point.
+    std::uint32_t change_low;
+    std::uint32_t change_high;
+    /// The sum of the changes' weights; 0 where no particle has been in this pass.
+    std::uint32_t weight;
     /// At this level.
     std::uint32_t visits;
 };
@@ -116,6 +118,9 @@ class ParallelErosion {
     /// Takes the first `count` particles one pass further: they walk a piece of their paths, the cells settle. The
     /// number of those that go on.
     std::uint32_t flow(LevelRun& run, std::uint32_t count);
+    /// On CPUs: lets the cells settle that `blocks` blocks of particles have been to, and moves those that go on
+    /// together. Their number.
+    std::uint32_t settle_bands(LevelRun& run, std::size_t blocks);
     /// Wears steep faces back and smooths.
     template <bool with_reach>
     void shape(LevelRun& run);

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include <sycl/sycl.hpp>
 
@@ -137,14 +138,58 @@ inline std::int64_t fixed(float change, const PathRule& rule) {
 /// Ends a list of cells that is not full.
 inline constexpr std::uint32_t no_cell = 0xFFFFFFFFu;
 
-/// Ends the list of a cell's wishes.
-inline constexpr std::uint32_t no_wish = 0;
-
 /// A visit in the counts of a wish, besides its weight.
 inline constexpr std::uint32_t one_visit = 1u << 16;
 
+/// The cells of a grid in bands. On a CPU particles do not add to the cells, which takes atomic operations: they only
+/// note what they want, and one work-item a band collects it.
+struct Bands {
+    static constexpr int most = 64;
+
+    int count;
+    /// Bands a cell.
+    float per_cell;
+
+    Bands(std::size_t cells, std::size_t blocks)
+        : count(static_cast<int>(minimum(blocks, std::size_t{most}))),
+          per_cell(static_cast<float>(count) / static_cast<float>(cells)) {}
+
+    /// Where each band begins in a list sorted by bands, and where the last one ends.
+    std::size_t starts() const { return static_cast<std::size_t>(count) + 1; }
+
+    std::uint32_t of(std::uint32_t cell) const {
+        const int band = static_cast<int>(static_cast<float>(static_cast<int>(cell)) * per_cell);
+        return static_cast<std::uint32_t>(minimum(band, count - 1)); // the last cell may be rounded up
+    }
+};
+
+inline std::int64_t sum_of(const CellState& state) {
+    return static_cast<std::int64_t>(std::uint64_t{state.change_high} << 32 | state.change_low);
+}
+
+/// Adds to the sums of a cell that no other work-item changes.
+inline void add_wish(CellState& state, const Wish& wish) {
+    const auto sum = static_cast<std::uint64_t>(sum_of(state) + wish.change);
+    state.change_low = static_cast<std::uint32_t>(sum);
+    state.change_high = static_cast<std::uint32_t>(sum >> 32);
+    state.weight += wish.counts % one_visit;
+    state.visits += wish.counts / one_visit;
+}
+
+/// Adds to the sums of a cell that other work-items change as well. Whether it is the first of this pass. Not all GPUs
+/// add 64 bits at once, but halves do as well: whoever makes the lower one overflow carries over.
+inline bool atomic_add_wish(CellState& state, const Wish& wish) {
+    const auto change = static_cast<std::uint64_t>(wish.change);
+    const auto low = static_cast<std::uint32_t>(change);
+    const bool carries = atomic_add(state.change_low, low) > ~low;
+    if (const std::uint32_t high = static_cast<std::uint32_t>(change >> 32) + (carries ? 1u : 0u); high != 0)
+        atomic_add(state.change_high, high);
+    atomic_add(state.visits, wish.counts / one_visit);
+    return atomic_add(state.weight, wish.counts % one_visit) == 0;
+}
+
 /// Particles on one piece of their paths, all in step, each in a lane of its own: `load`, then `step` point by point,
-/// `finish`, `carve` point by point, `put_down` and `store`.
+/// `finish`, `carve` point by point, `sort_wishes` or `put_down`, and `store`.
 template <int lanes>
 struct Walkers {
     // What a particle is, as in its record.
@@ -322,28 +367,42 @@ struct Walkers {
         }
     }
 
-    /// Puts the changes of the first `count` lanes on the lists of their cells. `wishes`, where the first one has the
-    /// number `first`, and `changed` have room for `longest_path` of them a lane. `changed` gets the cells that nobody
-    /// has come to before in this pass.
-    void put_down(int count, std::uint32_t first, Wish* wishes, CellState* cells, std::uint32_t* changed) const {
-        std::uint32_t at[longest_path * lanes];
-        int left = 0;
+    /// Adds what the particles want to the sums of the cells. `changed` has room for `longest_path` cells a lane and
+    /// gets those that nobody has come to before in this pass.
+    void put_down(CellState* cells, std::uint32_t* changed) const {
+        int listed = 0;
         for (int i = 0; i <= steps; ++i) {
-            for (int k = 0; k < count; ++k) {
-                // Overwritten by the next one, unless the particle leaves the cell.
-                wishes[left] = {changes[i][k], counts[i][k], no_wish};
-                at[left] = cell[i][k];
-                left += static_cast<int>(leaves[i][k] & 1u);
+            for (int k = 0; k < lanes; ++k) {
+                if (leaves[i][k] != 0 && atomic_add_wish(cells[cell[i][k]], {changes[i][k], counts[i][k], cell[i][k]}))
+                    changed[listed++] = cell[i][k];
             }
         }
-        int listed = 0;
-        for (int n = 0; n < left; ++n) {
-            wishes[n].before = atomic_exchange(cells[at[n]].last_wish, first + static_cast<std::uint32_t>(n) + 1u);
-            changed[listed] = at[n];
-            listed += wishes[n].before == no_wish ? 1 : 0;
-        }
-        if (listed < count * longest_path)
+        if (listed < lanes * longest_path)
             changed[listed] = no_cell;
+    }
+
+    /// Writes what the first `count` lanes want to `wishes`, which has room for `longest_path` of them a lane, sorted
+    /// by the bands of the cells. `starts` gets where each band begins, and where the last one ends.
+    void sort_wishes(int count, const Bands& bands, Wish* wishes, std::uint16_t* starts) const {
+        // Behind the last band comes what is not wanted yet, since the particle stays in the cell.
+        std::uint8_t band[longest_path][lanes];
+        const auto stays = static_cast<std::uint32_t>(bands.count);
+        std::uint32_t places[Bands::most + 1] = {};
+        for (int i = 0; i <= steps; ++i) {
+            TARN_INDEPENDENT_ITERATIONS
+            for (int k = 0; k < lanes; ++k)
+                band[i][k] = static_cast<std::uint8_t>(blend(leaves[i][k], bands.of(cell[i][k]), stays));
+            for (int k = 0; k < count; ++k)
+                ++places[band[i][k]];
+        }
+        std::uint32_t before = 0;
+        for (std::uint32_t b = 0; b <= stays; ++b) {
+            starts[b] = static_cast<std::uint16_t>(before);
+            before += std::exchange(places[b], before);
+        }
+        for (int i = 0; i <= steps; ++i)
+            for (int k = 0; k < count; ++k)
+                wishes[places[band[i][k]]++] = {changes[i][k], counts[i][k], cell[i][k]};
     }
 
     /// How many of the particles take part in the next pass.
@@ -362,17 +421,13 @@ struct Walkers {
                                 surface[k], sediment[k]};
     }
 
-    /// The whole piece up to the changes. The cells on the way are only made ready in the cache.
+    /// The whole piece up to the changes.
     void walk_and_carve(const Particle* particles, int count, const float* ground, const float* directions,
-                        const PathRule& rule, [[maybe_unused]] const CellState* cells) {
+                        const PathRule& rule) {
         load(particles, count, ground, rule);
         steps = 0;
-        for (bool any = true; any && steps < longest_path - 1; ++steps) {
+        for (bool any = true; any && steps < longest_path - 1; ++steps)
             any = step(steps, ground, directions, rule);
-            if constexpr (lanes > 1)
-                for (int k = 0; k < lanes; ++k)
-                    prefetch_for_write(&cells[cell[steps][k]]);
-        }
         finish(rule);
         for (int i = 0; i <= steps; ++i)
             carve(i, rule);
@@ -386,61 +441,73 @@ struct Layers {
     float* wear;
 };
 
-/// Settles as many cells as there are lanes, none of them twice: takes the wishes off their lists and changes each cell
-/// by their mean.
+/// The cells that are settled together, none of them twice.
 template <int lanes>
-inline void settle(const std::uint32_t* listed, CellState* cells, const Wish* wishes, const Layers& layers) {
-    constexpr std::uint32_t most_visits = 1u << 30; // leaves room for those of another pass
-    std::int64_t changes[lanes];
-    std::uint32_t weight[lanes], visits[lanes];
-    for (int k = 0; k < lanes; ++k) {
-        changes[k] = 0;
-        weight[k] = visits[k] = 0;
-        for (std::uint32_t link = cells[listed[k]].last_wish; link != no_wish;) {
-            const Wish& wish = wishes[link - 1u];
-            changes[k] += wish.changes;
-            weight[k] += wish.counts % one_visit;
-            visits[k] += wish.counts / one_visit;
-            link = wish.before;
-        }
+struct Settling {
+    std::uint32_t cell[lanes];
+    std::int64_t change[lanes];
+    std::uint32_t weight[lanes];
+
+    /// Takes the sums of a cell off it, for lane `k`.
+    void take(std::uint32_t at, CellState& state, int k) {
+        constexpr std::uint32_t most_visits = 1u << 30; // leaves room for those of another pass
+        cell[k] = at;
+        change[k] = sum_of(state);
+        weight[k] = state.weight;
+        state = {0, 0, 0, minimum(state.visits, most_visits)};
     }
-    TARN_INDEPENDENT_ITERATIONS
-    for (int k = 0; k < lanes; ++k) {
-        const int cell = static_cast<int>(listed[k]);
-        const float mean = (static_cast<float>(changes[k]) * fixed_point_unit) / static_cast<float>(weight[k]);
-        layers.height[cell] += mean;
-        layers.sediment[cell] = maximum(0.0f, layers.sediment[cell] + blend(mask_of(mean > 0.0f), mean, mean * 0.95f));
-        layers.wear[cell] -= minimum(mean, 0.0f);
-        cells[cell].last_wish = no_wish;
-        cells[cell].visits = minimum(cells[cell].visits + visits[k], most_visits);
+
+    /// Changes each cell by the mean of what is wanted of it.
+    void settle(const Layers& layers) const {
+        TARN_INDEPENDENT_ITERATIONS
+        for (int k = 0; k < lanes; ++k)
+            settle(k, layers);
+    }
+
+    void settle(int k, const Layers& layers) const {
+        const int at = static_cast<int>(cell[k]);
+        const float mean = (static_cast<float>(change[k]) * fixed_point_unit) / static_cast<float>(weight[k]);
+        layers.height[at] += mean;
+        layers.sediment[at] = maximum(0.0f, layers.sediment[at] + blend(mask_of(mean > 0.0f), mean, mean * 0.95f));
+        layers.wear[at] -= minimum(mean, 0.0f);
+    }
+};
+
+/// Settles the cells of a list that has room for `room` of them.
+inline void settle_listed(const std::uint32_t* changed, int room, CellState* cells, const Layers& layers) {
+    for (int i = 0; i < room && changed[i] != no_cell; ++i) {
+        Settling<1> settling;
+        settling.take(changed[i], cells[changed[i]], 0);
+        settling.settle(layers);
     }
 }
 
-/// Settles the cells of a list that has room for `room` of them.
+/// Settles the cells of a band from the wishes of all blocks of particles, `room` of them a block, sorted by bands.
 template <int lanes>
-inline void settle_listed(const std::uint32_t* changed, int room, CellState* cells, const Wish* wishes,
-                          const Layers& layers) {
-    int count = 0;
-    while (count < room && changed[count] != no_cell)
-        ++count;
-    const auto make_ready = [&](int first, int last) {
-        for (int i = first; i < minimum(last, count); ++i) {
-            prefetch_for_write(&cells[changed[i]]);
-            prefetch_for_write(&layers.height[changed[i]]);
-            prefetch_for_write(&layers.sediment[changed[i]]);
-            prefetch_for_write(&layers.wear[changed[i]]);
+inline void settle_band(int band, const Bands& bands, std::size_t blocks, std::size_t room, const Wish* wishes,
+                        const std::uint16_t* starts, CellState* cells, const Layers& layers) {
+    const auto for_wishes = [&](auto&& work) {
+        for (std::size_t block = 0; block < blocks; ++block) {
+            const std::uint16_t* const range = starts + block * bands.starts() + band;
+            for (const Wish* wish = wishes + block * room + range[0]; wish != wishes + block * room + range[1]; ++wish)
+                work(*wish);
         }
     };
-    int i = 0;
-    if constexpr (lanes > 1) {
-        make_ready(0, lanes);
-        for (; i + lanes <= count; i += lanes) {
-            make_ready(i + lanes, i + 2 * lanes);
-            settle<lanes>(changed + i, cells, wishes, layers);
+    for_wishes([&](const Wish& wish) { add_wish(cells[wish.cell], wish); });
+    Settling<lanes> settling;
+    int count = 0;
+    for_wishes([&](const Wish& wish) {
+        CellState& state = cells[wish.cell];
+        const int is_first = state.weight != 0 ? 1 : 0;
+        settling.take(wish.cell, state, count);
+        count += is_first;
+        if (count == lanes) {
+            settling.settle(layers);
+            count = 0;
         }
-    }
-    for (; i < count; ++i)
-        settle<1>(changed + i, cells, wishes, layers);
+    });
+    for (int k = 0; k < count; ++k)
+        settling.settle(k, layers);
 }
 
 /// How far the flow has reached into a cell: four visits reach it in full.
