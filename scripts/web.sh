@@ -23,7 +23,7 @@ base64 --wrap=0 data/jacksboro.tif >build/web/parts/sample
 build/bin/tarn --quiet view data/jacksboro.tif build/web/sample.html --bare
 sed -n 's/.*"palettes":\({[^}]*}\).*/\1/p' build/web/sample.html >build/web/parts/palettes
 
-# Boost.Polygon alone of the system's headers: the others are not Emscripten's.
+# Boost alone of the system's headers: the others are not Emscripten's.
 mkdir -p build/web/include
 ln -sfn /usr/include/boost build/web/include/boost
 # Where Debian keeps the JavaScript that Emscripten optimises with; a node from elsewhere does not look there.

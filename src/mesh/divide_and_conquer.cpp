@@ -75,22 +75,12 @@ inline bool is_left_of(const Position& a, const Position& b) {
 
 class Triangulator {
   public:
-    explicit Triangulator(const std::vector<Place>& places) : numbers_(places.size()), positions_(places.size()) {
+    explicit Triangulator(const std::vector<Place>& places)
+        : places_(places), numbers_(places.size()), positions_(places.size()) {
         for (std::size_t n = 0; n < places.size(); ++n)
             numbers_[n] = static_cast<std::uint32_t>(n);
-        // From the bottom to the top is from left to right, turned by a quarter; so equal heights go from right to
-        // left.
-        const auto height_order = [&](std::uint32_t a, std::uint32_t b) {
-            return std::tie(places[a].y, places[b].x) < std::tie(places[b].y, places[a].x);
-        };
         const std::size_t count = places.size();
         strips_ = std::max<std::size_t>(1, static_cast<std::size_t>(std::sqrt(static_cast<double>(count) / 4.0)));
-        for (std::size_t strip = 0; strip < strips_; ++strip)
-            std::sort(numbers_.begin() + begin_of(strip), numbers_.begin() + begin_of(strip + 1), height_order);
-        for (std::size_t n = 0; n < count; ++n) {
-            const Place& place = places[numbers_[n]];
-            positions_[n] = {static_cast<double>(place.x), static_cast<double>(place.y)};
-        }
         edges_.reserve(6 * count);
     }
 
@@ -173,6 +163,18 @@ class Triangulator {
     bool is_left(const Position& p, Edge e) const { return orientation(p, from(e), to(e)) > 0; }
     bool is_right(const Position& p, Edge e) const { return orientation(p, to(e), from(e)) > 0; }
 
+    /// Brings the places of a strip into their order, from the bottom to the top. That is from left to right, turned by
+    /// a quarter; so equal heights go from right to left.
+    void sort_strip(std::size_t strip) {
+        const auto begin = numbers_.begin() + begin_of(strip), end = numbers_.begin() + begin_of(strip + 1);
+        std::sort(begin, end, [&](std::uint32_t a, std::uint32_t b) {
+            return std::tie(places_[a].y, places_[b].x) < std::tie(places_[b].y, places_[a].x);
+        });
+        std::transform(begin, end, positions_.begin() + begin_of(strip), [&](std::uint32_t number) {
+            return Position{static_cast<double>(places_[number].x), static_cast<double>(places_[number].y)};
+        });
+    }
+
     /// Two or three places in their order.
     Part start(std::uint32_t begin, std::uint32_t end) {
         const Edge a = add_edge(begin, begin + 1);
@@ -197,6 +199,7 @@ class Triangulator {
 
     Part merge_strips(std::size_t begin, std::size_t end) {
         if (end - begin == 1) {
+            sort_strip(begin); // here, since four places on one circle may show in the first strip
             return turned(
                 merge_rows(static_cast<std::uint32_t>(begin_of(begin)), static_cast<std::uint32_t>(begin_of(end))));
         }
@@ -265,6 +268,7 @@ class Triangulator {
         }
     }
 
+    const std::vector<Place>& places_;
     std::vector<std::uint32_t> numbers_; // of the places, in the order of the positions
     std::vector<Position> positions_;    // strip by strip, from the bottom to the top
     std::size_t strips_ = 1;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 #include <deque>
+#include <queue>
 #include <tuple>
 #include <utility>
 
@@ -21,6 +22,53 @@
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
 #endif
+#include <boost/sort/spreadsort/float_sort.hpp>
+
+namespace boost::polygon::detail {
+
+/// The sweep line's queue of circles. Boost's own is a heap of places in a list: each comparison looks up two of them,
+/// and each circle is an allocation. This one compares what lies in the heap and uses the memory of circles again.
+/// Equal ones come in the same order.
+template <class Node, class Comparison>
+class ordered_queue<std::pair<circle_event<double>, Node>, Comparison> {
+  public:
+    using Event = std::pair<circle_event<double>, Node>;
+
+    bool empty() const { return heap_.empty(); }
+    const Event& top() const { return *heap_.top().event; }
+
+    void pop() {
+        unused_.push_back(heap_.top().event);
+        heap_.pop();
+    }
+
+    Event& push(const Event& event) {
+        Event* place = nullptr;
+        if (unused_.empty()) {
+            place = &events_.emplace_back(event);
+        } else {
+            place = unused_.back();
+            unused_.pop_back();
+            *place = event;
+        }
+        heap_.push({event.first.lower_x(), event.first.y(), place});
+        return *place;
+    }
+
+  private:
+    struct Entry {
+        double x, y;
+        Event* event;
+
+        bool operator<(const Entry& other) const { return x != other.x ? x > other.x : y > other.y; }
+    };
+
+    std::priority_queue<Entry> heap_;
+    std::deque<Event> events_; // they stay where they are
+    std::vector<Event*> unused_;
+};
+
+} // namespace boost::polygon::detail
 
 namespace tarn::mesh_rasterizer {
 
@@ -269,7 +317,13 @@ bool sort_by_sweep(std::vector<PointTriangle>& triangles, const std::vector<Plac
             return false;
         events.push_back({event_of(triangle, places), triangle});
     }
-    std::sort(events.begin(), events.end(), [](const Event& a, const Event& b) { return a.x < b.x; });
+    namespace radix = boost::sort::spreadsort;
+    radix::float_sort(
+        events.begin(), events.end(),
+        [](const Event& event, unsigned shift) {
+            return radix::float_mem_cast<double, std::int64_t>(event.x) >> shift;
+        },
+        [](const Event& a, const Event& b) { return a.x < b.x; });
     for (auto first = events.begin(), last = first; first != events.end(); first = last) {
         do
             ++last;

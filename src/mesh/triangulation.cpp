@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <tuple>
 
+#include <boost/sort/spreadsort/integer_sort.hpp>
+
 #include "mesh/divide_and_conquer.hpp"
 #include "mesh/sweep_line.hpp"
 
@@ -32,8 +34,14 @@ std::vector<Place> places_of(const std::vector<double>& coordinates) {
     for (std::size_t i = 0; i + 1 < coordinates.size(); i += 2)
         places.push_back({static_cast<std::int64_t>(coordinates[i] * scale),
                           static_cast<std::int64_t>(coordinates[i + 1] * scale), static_cast<std::uint32_t>(i / 2)});
-    std::sort(places.begin(), places.end(),
-              [](const Place& a, const Place& b) { return std::tie(a.x, a.y, a.point) < std::tie(b.x, b.y, b.point); });
+    boost::sort::spreadsort::integer_sort(
+        places.begin(), places.end(), [](const Place& place, unsigned shift) { return place.x >> shift; },
+        [](const Place& a, const Place& b) { return a.x < b.x; });
+    for (auto first = places.begin(), last = first; first != places.end(); first = last) {
+        last = std::find_if(first, places.end(), [x = first->x](const Place& place) { return place.x != x; });
+        std::sort(first, last,
+                  [](const Place& a, const Place& b) { return std::tie(a.y, a.point) < std::tie(b.y, b.point); });
+    }
     const auto same_place = [](const Place& a, const Place& b) {
         return a.x == b.x && a.y == b.y;
     };
