@@ -62,7 +62,7 @@ Drawing develop(const Scene& scene, const LitGrid& lit);
 Drawing draw_scene(Host& host, const Scene& scene);
 
 /// Of a value of sRGB from 0 to 1, the light that it stands for.
-double light_of(double srgb);
+float light_of(double srgb);
 
 /// The latitude of a grid's centre in degrees, if the file says where it lies.
 std::optional<double> latitude_of(const Grid& grid);

@@ -66,7 +66,7 @@ SurfaceOfRows tinted_surface(const Grid& grid, std::optional<Extremes> span) {
         Surface surface{Cells(count), Cells(count), Cells(count)};
         tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count), [&](const auto& cells) {
             const auto light = [](double channel) {
-                return static_cast<float>(light_of(channel / 255));
+                return light_of(channel / 255);
             };
             for (std::size_t i = cells.begin(); i < cells.end(); ++i) {
                 const Colour colour = tinting(heights[i]);
