@@ -17,6 +17,8 @@ namespace {
 constexpr std::uint32_t trail_block = 128;
 /// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
 constexpr std::uint32_t most_steps_at_once = 1u << 23;
+/// With them a run takes the memory that it tells its host.
+constexpr std::uint32_t most_planes = 2;
 
 } // namespace
 
@@ -39,7 +41,8 @@ ColorTransport::ColorTransport(const Parameters& parameters, sycl::queue& caller
       heights_(create_input(grids.heights, extent_, queue_)), work_heights_(extent_),
       red_(create_buffer(grids.red, extent_, queue_, true)), green_(create_buffer(grids.green, extent_, queue_, true)),
       blue_(create_buffer(grids.blue, extent_, queue_, true)), loads_(extent_),
-      mask_(create_input(grids.mask, extent_, queue_)), length_map_(create_input(grids.length_map, extent_, queue_)) {}
+      mask_(create_input(grids.mask, extent_, queue_)), length_map_(create_input(grids.length_map, extent_, queue_)),
+      planes_(queue_.get_device(), extent_, most_planes) {}
 
 void ColorTransport::process() {
     copy(queue_, heights_, work_heights_);
@@ -56,6 +59,7 @@ void ColorTransport::process() {
     auto particle_buffer = flow::create_list_buffer(particles, queue_);
     auto directions = flow::create_direction_buffer(parameters_.seed, parameters_.straight_trails != 0);
     fill(queue_, loads_, Load{});
+    planes_.clear(queue_);
 
     tracker_.add_total(32.0);
     const flow::TrailLengths lengths(parameters_.width, parameters_.flow_length);
@@ -84,43 +88,61 @@ void ColorTransport::color_transport_full(sycl::buffer<Point, 1>& particles, std
             const Reader<float, 1> table = read(directions, handler);
             const Reader<float> heights = read(work_heights_, handler), length_map = read(length_map_, handler);
             const Reader<float> red = read(red_, handler), green = read(green_, handler), blue = read(blue_, handler);
-            const Updater<Load> loads = update(loads_, handler);
-            launch_lanes(launch_on(handler, queue_), std::min(at_once, end - start), trail_block,
-                         [=, has_length_map = length_map_.size() != 1, columns = parameters_.width,
-                          rows = parameters_.height](std::uint32_t first, std::uint32_t last, auto lanes) {
-                             carry_colors<lanes.value>(
-                                 elements_of(points), start + first, start + last, walk,
-                                 {cells_of(heights), columns, rows}, {cells_of(red), cells_of(green), cells_of(blue)},
-                                 elements_of(table), has_length_map ? cells_of(length_map) : nullptr, cells_of(loads));
-                         });
+            const Updater<Load> loads = update(loads_, handler), planes = update(planes_.cells, handler);
+            const Updater<std::uint32_t> taken = update(planes_.taken, handler);
+            launch_lanes(
+                launch_on(handler, queue_), std::min(at_once, end - start), trail_block,
+                [=, has_length_map = length_map_.size() != 1, columns = parameters_.width, rows = parameters_.height,
+                 plane_count = planes_.count,
+                 plane_size = planes_.size](std::uint32_t first, std::uint32_t last, auto lanes) {
+                    const auto carry = [&](const auto& into) {
+                        carry_colors<lanes.value>(elements_of(points), start + first, start + last, walk,
+                                                  {cells_of(heights), columns, rows},
+                                                  {cells_of(red), cells_of(green), cells_of(blue)}, elements_of(table),
+                                                  has_length_map ? cells_of(length_map) : nullptr, into);
+                    };
+                    const SharedLoads<(lanes.value > 1)> shared{cells_of(loads)};
+                    if constexpr (lanes.value > 1)
+                        flow::Planes<Load>{cells_of(planes), cells_of(taken), plane_count, plane_size}.with_one(
+                            [&](Load* plane) { plane != nullptr ? carry(PlaneLoads{plane}) : carry(shared); });
+                    else
+                        carry(shared);
+                });
         });
     }
 }
 
 void ColorTransport::fold(float norm) {
     const Mix mix{norm, prior_weight(parameters_.persistence), parameters_.blend};
-    queue_.submit([&](sycl::handler& handler) {
-        const Updater<float> red = update(red_, handler), green = update(green_, handler);
-        const Updater<float> blue = update(blue_, handler), work = update(work_heights_, handler);
-        const Updater<Load> loads = update(loads_, handler);
-        launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
-                     [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
-                      feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
-                         const std::ptrdiff_t i = y * columns + x;
-                         const Load load = cells_of(loads)[i];
-                         const float visits = flow::counted(load.hits);
-                         if (visits > 0.0f) {
-                             const float share = 1.0f / (visits * mix.norm + mix.prior);
-                             float& r = cells_of(red)[i];
-                             float& g = cells_of(green)[i];
-                             float& b = cells_of(blue)[i];
-                             r = mixed(r, load.sum.red, share, mix);
-                             g = mixed(g, load.sum.green, share, mix);
-                             b = mixed(b, load.sum.blue, share, mix);
-                         }
-                         cells_of(work)[i] += visits * feedback;
-                         cells_of(loads)[i] = Load{};
-                     });
+    planes_.with_count([&](auto plane_count) {
+        queue_.submit([&](sycl::handler& handler) {
+            const Updater<float> red = update(red_, handler), green = update(green_, handler);
+            const Updater<float> blue = update(blue_, handler), work = update(work_heights_, handler);
+            const Updater<Load> loads = update(loads_, handler), planes = update(planes_.cells, handler);
+            launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
+                         [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
+                          plane_size = static_cast<std::ptrdiff_t>(planes_.size),
+                          feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
+                             const std::ptrdiff_t i = y * columns + x;
+                             Load load = cells_of(loads)[i];
+                             cells_of(loads)[i] = Load{};
+                             for (int plane = 0; plane < plane_count.value; ++plane) {
+                                 add_load(load, cells_of(planes)[plane * plane_size + i]);
+                                 cells_of(planes)[plane * plane_size + i] = Load{};
+                             }
+                             const float visits = flow::counted(load.hits);
+                             if (visits > 0.0f) {
+                                 const float share = 1.0f / (visits * mix.norm + mix.prior);
+                                 float& r = cells_of(red)[i];
+                                 float& g = cells_of(green)[i];
+                                 float& b = cells_of(blue)[i];
+                                 r = mixed(r, load.sum.red, share, mix);
+                                 g = mixed(g, load.sum.green, share, mix);
+                                 b = mixed(b, load.sum.blue, share, mix);
+                             }
+                             cells_of(work)[i] += visits * feedback;
+                         });
+        });
     });
 }
 

@@ -11,6 +11,7 @@
 #include "device/callbacks.hpp"
 #include "device/progress_tracker.hpp"
 #include "flow/particles.hpp"
+#include "flow/planes.hpp"
 
 namespace tarn::color_transport {
 
@@ -80,6 +81,8 @@ class ColorTransport {
     sycl::buffer<Load, 2> loads_;
     Grid mask_;
     Grid length_map_;
+    /// More of them.
+    flow::PlaneBuffers<Load> planes_;
 };
 
 } // namespace tarn::color_transport

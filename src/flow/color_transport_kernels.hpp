@@ -18,6 +18,13 @@ struct Image {
     Color at(int cell) const { return {red[cell], green[cell], blue[cell]}; }
 };
 
+inline void add_load(Load& load, const Load& other) {
+    load.sum.red += other.sum.red;
+    load.sum.green += other.sum.green;
+    load.sum.blue += other.sum.blue;
+    load.hits += other.hits;
+}
+
 /// How the particles of a launch walk.
 struct Walk {
     /// Length of the trails, not necessarily whole.
@@ -31,11 +38,37 @@ inline float draw_distance(std::uint32_t state, const Walk& walk) {
     return random_number(state) * unit_scale * walk.pick_distance;
 }
 
+/// Lays colours down where all work-items lay them down; CPUs have no atomic additions of floats.
+template <bool on_cpu>
+struct SharedLoads {
+    Load* loads;
+
+    void add(int cell, const Color& color) const {
+        Load& load = loads[cell];
+        if constexpr (on_cpu) {
+            atomic_add_two(load.sum.red, color.red, load.sum.green, color.green);
+            atomic_add_two(load.sum.blue, color.blue, load.hits, 1u);
+        } else {
+            atomic_add(load.sum.red, color.red);
+            atomic_add(load.sum.green, color.green);
+            atomic_add(load.sum.blue, color.blue);
+            atomic_add(load.hits, 1u);
+        }
+    }
+};
+
+/// Lays colours down in a plane.
+struct PlaneLoads {
+    Load* loads;
+
+    void add(int cell, const Color& color) const { add_load(loads[cell], {color, 1u}); }
+};
+
 /// Walks the particles from `first` to `last`. The length map is null if there is none.
-template <int lanes>
+template <int lanes, class Loads>
 inline void carry_colors(const Point* particles, std::uint32_t first, std::uint32_t last, const Walk& walk,
                          const flow::Terrain& terrain, const Image& image, const float* directions,
-                         const float* length_map, Load* loads) {
+                         const float* length_map, const Loads& loads) {
     constexpr float inertia = 0.9f;
     const int most_uphill = maximum(4, static_cast<int>(walk.steps * 0.2f));
 
@@ -85,18 +118,8 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
         }
         any = 0;
         for (int k = 0; k < lanes; ++k) {
-            if (lays_down[k] != 0) {
-                Load& load = loads[cell[k]];
-                if constexpr (lanes > 1) {
-                    atomic_add_two(load.sum.red, carried[k].red, load.sum.green, carried[k].green);
-                    atomic_add_two(load.sum.blue, carried[k].blue, load.hits, 1u);
-                } else {
-                    atomic_add(load.sum.red, carried[k].red);
-                    atomic_add(load.sum.green, carried[k].green);
-                    atomic_add(load.sum.blue, carried[k].blue);
-                    atomic_add(load.hits, 1u);
-                }
-            }
+            if (lays_down[k] != 0)
+                loads.add(cell[k], carried[k]);
             if (takes_up[k] != 0) {
                 carried[k] = image.at(cell[k]);
                 walkers.state[k] = xorshift(walkers.state[k]);
@@ -105,7 +128,7 @@ inline void carry_colors(const Point* particles, std::uint32_t first, std::uint3
             if (walkers.is_walking[k] == 0)
                 enter(k);
             if constexpr (lanes > 1)
-                prefetch_for_write(&loads[terrain.cell_at(walkers.x[k], walkers.y[k])]);
+                prefetch_for_write(&loads.loads[terrain.cell_at(walkers.x[k], walkers.y[k])]);
             any |= walkers.is_walking[k];
         }
     }

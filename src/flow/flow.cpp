@@ -1,7 +1,6 @@
 #include "flow/flow.hpp"
 
 #include <algorithm>
-#include <bit>
 
 #include "flow/flow_kernels.hpp"
 #include "grid/access.hpp"
@@ -20,20 +19,11 @@ template <int lanes>
 constexpr int walker_lanes = lanes > 1 ? 2 * lanes : 1;
 /// How many steps a launch may take at most, since the host is not asked whether to cancel before it ends.
 constexpr std::uint32_t most_steps_at_once = 1u << 24;
-/// Each takes a byte for each cell.
 constexpr std::uint32_t most_planes = 8;
 /// How many trails a CPU's work-item walks. At the end of a block lanes run empty: it is as long as there are blocks
 /// for all threads.
 constexpr std::uint32_t trail_block(int planes) {
     return 1024u / static_cast<std::uint32_t>(std::max(planes, 1));
-}
-
-/// One for each thread of a CPU, while they are few; none if all their rows are too many for a launch.
-int choose_plane_count(const sycl::device& device, std::size_t rows) {
-    if (!device.is_cpu() || rows >= INT32_MAX / most_planes)
-        return 0;
-    return static_cast<int>(
-        std::bit_ceil(std::min(device.get_info<sycl::info::device::max_compute_units>(), most_planes)));
 }
 
 } // namespace
@@ -45,10 +35,7 @@ Flow::Flow(const Parameters& parameters, sycl::queue& caller_queue, const HostCa
       heights_(create_input(grids.heights, extent_, queue_)), work_heights_(extent_),
       flow_map_(create_buffer(grids.flow_map, extent_, queue_, true)), hits_(extent_),
       mask_(create_input(grids.mask, extent_, queue_)),
-      plane_count_(choose_plane_count(queue_.get_device(), extent_[0])),
-      planes_(plane_count_ > 0 ? sycl::range<2>(static_cast<std::size_t>(plane_count_) * (extent_[0] + 1), extent_[1])
-                               : sycl::range<2>(1, 1)),
-      taken_(sycl::range<2>(1, most_planes)) {}
+      planes_(queue_.get_device(), sycl::range<2>(extent_[0] + 1, extent_[1]), most_planes) {}
 
 void Flow::process() {
     copy(queue_, heights_, work_heights_);
@@ -65,8 +52,7 @@ void Flow::process() {
     auto directions = create_direction_buffer(parameters_.seed);
     fill(queue_, flow_map_, 0.0f);
     fill(queue_, hits_, 0u);
-    fill(queue_, planes_, std::uint8_t{0});
-    fill(queue_, taken_, 0u);
+    planes_.clear(queue_);
 
     tracker_.add_total(64.0); // the batches come to 32: the report runs up to 50 %
     const TrailLengths lengths(parameters_.width, parameters_.flow_length);
@@ -89,76 +75,61 @@ void Flow::trace_trails(const std::vector<Point>& particles, std::uint32_t first
         return;
     const std::vector<Start> list = tiled_starts(extent_, particles, first_particle, count);
     auto starts = create_list_buffer(list, queue_);
-    const std::uint32_t block = trail_block(plane_count_);
+    const std::uint32_t block = trail_block(planes_.count);
     const std::uint32_t at_once = std::max(most_steps_at_once / steps, block);
     for (std::uint32_t start = 0; start < count && !tracker_.ask(); start += at_once) {
         queue_.submit([&](sycl::handler& handler) {
             const Reader<Start, 1> points = read(starts, handler);
             const Reader<float, 1> table = read(directions, handler);
             const Reader<float> heights = read(work_heights_, handler);
-            const Updater<std::uint32_t> hits = update(hits_, handler), taken = update(taken_, handler);
-            const Updater<std::uint8_t> planes = update(planes_, handler);
-            launch_lanes(launch_on(handler, queue_), std::min(at_once, count - start), block,
-                         [=, seed = parameters_.seed, columns = parameters_.width, rows = parameters_.height,
-                          plane_count = plane_count_, plane_size = extent_.size() + extent_[1]](
-                             std::uint32_t first, std::uint32_t last, auto lanes) {
-                             const auto walk = [&](const auto& counter) {
-                                 trace<walker_lanes<lanes.value>>(elements_of(points), start + first, start + last,
-                                                                  seed, steps, {cells_of(heights), columns, rows},
-                                                                  elements_of(table), counter);
-                             };
-                             const SharedCounter shared{cells_of(hits), columns * rows};
-                             if constexpr (lanes.value > 1) {
-                                 const Planes all{cells_of(planes), cells_of(taken), plane_count, plane_size};
-                                 if (const int plane = all.take(); plane >= 0) {
-                                     walk(PlaneCounter{all.at(plane), shared});
-                                     all.give_back(plane);
-                                     return;
-                                 }
-                             }
-                             walk(shared);
-                         });
+            const Updater<std::uint32_t> hits = update(hits_, handler), taken = update(planes_.taken, handler);
+            const Updater<std::uint8_t> planes = update(planes_.cells, handler);
+            launch_lanes(
+                launch_on(handler, queue_), std::min(at_once, count - start), block,
+                [=, seed = parameters_.seed, columns = parameters_.width, rows = parameters_.height,
+                 plane_count = planes_.count,
+                 plane_size = planes_.size](std::uint32_t first, std::uint32_t last, auto lanes) {
+                    const auto walk = [&](const auto& counter) {
+                        trace<walker_lanes<lanes.value>>(elements_of(points), start + first, start + last, seed, steps,
+                                                         {cells_of(heights), columns, rows}, elements_of(table),
+                                                         counter);
+                    };
+                    const SharedCounter shared{cells_of(hits), columns * rows};
+                    if constexpr (lanes.value > 1)
+                        Planes<std::uint8_t>{cells_of(planes), cells_of(taken), plane_count, plane_size}.with_one(
+                            [&](std::uint8_t* plane) {
+                                plane != nullptr ? walk(PlaneCounter{plane, shared}) : walk(shared);
+                            });
+                    else
+                        walk(shared);
+                });
         });
     }
 }
 
-template <int planes>
-void Flow::fold_planes(float norm) {
-    queue_.submit([&](sycl::handler& handler) {
-        const Updater<float> map = update(flow_map_, handler), work = update(work_heights_, handler);
-        const Updater<std::uint32_t> hits = update(hits_, handler);
-        const Updater<std::uint8_t> counts = update(planes_, handler);
-        launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
-                     [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
-                      plane_size = static_cast<std::ptrdiff_t>(extent_.size() + extent_[1]),
-                      feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
-                         const std::ptrdiff_t i = y * columns + x;
-                         std::uint32_t sum = cells_of(hits)[i];
-                         for (int plane = 0; plane < planes; ++plane) {
-                             sum += cells_of(counts)[plane * plane_size + i];
-                             cells_of(counts)[plane * plane_size + i] = 0;
-                         }
-                         const float visits = counted(sum);
-                         cells_of(map)[i] += saturated(visits * norm);
-                         cells_of(work)[i] += visits * feedback;
-                         cells_of(hits)[i] = 0;
-                     });
-    });
-}
-
 void Flow::fold(float norm) {
-    switch (plane_count_) {
-    case 0:
-        return fold_planes<0>(norm);
-    case 1:
-        return fold_planes<1>(norm);
-    case 2:
-        return fold_planes<2>(norm);
-    case 4:
-        return fold_planes<4>(norm);
-    default:
-        return fold_planes<most_planes>(norm);
-    }
+    planes_.with_count([&](auto plane_count) {
+        queue_.submit([&](sycl::handler& handler) {
+            const Updater<float> map = update(flow_map_, handler), work = update(work_heights_, handler);
+            const Updater<std::uint32_t> hits = update(hits_, handler);
+            const Updater<std::uint8_t> planes = update(planes_.cells, handler);
+            launch_cells(launch_on(handler, queue_), Extent<2>(extent_), 0,
+                         [=, columns = static_cast<std::ptrdiff_t>(extent_[1]),
+                          plane_size = static_cast<std::ptrdiff_t>(planes_.size),
+                          feedback = parameters_.spread * 1e-5f](int x, int y, auto) {
+                             const std::ptrdiff_t i = y * columns + x;
+                             std::uint32_t sum = cells_of(hits)[i];
+                             for (int plane = 0; plane < plane_count.value; ++plane) {
+                                 sum += cells_of(planes)[plane * plane_size + i];
+                                 cells_of(planes)[plane * plane_size + i] = 0;
+                             }
+                             const float visits = counted(sum);
+                             cells_of(map)[i] += saturated(visits * norm);
+                             cells_of(work)[i] += visits * feedback;
+                             cells_of(hits)[i] = 0;
+                         });
+        });
+    });
 }
 
 } // namespace tarn::flow

@@ -10,6 +10,7 @@
 #include "device/callbacks.hpp"
 #include "device/progress_tracker.hpp"
 #include "flow/particles.hpp"
+#include "flow/planes.hpp"
 
 namespace tarn::flow {
 
@@ -39,10 +40,7 @@ class Flow {
     /// Walks `count` particles from `first` on over the work heights and counts their visits.
     void trace_trails(const std::vector<Point>& particles, std::uint32_t first, std::uint32_t count,
                       std::uint32_t steps, sycl::buffer<float, 1>& directions);
-    /// Adds the visits of a batch, counted in so many planes besides, to the flow map and to the work heights, and
-    /// clears them.
-    template <int planes>
-    void fold_planes(float norm);
+    /// Adds the visits of a batch to the flow map and to the work heights, and clears them.
     void fold(float norm);
 
     ProgressTracker tracker_;
@@ -54,11 +52,8 @@ class Flow {
     Grid flow_map_;
     sycl::buffer<std::uint32_t, 2> hits_;
     Grid mask_;
-    /// On CPUs: how many planes there are for counts besides, 1, 2, 4 or 8; the planes, one below the other and each
-    /// with one row more than the grid; and which of them are taken.
-    int plane_count_;
-    sycl::buffer<std::uint8_t, 2> planes_;
-    sycl::buffer<std::uint32_t, 2> taken_;
+    /// More visits, 8 bits a cell; with one row more than the grid.
+    PlaneBuffers<std::uint8_t> planes_;
 };
 
 } // namespace tarn::flow

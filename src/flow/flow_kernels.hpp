@@ -3,8 +3,6 @@
 
 #include <cstdint>
 
-#include <sycl/sycl.hpp>
-
 #include "flow/trail_kernels.hpp"
 
 namespace tarn::flow {
@@ -21,8 +19,7 @@ struct SharedCounter {
     }
 };
 
-/// Counts visits in a plane, which has 8 bits for each cell and for `nowhere`, and which no other work-item uses
-/// meanwhile. That spares the atomic addition, half the time of a trail. What does not fit is carried over to the
+/// Counts visits in a plane, which has 8 bits for each cell and for `nowhere`. What does not fit is carried over to the
 /// shared counts.
 struct PlaneCounter {
     std::uint8_t* plane;
@@ -95,28 +92,6 @@ inline void trace(const Start* particles, std::uint32_t first, std::uint32_t las
         }
     }
 }
-
-/// Planes, each of which one work-item at a time may take.
-struct Planes {
-    using Flag = sycl::atomic_ref<std::uint32_t, sycl::memory_order::seq_cst, sycl::memory_scope::device,
-                                  sycl::access::address_space::global_space>;
-
-    std::uint8_t* counts;
-    /// 1 for each plane that is taken, else 0.
-    std::uint32_t* taken;
-    int number;
-    std::size_t size;
-
-    /// The number of a plane that was free, or -1.
-    int take() const {
-        for (int plane = 0; plane < number; ++plane)
-            if (Flag(taken[plane]).exchange(1u) == 0)
-                return plane;
-        return -1;
-    }
-    void give_back(int plane) const { Flag(taken[plane]).store(0u); }
-    std::uint8_t* at(int plane) const { return counts + static_cast<std::size_t>(plane) * size; }
-};
 
 /// What a batch's visits of a cell add to the flow map: less the more there are, and less than 1/32.
 inline float saturated(float count) {
