@@ -36,15 +36,17 @@ sycl::range<2> one_if_absent(const LaplacianLevel& level, bool is_given) {
 struct LevelRun {
     LevelRun(LaplacianLevel& run_level, const LevelPlan& level_plan, bool has_spawn_map, bool has_shaping)
         : level(run_level), plan(level_plan), is_on_cpu(level.queue->get_device().is_cpu()),
-          most_blocks((plan.particle_count - 1) / particle_block + 1), bands(level.size(), most_blocks),
+          most_blocks((plan.particle_count - 1) / particle_block + 1), bands(plan.path, most_blocks),
           cells(sycl::range<2>(level.rows, level.cols)), particles(plan.particle_count),
           particles_next(plan.particle_count), alive_count(1),
           changed(is_on_cpu ? 1 : plan.particle_count * std::size_t{longest_path}),
-          wishes(is_on_cpu ? plan.particle_count * std::size_t{longest_path} : 1),
+          wishes(is_on_cpu ? plan.particle_count * std::size_t{longest_path} : 1), band_of_row(level.rows),
           band_starts(is_on_cpu ? most_blocks * bands.starts() : 1), survivors(is_on_cpu ? most_blocks + 1 : 1),
           delta(one_if_absent(level, has_shaping)), reach(one_if_absent(level, has_spawn_map)),
           reach_next(one_if_absent(level, has_spawn_map)) {
         sycl::host_accessor(alive_count, sycl::write_only, sycl::no_init)[0] = 0;
+        const sycl::host_accessor first_bands(band_of_row, sycl::write_only, sycl::no_init);
+        std::fill_n(&first_bands[0], level.rows, 0u);
         fill(*level.queue, cells, CellState{});
         fill(*level.queue, reach, 0.0f);
     }
@@ -80,6 +82,8 @@ struct LevelRun {
     sycl::buffer<std::uint32_t, 1> changed;
     /// On CPUs: the wishes of a pass, `longest_path` a particle, those of each block sorted by bands.
     sycl::buffer<Wish, 1> wishes;
+    /// On CPUs: bands have about as many particles each.
+    sycl::buffer<std::uint32_t, 1> band_of_row;
     /// On CPUs: where the wishes of each band begin among those of each block.
     sycl::buffer<std::uint16_t, 1> band_starts;
     /// On CPUs: how many particles of each block go on; then the place of the first of them in the next pass, and at
@@ -156,7 +160,7 @@ sycl::buffer<float, 1> create_random_directions(std::uint32_t seed) {
 constexpr int passes_in_a_tile = 5;
 
 /// On CPUs, puts particles that lie in the same tile side by side, so that those of a block find one another's cells in
-/// the cache. No result depends on the order.
+/// the cache, and cuts the grid into bands. No result depends on either.
 void sort_by_place(LevelRun& run, std::uint32_t count) {
     if (count <= cpu_lanes || !run.level.queue->get_device().is_cpu())
         return;
@@ -176,6 +180,17 @@ void sort_by_place(LevelRun& run, std::uint32_t count) {
             places[tile] += places[tile - 1];
         for (std::uint32_t i = 0; i < count; ++i)
             sorted[places[tile_of(unsorted[i])]++] = unsorted[i];
+
+        std::vector<std::uint32_t> in_row(run.level.rows + 1);
+        for (std::uint32_t i = 0; i < count; ++i)
+            ++in_row[static_cast<std::size_t>(unsorted[i].y)];
+        const sycl::host_accessor band_of_row(run.band_of_row, sycl::write_only, sycl::no_init);
+        std::uint64_t before = 0;
+        for (std::size_t row = 0; row < run.level.rows; ++row) {
+            band_of_row[row] =
+                static_cast<std::uint32_t>(before * static_cast<std::uint64_t>(run.bands.count) / (count + 1u));
+            before += in_row[row];
+        }
     }
     std::swap(run.particles, run.particles_next);
 }
@@ -271,6 +286,7 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
         const auto survivors = overwrite(run.survivors, handler);
         const auto changed = overwrite(run.changed, handler);
         const auto wishes = overwrite(run.wishes, handler);
+        const auto band_of_row = read(run.band_of_row, handler);
         const auto band_starts = overwrite(run.band_starts, handler);
         const auto cells = update(run.cells, handler);
         const auto height = read(run.level.height, handler);
@@ -284,7 +300,8 @@ std::uint32_t ParallelErosion::flow(LevelRun& run, std::uint32_t count) {
                          const std::uint32_t going_on = walkers.count_survivors();
                          if constexpr (lanes.value > 1) {
                              const std::uint32_t block = first / particle_block;
-                             walkers.sort_wishes(taken, bands, elements_of(wishes) + first * longest_path,
+                             walkers.sort_wishes(taken, bands, elements_of(band_of_row),
+                                                 elements_of(wishes) + first * longest_path,
                                                  elements_of(band_starts) + block * bands.starts());
                              elements_of(survivors)[block] = going_on;
                              walkers.store(elements_of(next) + first);

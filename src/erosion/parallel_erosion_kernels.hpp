@@ -141,25 +141,25 @@ inline constexpr std::uint32_t no_cell = 0xFFFFFFFFu;
 /// A visit in the counts of a wish, besides its weight.
 inline constexpr std::uint32_t one_visit = 1u << 16;
 
-/// The cells of a grid in bands. On a CPU particles do not add to the cells, which takes atomic operations: they only
+/// The rows of a grid in bands. On a CPU particles do not add to the cells, which takes atomic operations: they only
 /// note what they want, and one work-item a band collects it.
 struct Bands {
     static constexpr int most = 64;
 
     int count;
-    /// Bands a cell.
-    float per_cell;
+    int last_row;
+    float rows_per_cell;
 
-    Bands(std::size_t cells, std::size_t blocks)
-        : count(static_cast<int>(minimum(blocks, std::size_t{most}))),
-          per_cell(static_cast<float>(count) / static_cast<float>(cells)) {}
+    Bands(const PathRule& rule, std::size_t blocks)
+        : count(static_cast<int>(minimum(blocks, std::size_t{most}))), last_row(rule.rows - 1),
+          rows_per_cell(1.0f / static_cast<float>(rule.columns)) {}
 
     /// Where each band begins in a list sorted by bands, and where the last one ends.
     std::size_t starts() const { return static_cast<std::size_t>(count) + 1; }
 
-    std::uint32_t of(std::uint32_t cell) const {
-        const int band = static_cast<int>(static_cast<float>(static_cast<int>(cell)) * per_cell);
-        return static_cast<std::uint32_t>(minimum(band, count - 1)); // the last cell may be rounded up
+    /// `of_row` has the band of each row. A cell next to the border of a row may count among the next row's.
+    std::uint32_t of(std::uint32_t cell, const std::uint32_t* of_row) const {
+        return of_row[minimum(static_cast<int>(static_cast<float>(static_cast<int>(cell)) * rows_per_cell), last_row)];
     }
 };
 
@@ -383,7 +383,8 @@ struct Walkers {
 
     /// Writes what the first `count` lanes want to `wishes`, which has room for `longest_path` of them a lane, sorted
     /// by the bands of the cells. `starts` gets where each band begins, and where the last one ends.
-    void sort_wishes(int count, const Bands& bands, Wish* wishes, std::uint16_t* starts) const {
+    void sort_wishes(int count, const Bands& bands, const std::uint32_t* band_of_row, Wish* wishes,
+                     std::uint16_t* starts) const {
         // Behind the last band comes what is not wanted yet, since the particle stays in the cell.
         std::uint8_t band[longest_path][lanes];
         const auto stays = static_cast<std::uint32_t>(bands.count);
@@ -391,7 +392,7 @@ struct Walkers {
         for (int i = 0; i <= steps; ++i) {
             TARN_INDEPENDENT_ITERATIONS
             for (int k = 0; k < lanes; ++k)
-                band[i][k] = static_cast<std::uint8_t>(blend(leaves[i][k], bands.of(cell[i][k]), stays));
+                band[i][k] = static_cast<std::uint8_t>(blend(leaves[i][k], bands.of(cell[i][k], band_of_row), stays));
             for (int k = 0; k < count; ++k)
                 ++places[band[i][k]];
         }
