@@ -8,8 +8,9 @@
 
 #include <sys/mman.h>
 
-/// Memory for the cells of grids. Large ones get huge pages, of which the kernel hands out and clears few, and none are
-/// set to 0 unless a value is given: most are overwritten at once.
+/// Memory for the cells of grids. Large ones get huge pages, of which the kernel hands out few, but not those of more
+/// than 32 MiB, for which virtual machines may take longer. None are set to 0 unless a value is given: most are
+/// overwritten at once.
 template <class Cell>
 struct CellAllocator {
     using value_type = Cell;
@@ -23,7 +24,7 @@ struct CellAllocator {
         if (count > (static_cast<std::size_t>(-1) - huge_page) / sizeof(Cell))
             throw std::bad_alloc();
         const std::size_t bytes = count * sizeof(Cell);
-        const bool is_large = bytes >= 2 * huge_page;
+        const bool is_large = bytes >= 2 * huge_page && bytes <= 16 * huge_page;
         const std::size_t alignment = is_large ? huge_page : least;
         const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
         void* const block = std::aligned_alloc(alignment, std::max(rounded, alignment));
