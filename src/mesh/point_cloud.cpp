@@ -41,6 +41,15 @@ Triangles upload_triangles(const std::vector<PointTriangle>& triangles, sycl::qu
     return result;
 }
 
+/// `list[number]` by its elements. A vector is 16 bytes, and strides above 8 are not among those that processors
+/// gather.
+template <class Element>
+sycl::vec<Element, 3> gathered(const sycl::vec<Element, 3>* list, std::uint32_t number) {
+    const Element* const elements = reinterpret_cast<const Element*>(list);
+    const std::ptrdiff_t first = std::ptrdiff_t{number} * std::ptrdiff_t{sizeof(*list) / sizeof(Element)};
+    return {elements[first], elements[first + 1], elements[first + 2]};
+}
+
 } // namespace
 
 template <class Paint>
@@ -54,28 +63,29 @@ void MeshRasterizer::draw_surface(bool is_limited, const Paint& paint) {
                  [=, width = extent_.x(), heights = height_.data(), noise = noise_.data(), vertices = vertices_->data(),
                   triangles = triangles_->data()](int x, int y, auto) {
                      const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * width + x;
-                     const std::uint32_t triangle = ids[i];
-                     if (triangle == no_triangle)
-                         return;
-                     const uvec3& corners = triangles[triangle];
-                     heights[i] =
-                         DrawnTriangle(triangle, vertices[corners.x()], vertices[corners.y()], vertices[corners.z()])
-                             .height(x, y);
-                     noise[i] = triangle_noise(triangle);
-                     paint(i, triangle);
+                     // Without a branch, so that it becomes vectors: a cell under no triangle goes along and keeps its values.
+                     const Mask covered = mask_of(ids[i] != no_triangle);
+                     const std::uint32_t triangle = ids[i] & covered;
+                     const uvec3 corners = gathered(triangles, triangle);
+                     const float drawn = DrawnTriangle(triangle, gathered(vertices, corners.x()),
+                                                       gathered(vertices, corners.y()), gathered(vertices, corners.z()))
+                                             .height(x, y);
+                     heights[i] = blend(covered, drawn, heights[i]);
+                     noise[i] = blend(covered, triangle_noise(triangle), noise[i]);
+                     paint(i, triangle, covered);
                  });
 }
 
 void MeshRasterizer::draw_surface() {
-    draw_surface(true, [](std::ptrdiff_t, std::uint32_t) {});
+    draw_surface(true, [](std::ptrdiff_t, std::uint32_t, Mask) {});
 }
 
 void MeshRasterizer::draw_coloured_surface(float* red, float* green, float* blue, const vec3* triangle_colours) {
-    draw_surface(false, [=](std::ptrdiff_t i, std::uint32_t triangle) {
-        const vec3& colour = triangle_colours[triangle];
-        red[i] = colour.x();
-        green[i] = colour.y();
-        blue[i] = colour.z();
+    draw_surface(false, [=](std::ptrdiff_t i, std::uint32_t triangle, Mask covered) {
+        const vec3 colour = gathered(triangle_colours, triangle);
+        red[i] = blend(covered, colour.x(), red[i]);
+        green[i] = blend(covered, colour.y(), green[i]);
+        blue[i] = blend(covered, colour.z(), blue[i]);
     });
 }
 
