@@ -1,6 +1,7 @@
 #include "lighting.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -195,29 +196,39 @@ Drawing draw_scene(Host& host, const Scene& scene) {
                 }};
 }
 
-float light_of(double srgb) {
-    if (srgb <= 0.04045)
-        return static_cast<float>(srgb / 12.92);
-    const double x = (srgb + 0.055) / 1.055;
-    // The binomial series of x^2.4 around a place close by, which is sure of 14 digits. So are its 7 as a float, but
-    // for one number in millions, which takes the power.
-    struct Place {
-        double x, inverse, power;
-    };
-    static const auto places = [] {
-        std::array<Place, 513> list{};
-        for (std::size_t n = 0; n < list.size(); ++n) {
-            const double middle = (static_cast<double>(n) + 0.5) / 512;
-            list[n] = {middle, 1 / middle, std::pow(middle, 2.4)};
+void light_of(std::span<const double> srgb, float* light) {
+    // The binomial series of x^2.4 around a place close by, right to 14 digits. In one case of millions these do not
+    // say which float is the nearest; then the power does.
+    struct Places {
+        Places() {
+            for (std::size_t n = 0; n < inverse.size(); ++n) {
+                inverse[n] = 1 / place(static_cast<int>(n));
+                power[n] = std::pow(place(static_cast<int>(n)), 2.4);
+            }
         }
-        return list;
-    }();
-    const Place& near = places[static_cast<std::size_t>(std::min(x, 1.0) * 512)];
-    const double d = (x - near.x) * near.inverse;
-    const double light =
-        near.power * (1 + d * (2.4 + d * (1.68 + d * (0.224 + d * (-0.0336 + d * (0.010752 - d * 0.0046592))))));
-    const auto below = static_cast<float>(light * (1 - 1e-14)), above = static_cast<float>(light * (1 + 1e-14));
-    return below == above ? below : static_cast<float>(std::pow(x, 2.4));
+        static double place(int n) { return (n + 0.5) / 512; }
+        std::array<double, 513> inverse, power;
+    };
+    static const Places places;
+    std::uint32_t unsure = 0;
+    // Without branches or calls, so that it becomes vectors.
+    for (std::size_t i = 0; i < srgb.size(); ++i) {
+        const double x = (srgb[i] + 0.055) / 1.055;
+        const int n = static_cast<int>(std::min(x, 1.0) * 512);
+        const double d = (x - Places::place(n)) * places.inverse[static_cast<std::size_t>(n)];
+        const double bright =
+            places.power[static_cast<std::size_t>(n)] *
+            (1 + d * (2.4 + d * (1.68 + d * (0.224 + d * (-0.0336 + d * (0.010752 - d * 0.0046592))))));
+        const auto below = static_cast<float>(bright * (1 - 1e-14)), above = static_cast<float>(bright * (1 + 1e-14));
+        const auto dark = static_cast<float>(srgb[i] / 12.92);
+        light[i] = srgb[i] <= 0.04045 ? dark : below;
+        unsure |= static_cast<std::uint32_t>((srgb[i] > 0.04045) & (below != above));
+    }
+    if (unsure == 0)
+        return;
+    for (std::size_t i = 0; i < srgb.size(); ++i)
+        if (srgb[i] > 0.04045)
+            light[i] = static_cast<float>(std::pow((srgb[i] + 0.055) / 1.055, 2.4));
 }
 
 std::optional<double> latitude_of(const Grid& grid) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include <tarn/oneapi.h>
@@ -61,8 +62,8 @@ Drawing develop(const Scene& scene, const LitGrid& lit);
 /// memory.
 Drawing draw_scene(Host& host, const Scene& scene);
 
-/// Of a value of sRGB from 0 to 1, the light that it stands for.
-float light_of(double srgb);
+/// The light that values of sRGB from 0 to 1 stand for.
+void light_of(std::span<const double> srgb, float* light);
 
 /// The latitude of a grid's centre in degrees, if the file says where it lies.
 std::optional<double> latitude_of(const Grid& grid);

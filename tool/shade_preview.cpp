@@ -1,6 +1,7 @@
 #include "shade_preview.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -64,15 +65,20 @@ SurfaceOfRows tinted_surface(const Grid& grid, std::optional<Extremes> span) {
         const auto width = static_cast<std::size_t>(grid.width), count = static_cast<std::size_t>(rows) * width;
         const float* const heights = grid.cells.data() + static_cast<std::size_t>(first) * width;
         Surface surface{Cells(count), Cells(count), Cells(count)};
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count), [&](const auto& cells) {
-            const auto light = [](double channel) {
-                return light_of(channel / 255);
-            };
-            for (std::size_t i = cells.begin(); i < cells.end(); ++i) {
-                const Colour colour = tinting(heights[i]);
-                surface.red[i] = light(colour[0]);
-                surface.green[i] = light(colour[1]);
-                surface.blue[i] = light(colour[2]);
+        constexpr std::size_t block = 512;
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, (count + block - 1) / block), [&](const auto& blocks) {
+            std::array<double, block> channels[3];
+            for (std::size_t first_cell = blocks.begin() * block; first_cell < std::min(blocks.end() * block, count);
+                 first_cell += block) {
+                const std::size_t cells = std::min(block, count - first_cell);
+                for (std::size_t i = 0; i < cells; ++i) {
+                    const Colour colour = tinting(heights[first_cell + i]);
+                    for (std::size_t channel = 0; channel < 3; ++channel)
+                        channels[channel][i] = colour[channel] / 255;
+                }
+                Cells* const grids[] = {&surface.red, &surface.green, &surface.blue};
+                for (std::size_t channel = 0; channel < 3; ++channel)
+                    light_of({channels[channel].data(), cells}, grids[channel]->data() + first_cell);
             }
         });
         return surface;
