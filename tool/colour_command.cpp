@@ -32,7 +32,7 @@ struct ColourCommand {
 
 void ColourCommand::run(Outputs& outputs) {
     Host host(common.device);
-    const Grid terrain = read_grid(input);
+    Grid terrain = read_grid(input);
     const GridSize size{terrain.width, terrain.height};
     Picture picture = read_picture(image);
     if (const GridSize from{picture.width, picture.height}; from != size) {
@@ -55,13 +55,13 @@ void ColourCommand::run(Outputs& outputs) {
     parameters.straight_trails = straight_trails ? 1 : 0;
     parameters.seed = trails.seed;
 
-    const Cells heights = unit_heights(terrain);
+    to_unit_heights(terrain.cells);
     const Cells mask = trails.read_mask_cells(size);
     const Cells lengths = length_map.empty() ? Cells() : read_mask(length_map, size);
     const Cells before = picture.channels[0];
     host.run(format_text("moving colours over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {
-                 return ColorTransportSimulation(queue, heights.data(), picture.channels[0].data(),
+                 return ColorTransportSimulation(queue, terrain.cells.data(), picture.channels[0].data(),
                                                  picture.channels[1].data(), picture.channels[2].data(),
                                                  data_or_null(mask), data_or_null(lengths), &parameters, callbacks);
              });

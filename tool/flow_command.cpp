@@ -57,7 +57,7 @@ void FlowCommand::draw(Outputs& outputs, Host& host, const Grid& terrain, const 
 
 void FlowCommand::run(Outputs& outputs) {
     Host host(common.device);
-    const Grid terrain = read_grid(input);
+    Grid terrain = read_grid(input);
     flow_Parameters parameters{};
     parameters.width = terrain.width;
     parameters.height = terrain.height;
@@ -65,9 +65,11 @@ void FlowCommand::run(Outputs& outputs) {
     parameters.spread = trails.spread;
     parameters.seed = trails.seed;
 
-    const Cells heights = unit_heights(terrain);
     const Cells mask = trails.read_mask_cells({terrain.width, terrain.height});
     Grid flow = with_cells(terrain, Cells(terrain.size(), 0.0f));
+    // Only a picture needs the heights as they are.
+    Cells heights = common.preview.empty() ? std::move(terrain.cells) : terrain.cells;
+    to_unit_heights(heights);
     outputs.check_grids(flow);
     host.run(format_text("tracing trails over %d x %d cells", terrain.width, terrain.height),
              [&](SyclQueue* queue, const HostCallbacks* callbacks) {

@@ -18,13 +18,10 @@ Cells TrailOptions::read_mask_cells(GridSize size) const {
     return mask.empty() ? Cells() : read_mask(mask, size);
 }
 
-Cells unit_heights(const Grid& grid) {
-    const auto [lowest, highest] = std::minmax_element(grid.cells.begin(), grid.cells.end());
+void to_unit_heights(Cells& heights) {
+    const auto [lowest, highest] = std::minmax_element(heights.begin(), heights.end());
     const double base = static_cast<double>(*lowest);
     const double range = static_cast<double>(*highest) - base;
-    Cells heights(grid.size());
-    std::transform(grid.cells.begin(), grid.cells.end(), heights.begin(), [&](float cell) {
-        return range > 0 ? static_cast<float>((static_cast<double>(cell) - base) / range) : 0.0f;
-    });
-    return heights;
+    for (float& cell : heights)
+        cell = range > 0 ? static_cast<float>((static_cast<double>(cell) - base) / range) : 0.0f;
 }

@@ -20,9 +20,9 @@ struct TrailOptions {
     Cells read_mask_cells(GridSize size) const;
 };
 
-/// The heights from 0 at the lowest cell to 1 at the highest: the unit of `spread`, and the zero below which no ground
+/// Brings heights to 0 at the lowest cell and 1 at the highest: the unit of `spread`, and the zero below which no ground
 /// lies.
-Cells unit_heights(const Grid& grid);
+void to_unit_heights(Cells& heights);
 
 /// Null if there are no cells.
 inline const float* data_or_null(const Cells& cells) {

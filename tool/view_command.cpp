@@ -83,7 +83,8 @@ void ViewCommand::add_flow(View& view, Host& host) const {
     parameters.flow_length = defaults.flow_length;
     parameters.spread = defaults.spread;
     parameters.seed = defaults.seed;
-    const Cells heights = unit_heights(view.grid);
+    Cells heights = view.grid.cells;
+    to_unit_heights(heights);
     Cells flow(view.grid.size(), 0.0f);
     host.run("tracing trails", [&](SyclQueue* queue, const HostCallbacks* callbacks) {
         return FlowSimulation(queue, heights.data(), flow.data(), nullptr, &parameters, callbacks);
