@@ -473,14 +473,19 @@ _HEIGHT_TINTS = np.array(
 
 
 def _tints(cells: np.ndarray, lowest: float, highest: float) -> np.ndarray:
-    """Colours by height, in linear light."""
+    """Colours by height, in linear light: a grid for each channel."""
     extent = max(float(highest) - float(lowest), np.finfo(np.float64).tiny)
-    fraction = np.clip((cells.astype(np.float64) - float(lowest)) / extent, 0, 1)
-    place = fraction * (len(_HEIGHT_TINTS) - 1)
-    first = np.minimum(place.astype(int), len(_HEIGHT_TINTS) - 2)
-    low, high = _HEIGHT_TINTS[first], _HEIGHT_TINTS[first + 1]
-    code = (low + (high - low) * (place - first)[:, :, None]) / 255
-    return np.where(code <= 0.04045, code / 12.92, ((code + 0.055) / 1.055) ** 2.4).astype(np.float32)
+    channels = np.empty((3, *cells.shape), np.float32)
+    rows = max(2**16 // cells.shape[1], 1)  # at once, since what is between takes 30 times the memory
+    for top in range(0, len(cells), rows):
+        fraction = np.clip((cells[top : top + rows].astype(np.float64) - float(lowest)) / extent, 0, 1)
+        place = fraction * (len(_HEIGHT_TINTS) - 1)
+        first = np.minimum(place.astype(int), len(_HEIGHT_TINTS) - 2)
+        low, high = _HEIGHT_TINTS[first], _HEIGHT_TINTS[first + 1]
+        code = (low + (high - low) * (place - first)[:, :, None]) / 255
+        light = np.where(code <= 0.04045, code / 12.92, ((code + 0.055) / 1.055) ** 2.4)
+        channels[:, top : top + rows] = np.moveaxis(light, 2, 0)
+    return channels
 
 
 def _day(day: int | str, name: str) -> int:
@@ -637,10 +642,13 @@ def shade(
         lowest, highest = (grid.cells.min(), grid.cells.max()) if range is None else map(np.float32, range)
         if not lowest <= highest:
             raise ValueError(f"range is {lowest} to {highest}; it must rise")
-        surface = _tints(grid.cells, lowest, highest) if albedo is None else numbers(albedo, "albedo")
-        if surface.shape != (*grid.cells.shape, 3):
-            raise ValueError(f"albedo is of shape {surface.shape}; it must be a number or {(*grid.cells.shape, 3)}")
-        reflected = [np.ascontiguousarray(surface[:, :, n]) for n in (0, 1, 2)]
+        if albedo is None:
+            reflected = list(_tints(grid.cells, lowest, highest))
+        else:
+            surface = numbers(albedo, "albedo")
+            if surface.shape != (*grid.cells.shape, 3):
+                raise ValueError(f"albedo is of shape {surface.shape}; it must be a number or {(*grid.cells.shape, 3)}")
+            reflected = [np.ascontiguousarray(surface[:, :, n]) for n in (0, 1, 2)]
     stages = [blank(not no_sun), blank(not (no_sun or no_shadows)), blank(occluded)]
     if given_ao is not None:
         stages[2] = given_ao.copy()

@@ -282,9 +282,8 @@ def _tinted(tile: Tile, options: Options, cells: np.ndarray) -> Options:
     if "albedo" in options:
         return {}
     lowest, highest = options["extent"]
-    known = np.nan_to_num(cells, nan=lowest)
-    rows = range(0, len(cells), 256)
-    return {"albedo": np.concatenate([_tints(known[row : row + 256], lowest, highest) for row in rows])}
+    tints = _tints(np.nan_to_num(cells, nan=lowest), lowest, highest)
+    return {"albedo": np.ascontiguousarray(np.moveaxis(tints, 0, 2))}
 
 
 def _plan_stamp(whole: Whole, options: Options) -> Plan:
@@ -346,7 +345,7 @@ COMMANDS = {
     "erode": Command(
         tarn.erode,
         _plan_erode,
-        50,
+        60,
         outputs={"flow_out": "flow", "sediment_out": "sediment", "wear_out": "wear"},
         grids=("spawn_map",),
         vary=_seed,
