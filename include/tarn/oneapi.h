@@ -455,7 +455,7 @@ typedef struct parallel_erosion_Parameters {
  * given up.
  *
  * Status 0, 1, 2 or 3. Cancelling before the level just below the full size has started leaves height as it was, and
- * the other grids cleared. Need: 20 * width * height bytes; the run takes about 33 bytes a cell, 45 with a spawn_map.
+ * the other grids cleared. Need: 20 * width * height bytes; the run takes about 42 bytes a cell, 54 with a spawn_map.
  */
 TARN_API uint32_t ParallelErosionSimulation(SyclQueue* queue, float* height, const float* spawn_map, float* flow,
                                             float* sediment, const void* reserved, float* wear,
