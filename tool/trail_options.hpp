@@ -20,8 +20,8 @@ struct TrailOptions {
     Cells read_mask_cells(GridSize size) const;
 };
 
-/// Brings heights to 0 at the lowest cell and 1 at the highest: the unit of `spread`, and the zero below which no ground
-/// lies.
+/// Brings heights to 0 at the lowest cell and 1 at the highest: the unit of `spread`, and the zero below which no
+/// ground lies.
 void to_unit_heights(Cells& heights);
 
 /// Null if there are no cells.

@@ -63,7 +63,8 @@ void MeshRasterizer::draw_surface(bool is_limited, const Paint& paint) {
                  [=, width = extent_.x(), heights = height_.data(), noise = noise_.data(), vertices = vertices_->data(),
                   triangles = triangles_->data()](int x, int y, auto) {
                      const std::ptrdiff_t i = static_cast<std::ptrdiff_t>(y) * width + x;
-                     // Without a branch, so that it becomes vectors: a cell under no triangle goes along and keeps its values.
+                     // Without a branch, so that it becomes vectors: a cell under no triangle goes along and keeps its
+                     // values.
                      const Mask covered = mask_of(ids[i] != no_triangle);
                      const std::uint32_t triangle = ids[i] & covered;
                      const uvec3 corners = gathered(triangles, triangle);
