@@ -46,7 +46,7 @@ Triangles upload_triangles(const std::vector<PointTriangle>& triangles, sycl::qu
 template <class Element>
 sycl::vec<Element, 3> gathered(const sycl::vec<Element, 3>* list, std::uint32_t number) {
     const Element* const elements = reinterpret_cast<const Element*>(list);
-    const std::ptrdiff_t first = std::ptrdiff_t{number} * std::ptrdiff_t{sizeof(*list) / sizeof(Element)};
+    const std::size_t first = std::size_t{number} * (sizeof(*list) / sizeof(Element));
     return {elements[first], elements[first + 1], elements[first + 2]};
 }
 
