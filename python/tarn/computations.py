@@ -476,7 +476,7 @@ def _tints(cells: np.ndarray, lowest: float, highest: float) -> np.ndarray:
     """Colours by height, in linear light: a grid for each channel."""
     extent = max(float(highest) - float(lowest), np.finfo(np.float64).tiny)
     channels = np.empty((3, *cells.shape), np.float32)
-    rows = max(2**16 // cells.shape[1], 1)  # at once, since what is between takes 30 times the memory
+    rows = max(2**16 // cells.shape[1], 1)  # at once: on the way they take 30 times their memory
     for top in range(0, len(cells), rows):
         fraction = np.clip((cells[top : top + rows].astype(np.float64) - float(lowest)) / extent, 0, 1)
         place = fraction * (len(_HEIGHT_TINTS) - 1)
